@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// From one parent interrupt to the interrupts of the pending leaves.
+//
+// A combiner without `async` scans its leaves in the chained handler. One with
+// `async` masks its parent line, marks a scan pending and wakes its thread,
+// which scans and opens the line again: each handler pass disables once, each
+// finished scan enables once. A leaf that turns active after its turn waits for
+// the next parent interrupt.
+#include "combiner/dispatch.h"
+
+#include "combiner/level.h"
+#include "combiner/parent.h"
+#include "core/log.h"
+
+// Tests every leaf once, in configuration order, and dispatches the active
+// ones. The number is read for the dispatch itself, with interrupts off from
+// there on: a release clears it and waits for such regions, so that a number
+// given to another leaf meanwhile is never used.
+static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
+{
+	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
+		if (!drv_combiner_is_virq_active(irq_info))
+			continue;
+		intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc,
+			   read_once(irq_info.virq));
+		irqs_off_guard irqs_off;
+		(void)generic_handle_irq(read_once(irq_info.virq));
+	}
+}
+
+static void defer_scan(drv_intr_combiner &combiner, u32 virq, const char *desc)
+{
+	disable_irq_nosync(virq);
+	if (test_and_set_bit(DRV_INTR_SCAN_PENDING, combiner.flags))
+		return;
+	intr_trace(virq, "[%s]wakeup combiner thread", desc);
+	wake_up_process(combiner.thread);
+}
+
+static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &combiner)
+{
+	static constexpr char text[] = "combiner handler";
+	irq_data *data = irq_get_irq_data(virq);
+	irq_chip *chip = data ? irq_data_get_irq_chip(data) : nullptr;
+	const u32 hwirq = data ? irqd_to_hwirq(data) : 0;
+
+	intr_trace(virq, "[%s]enter, virq=%u, hwirq=%u", text, virq, hwirq);
+	if (!chip) {
+		intr_trace(virq, "null irq chip");
+		return;
+	}
+	chained_irq_enter(chip, desc);
+	write_once(combiner.parent_int_cnt, combiner.parent_int_cnt + 1);
+	// A storm is the monitor's business; the pass goes on whatever it says.
+	(void)drv_intr_monitor_do_check(virq, desc, virq);
+	if (combiner.common_cfg.async != 0)
+		defer_scan(combiner, virq, text);
+	else
+		scan_leaves(combiner, virq, text);
+	chained_irq_exit(chip, desc);
+	intr_trace(virq, "[%s]success, virq=%u, hwirq=%u", text, virq, hwirq);
+}
+
+void drv_combiner_irq_handler(irq_desc *desc)
+{
+	// Set before this handler is installed, cleared only when no pass of it
+	// can be running any more.
+	auto *combiner = static_cast<drv_intr_combiner *>(irq_desc_get_handler_data(desc));
+
+	drv_combiner_handler(irq_desc_get_irq(desc), desc, *combiner);
+}
+
+int drv_intr_combiner_thread(void *data)
+{
+	static constexpr char desc[] = "drv_intr_combiner_thread";
+	auto &combiner = *static_cast<drv_intr_combiner *>(data);
+
+	intr_info("[%s]enter, %s", desc, combiner.name);
+	for (;;) {
+		// Marked as sleeping before the stop request and the bit are
+		// looked at: a wake-up that comes in between makes schedule
+		// return at once.
+		set_current_state_interruptible();
+		if (kthread_should_stop())
+			break;
+		if (!test_and_clear_bit(DRV_INTR_SCAN_PENDING, combiner.flags)) {
+			schedule();
+			continue;
+		}
+		set_current_state_running();
+		const u32 virq = combiner.virq;
+		intr_trace(virq, "[%s]begin scan, %s", desc, combiner.name);
+		scan_leaves(combiner, virq, desc);
+		intr_trace(virq, "[%s]end scan, %s", desc, combiner.name);
+		drv_intr_enable_parent(combiner);
+	}
+	set_current_state_running();
+	intr_info("[%s]exit, %s", desc, combiner.name);
+	return 0;
+}

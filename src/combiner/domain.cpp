@@ -1,0 +1,197 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// A combiner's interrupt domain and the chip of its leaves.
+//
+// The chip turns the kernel's requests into writes of the leaf's enable and
+// status fields, or, on a direct combiner, into counted disables and enables
+// of the parent line. The kernel calls the operations with the leaf's
+// descriptor lock held. The chip has no acknowledge, start-up or shut-down of
+// its own: the level flow handler masks on entry, and start-up and shut-down
+// fall back to enable and disable.
+#include "combiner/domain.h"
+
+#include "combiner/level.h"
+#include "combiner/parent.h"
+#include "core/log.h"
+
+struct leaf_line {
+	drv_intr_irq_info &irq_info;
+	drv_intr_combiner &combiner;
+	u32 virq;
+	bool direct;
+};
+
+static leaf_line leaf_of(irq_data *data)
+{
+	auto &irq_info = *static_cast<drv_intr_irq_info *>(irq_data_get_irq_chip_data(data));
+
+	return {irq_info, *irq_info.combiner, irq_data_irq(data),
+		irq_info.combiner->common_cfg.direct != 0};
+}
+
+static void drv_intr_irq_clear(const leaf_line &leaf)
+{
+	static constexpr char desc[] = "intr irq clear";
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	drv_intr_clear_irqinfo(leaf.irq_info);
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+}
+
+static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
+{
+	const int ret = drv_intr_set_irq_leaf_int_en(leaf.irq_info, en);
+
+	if (ret == 0)
+		return true;
+	intr_err("[%s]set leaf int fail, ret=0x%x", desc, ret);
+	return false;
+}
+
+// Enable field off first: nothing new gets past it while the status is cleared.
+static void close_leaf(irq_data *data, const char *desc)
+{
+	const leaf_line leaf = leaf_of(data);
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	if (leaf.direct) {
+		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
+		disable_irq_nosync(leaf.combiner.virq);
+	} else {
+		if (!set_leaf_enable(leaf, 0, desc))
+			return;
+		drv_intr_irq_clear(leaf);
+	}
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+}
+
+static void drv_intr_irq_mask(irq_data *data)
+{
+	close_leaf(data, "intr irq mask");
+}
+
+static void drv_intr_irq_disable(irq_data *data)
+{
+	close_leaf(data, "intr irq disable");
+}
+
+static void drv_intr_irq_unmask(irq_data *data)
+{
+	static constexpr char desc[] = "intr irq unmask";
+	const leaf_line leaf = leaf_of(data);
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	// On a direct combiner the leaf handler has opened the parent already.
+	if (!leaf.direct) {
+		drv_intr_irq_clear(leaf);
+		if (!set_leaf_enable(leaf, 1, desc))
+			return;
+	}
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+}
+
+static bool is_level_type(const drv_intr_hwirq_cfg &cfg)
+{
+	return (cfg.irq_type & (DRV_INTR_TYPE_LEVEL_HIGH | DRV_INTR_TYPE_LEVEL_LOW)) != 0;
+}
+
+static void drv_intr_irq_enable(irq_data *data)
+{
+	static constexpr char desc[] = "intr irq enable";
+	const leaf_line leaf = leaf_of(data);
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	if (leaf.direct) {
+		intr_trace(leaf.virq, "[%s]enable parent irq, virq=%u", desc, leaf.combiner.virq);
+		drv_intr_enable_parent(leaf.combiner);
+	} else {
+		if (is_level_type(leaf.irq_info.hwirq_cfg))
+			drv_intr_irq_clear(leaf);
+		if (!set_leaf_enable(leaf, 1, desc))
+			return;
+	}
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+}
+
+// Moving one leaf moves the parent line and with it every leaf behind it.
+static int drv_intr_irq_set_affinity(irq_data *data, const cpumask *mask, bool force)
+{
+	irq_data *parent = irq_get_irq_data(leaf_of(data).combiner.virq);
+
+	if (!parent)
+		return -EINVAL;
+	const int ret = irq_chip_set_affinity(parent, mask, force);
+	if (ret >= 0)
+		irq_data_copy_effective_affinity(data, parent);
+	return ret;
+}
+
+static constexpr irq_chip_ops leaf_chip_ops = {
+	.irq_enable = drv_intr_irq_enable,
+	.irq_disable = drv_intr_irq_disable,
+	.irq_mask = drv_intr_irq_mask,
+	.irq_unmask = drv_intr_irq_unmask,
+	.irq_set_affinity = drv_intr_irq_set_affinity,
+};
+
+void drv_intr_init_combiner_chip(drv_intr_combiner &combiner)
+{
+	irq_chip_init(&combiner.chip, combiner.name, &leaf_chip_ops);
+}
+
+// Called by the kernel while it creates a mapping.
+static int drv_intr_domain_map(irq_domain *domain, unsigned int virq, unsigned long hwirq)
+{
+	auto &combiner = *static_cast<drv_intr_combiner *>(irq_domain_host_data(domain));
+	drv_intr_irq_info *irq_info =
+		drv_intr_get_irq_info_by_hwirq(combiner, static_cast<u32>(hwirq));
+
+	if (!irq_info)
+		return -EINVAL;
+	irq_set_lockdep_class(virq, combiner.nest_level);
+	irq_set_chip_and_handler_name(virq, &combiner.chip, handle_level_irq, nullptr);
+	irq_set_chip_data(virq, irq_info);
+	// The kernel replays a line that was pending while disabled, unless it is
+	// a level: enabling clears those, and a replay would be a double.
+	irq_modify_status(virq, IRQ_NOREQUEST | IRQ_NOPROBE,
+			  is_level_type(irq_info->hwirq_cfg) ? IRQ_LEVEL : 0);
+	return 0;
+}
+
+static constexpr irq_domain_ops drv_intr_domain_ops = {
+	.map = drv_intr_domain_map,
+};
+
+void drv_intr_free_fwnode(fwnode_handle *fwnode)
+{
+	irq_domain_free_fwnode(fwnode);
+}
+
+int drv_intr_domain_alloc(platform_device *device, drv_intr_combiner &combiner)
+{
+	static constexpr char desc[] = "intr domain alloc";
+	fwnode_handle *fwnode;
+
+	intr_info("[%s]enter", desc);
+	if (device) {
+		fwnode = dev_fwnode(device);
+	} else {
+		fwnode = irq_domain_alloc_named_fwnode(combiner.name);
+		if (!fwnode) {
+			intr_err("[%s]intr alloc fwnode fail", desc);
+			return -ENOMEM;
+		}
+		combiner.fwnode = fwnode;
+	}
+	combiner.domain = irq_domain_add(fwnode, 0, ~0ul, 0, &drv_intr_domain_ops, &combiner);
+	if (!combiner.domain) {
+		intr_err("[%s]alloc domain fail", desc);
+		if (combiner.fwnode) {
+			drv_intr_free_fwnode(combiner.fwnode);
+			combiner.fwnode = nullptr;
+		}
+		return -ENOMEM;
+	}
+	intr_info("[%s]success", desc);
+	return 0;
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Birth and death of a combiner.
+//
+// Bring-up has two phases and undoes nothing by itself: each step records what
+// it made, and the one tear-down undoes what the record shows, also half-built.
+//
+// Process context, with g_drv_intr_lock held by the caller.
+#ifndef INTR_COMBINER_LIFECYCLE_H
+#define INTR_COMBINER_LIFECYCLE_H
+
+#include "core/records.h"
+
+// Creates the record, appends it to combiner_list and reads its configuration;
+// what could not be read is missing in the record, but the combiner lives. No
+// hardware is touched. Null when the record or its name cannot be made.
+[[nodiscard]] drv_intr_combiner *drv_intr_combiner_init_soft(drv_intr_ctrl &ctrl, u32 combiner_id,
+							     const char *cfg_combiner_name,
+							     u32 inst_id);
+
+// Brings the combiner up on the parent line virq. device may be null. 0 or a
+// negative code; after a failure the caller unlinks and frees the combiner.
+[[nodiscard]] int drv_intr_combiner_init(drv_intr_combiner &combiner, platform_device *device,
+					 u32 virq);
+
+// Tears down a combiner that is unlinked from combiner_list, always to the
+// end, and frees it. Waits for its readers and for running handlers; releases
+// leaves that clients still hold and frees combiners nested behind its leaves.
+void drv_intr_combiner_free(drv_intr_combiner &combiner);
+
+// Unlinks and frees.
+void drv_intr_combiner_remove(drv_intr_combiner &combiner);
+
+// The combiners with the ids of the set bits, in ascending order; ids without one are skipped.
+void drv_intr_free_combiner_by_bitmap(u32 bitmap);
+void drv_intr_all_combiner_free(drv_intr_ctrl &ctrl);
+
+#endif

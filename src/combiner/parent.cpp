@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Small operations on a combiner's parent line.
+#include "combiner/parent.h"
+
+void drv_intr_enable_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	if (combiner.closing != 0)
+		return;
+	if (!combiner.parent_leaf) {
+		enable_irq(combiner.virq);
+		return;
+	}
+	// A client of that leaf may enable it at the same moment.
+	const raw_spinlock_guard leaf_guard(combiner.parent_leaf->enable_lock);
+	enable_irq(combiner.virq);
+}
+
+void drv_intr_close_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	combiner.closing = 1;
+}
+
+u32 drv_intr_get_hwirq(u32 virq)
+{
+	irq_data *data = irq_get_irq_data(virq);
+
+	return data ? irqd_to_hwirq(data) : 0;
+}
+
+void drv_intr_virq_unmask(u32 virq)
+{
+	if (irq_data *data = irq_get_irq_data(virq))
+		(void)irq_chip_unmask(data); // a chip without the operation is left as it is
+}
+
+void drv_intr_virq_mask(u32 virq)
+{
+	if (irq_data *data = irq_get_irq_data(virq))
+		(void)irq_chip_mask(data); // a chip without the operation is left as it is
+}

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Small operations on a combiner's parent line.
+#ifndef INTR_COMBINER_PARENT_H
+#define INTR_COMBINER_PARENT_H
+
+#include "core/records.h"
+
+// Takes back one disable of the parent line. The only way to enable it: once
+// tear-down has closed the line nothing may open it, since the kernel leaves a
+// flow handler there that never ends an interrupt. Any context.
+void drv_intr_enable_parent(drv_intr_combiner &combiner);
+
+// From here on drv_intr_enable_parent does nothing. Process context.
+void drv_intr_close_parent(drv_intr_combiner &combiner);
+
+// The hardware number that the kernel holds for virq, 0 without a descriptor.
+[[nodiscard]] u32 drv_intr_get_hwirq(u32 virq);
+
+// Opens or closes the line at its chip, past the kernel's disable depth.
+void drv_intr_virq_unmask(u32 virq);
+void drv_intr_virq_mask(u32 virq);
+
+#endif

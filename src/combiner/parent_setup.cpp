@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Taking a parent line into use, and giving it back.
+#include "combiner/parent_setup.h"
+
+#include "combiner/dispatch.h"
+#include "combiner/parent.h"
+#include "core/log.h"
+
+int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
+{
+	static constexpr char desc[] = "intr claim parent";
+	drv_intr_irq_info *leaf = virq ? drv_intr_get_irq_info_by_virq(virq) : nullptr;
+
+	combiner.nest_level = leaf ? leaf->combiner->nest_level + 1 : 0;
+	raw_spin_lock_init(&combiner.parent_lock, PLAT_SPIN_PARENT_ENABLE, combiner.nest_level);
+	if (!leaf)
+		return 0;
+	// A leaf with a handler of its own cannot carry a chained one: the kernel
+	// would replace the flow handler under the running action.
+	const mutex_guard guard(leaf->lock);
+	if (leaf->virq != virq || leaf->requested || leaf->feeds) {
+		intr_err("[%s]parent leaf in use, index_id=0x%x, type=%u", desc,
+			 leaf->hwirq_cfg.index_id, leaf->hwirq_cfg.type);
+		return -EFAULT;
+	}
+	leaf->feeds = &combiner;
+	combiner.parent_leaf = leaf;
+	return 0;
+}
+
+static void release_parent_leaf(drv_intr_combiner &combiner)
+{
+	drv_intr_irq_info *leaf = combiner.parent_leaf;
+
+	if (!leaf)
+		return;
+	const mutex_guard guard(leaf->lock);
+	leaf->feeds = nullptr;
+}
+
+static int drv_intr_set_irq_type(drv_intr_combiner &combiner, u32 virq)
+{
+	static constexpr char desc[] = "intr set irq type";
+	const drv_intr_global_cfg &cfg = drv_intr_get_ctrl()->global_cfg;
+	const u32 irq_type = combiner.common_cfg.irq_type;
+
+	if (!(cfg.cfg_type_bitmap & DRV_INTR_CFG_GPIO) ||
+	    !(cfg.gpio_bitmap & (1u << (combiner.combiner_id % 32))))
+		return 0;
+	const int ret = irq_set_irq_type(virq, irq_type);
+	if (ret == 0)
+		return 0;
+	intr_err("[%s]set irq type fail, ret=%d, irq_type=%u", desc, ret, irq_type);
+	return -EFAULT;
+}
+
+static int drv_intr_create_thread(drv_intr_combiner &combiner)
+{
+	static constexpr char desc[] = "intr create thread";
+	char name[sizeof(combiner.name) + sizeof("-handler")];
+
+	if (combiner.common_cfg.async == 0)
+		return 0;
+	(void)snprintf_truncated_s(name, sizeof(name), "%s-handler", combiner.name);
+	combiner.thread =
+		kthread_create_on_node(drv_intr_combiner_thread, &combiner, NUMA_NO_NODE, name);
+	if (!combiner.thread || IS_ERR(combiner.thread)) {
+		intr_err("[%s]create combiner thread fail", desc);
+		return -EFAULT;
+	}
+	wake_up_process(combiner.thread);
+	return 0;
+}
+
+int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq)
+{
+	static constexpr char desc[] = "intr combiner init virq";
+	const drv_intr_common_cfg &cfg = combiner.common_cfg;
+
+	intr_info("[%s]enter", desc);
+	int ret = drv_intr_set_irq_type(combiner, virq);
+	if (ret != 0) {
+		intr_err("[%s]set irq type fail, ret=%d, irq_type=%u", desc, ret, cfg.irq_type);
+		return ret;
+	}
+	ret = drv_intr_monitor_set_param(virq, virq, cfg.allow_max, cfg.suppress_ms, cfg.policy,
+					 nullptr);
+	if (ret != 0) {
+		intr_err("[%s]set irq supress para fail, ret=%d", desc, ret);
+		return -EFAULT;
+	}
+	ret = irq_set_handler_data(virq, &combiner);
+	if (ret != 0) {
+		intr_err("[%s]set irq handler data fail, ret=%d", desc, ret);
+		(void)drv_intr_monitor_unset_param(virq, virq); // nothing more can be undone
+		return ret;
+	}
+	combiner.virq = virq;
+	combiner.hwirq = drv_intr_get_hwirq(virq);
+	ret = drv_intr_create_thread(combiner);
+	if (ret != 0)
+		return ret;
+	irq_set_handler(virq, drv_combiner_irq_handler, 1, nullptr);
+	if (cfg.direct != 0)
+		disable_irq_nosync(virq);
+	drv_intr_virq_unmask(virq);
+	// A direct parent waits for its leaf to be requested. Counted disables do
+	// not mask a line that is disabled already, so close it at the chip again.
+	if (cfg.direct != 0)
+		drv_intr_virq_mask(virq);
+	intr_info("[%s]success", desc);
+	return 0;
+}
+
+static void drv_intr_stop_thread(drv_intr_combiner &combiner)
+{
+	if (combiner.common_cfg.async == 0 || !combiner.thread || IS_ERR(combiner.thread))
+		return;
+	(void)kthread_stop(combiner.thread); // always 0
+	combiner.thread = nullptr;
+}
+
+// The disable of our own comes first: a monitor that gives back its suppression
+// then only lowers the depth. After the handler is gone an enabled line would
+// reach a flow handler that never ends its interrupt.
+static void detach_parent(drv_intr_combiner &combiner)
+{
+	const u32 virq = combiner.virq;
+
+	drv_intr_close_parent(combiner);
+	disable_irq_nosync(virq);
+	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
+	irq_set_handler(virq, nullptr, 1, nullptr);
+	// A chained handler is never marked as running, so the kernel's own waits
+	// do not see it; this one ends when every region with interrupts off has.
+	synchronize_rcu();
+	irq_set_handler_data(virq, nullptr);
+}
+
+void drv_intr_combiner_close_virq(drv_intr_combiner &combiner)
+{
+	if (combiner.virq != 0)
+		detach_parent(combiner);
+	drv_intr_stop_thread(combiner);
+	release_parent_leaf(combiner);
+}

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Taking a parent line into use, and giving it back.
+#ifndef INTR_COMBINER_PARENT_SETUP_H
+#define INTR_COMBINER_PARENT_SETUP_H
+
+#include "core/records.h"
+
+// Process context, g_drv_intr_lock held, all three.
+
+// Where virq is a leaf of another combiner, claims that leaf and takes the
+// nesting level from it, before locks of that level are made. 0, or -EFAULT
+// with the line untouched when somebody else uses the leaf.
+[[nodiscard]] int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq);
+
+// Trigger type, monitor, handler data, thread, chained handler. From success on
+// the parent's interrupts reach the dispatch. 0 or a negative code; what was
+// done shows in the record.
+[[nodiscard]] int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq);
+
+// Closes the parent line for good, detaches the chained handler, waits until no
+// pass of it is running, stops the thread, and lets go of a claimed leaf.
+void drv_intr_combiner_close_virq(drv_intr_combiner &combiner);
+
+#endif

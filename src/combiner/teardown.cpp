@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Death of a combiner: the mirror of its bring-up, undoing what the record
+// shows. First the door is closed (no reader, no parent interrupt, no thread),
+// then leaves are released, then records, domain and firmware node go.
+#include "combiner/domain.h"
+#include "combiner/level.h"
+#include "combiner/lifecycle.h"
+#include "combiner/parent_setup.h"
+#include "config/combiner_cfg.h"
+#include "core/log.h"
+#include "delivery/request.h"
+
+static drv_intr_combiner *nested_combiner(drv_intr_combiner &combiner)
+{
+	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
+		if (irq_info.feeds)
+			return irq_info.feeds;
+	}
+	return nullptr;
+}
+
+static drv_intr_combiner &innermost(drv_intr_combiner &combiner)
+{
+	drv_intr_combiner *inner = &combiner;
+
+	while (drv_intr_combiner *nested = nested_combiner(*inner))
+		inner = nested;
+	return *inner;
+}
+
+// A combiner whose parent line is one of our leaves dies with that line.
+static void free_nested(const char *desc, drv_intr_combiner &combiner)
+{
+	for (;;) {
+		drv_intr_combiner &inner = innermost(combiner);
+
+		if (&inner == &combiner)
+			return;
+		intr_err("[%s]combiner %u stands behind a leaf of combiner %u, freed first", desc,
+			 inner.combiner_id, inner.parent_leaf->combiner->combiner_id);
+		drv_intr_combiner_remove(inner);
+	}
+}
+
+static void release_leaves(const char *desc, drv_intr_combiner &combiner)
+{
+	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
+		if (irq_info.requested) {
+			intr_err("[%s]leaf still in use, released, index_id=0x%x, type=%u, virq=%u",
+				 desc, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type,
+				 irq_info.virq);
+		}
+		drv_intr_abandon_irq(irq_info);
+	}
+}
+
+static void drv_intr_free_irq_info_list(list<drv_intr_irq_info> &irq_info_list)
+{
+	while (drv_intr_irq_info *irq_info = irq_info_list.first()) {
+		irq_info_list.unlink(*irq_info);
+		kfree(irq_info);
+	}
+}
+
+void drv_intr_combiner_free(drv_intr_combiner &combiner)
+{
+	static constexpr char desc[] = "intr combiner free";
+
+	intr_info("[%s]enter, id=%u", desc, combiner.combiner_id);
+	synchronize_srcu();
+	free_nested(desc, combiner);
+	drv_intr_combiner_close_virq(combiner);
+	if (combiner.common_cfg.direct == 0) {
+		const int ret = drv_intr_disable_leaf_int(combiner);
+
+		if (ret != 0)
+			intr_err("[%s]disable leaf int fail, ret=%d", desc, ret);
+	}
+	release_leaves(desc, combiner);
+	drv_intr_free_irq_info_list(combiner.irq_info_list);
+	drv_intr_free_cpu_cfg_list(combiner.cpu_cfg_list);
+	drv_intr_free_cpu_cfg_list(combiner.cpu_default_cfg_list);
+	drv_intr_free_hwirq_cfg_list(combiner.hwirq_cfg_list);
+	if (combiner.domain)
+		irq_domain_remove(combiner.domain);
+	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER)
+		(void)drv_intr_set_unregist(combiner.parent_index_id, combiner.parent_type);
+	if (combiner.fwnode)
+		drv_intr_free_fwnode(combiner.fwnode);
+	kfree(&combiner);
+	intr_info("[%s]success", desc);
+}
+
+void drv_intr_combiner_remove(drv_intr_combiner &combiner)
+{
+	list<drv_intr_combiner>::unlink(combiner);
+	drv_intr_combiner_free(combiner);
+}
+
+void drv_intr_free_combiner_by_bitmap(u32 bitmap)
+{
+	for (u32 id = 0; id < 32; id++) {
+		if (!(bitmap & (1u << id)))
+			continue;
+		if (drv_intr_combiner *combiner = drv_intr_get_combiner(id))
+			drv_intr_combiner_remove(*combiner);
+	}
+}
+
+void drv_intr_all_combiner_free(drv_intr_ctrl &ctrl)
+{
+	while (drv_intr_combiner *combiner = ctrl.combiner_list.first())
+		drv_intr_combiner_remove(*combiner);
+}

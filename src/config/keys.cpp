@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The key-table reader, the global configuration and a combiner's common
+// settings.
+#include "config/keys.h"
+
+#include "core/log.h"
+
+static void store_default(const drv_intr_cfg_map_item &item)
+{
+	if (item.default_str)
+		*item.dest = static_cast<u32>(simple_strtoul(item.default_str, nullptr, 0));
+	else
+		*item.dest = *item.default_ref;
+}
+
+int drv_intr_get_cfg_by_map(u32 inst_id, const drv_intr_xml_path &path, u32 count,
+			    const drv_intr_cfg_map_item *items)
+{
+	for (u32 i = 0; i < count; i++) {
+		const drv_intr_cfg_map_item &item = items[i];
+
+		if (xml_get_element_value_u32(inst_id, path.name1, path.name2, path.name3, item.key,
+					      item.dest) == 0)
+			continue;
+		if (item.must_exist)
+			return -EINVAL;
+		store_default(item);
+	}
+	return 0;
+}
+
+int drv_intr_get_cfg()
+{
+	static constexpr char desc[] = "intr get cfg";
+	static constexpr drv_intr_xml_path path = {DRV_INTR_XML_ROOT, DRV_INTR_XML_GLOBAL_CFG,
+						   DRV_INTR_XML_COMMON};
+	drv_intr_global_cfg &cfg = drv_intr_get_ctrl()->global_cfg;
+	const drv_intr_cfg_map_item items[] = {
+		{0, "cfg_type_bitmap", &cfg.cfg_type_bitmap, "2", nullptr},
+		{0, "acpi_bitmap", &cfg.acpi_bitmap, "0", nullptr},
+		{0, "gpio_bitmap", &cfg.gpio_bitmap, "0", nullptr},
+		{0, "netlink_id", &cfg.netlink_id, "30", nullptr},
+	};
+	const int ret =
+		drv_intr_get_cfg_by_map(DRV_INTR_BOARD_INST_ID, path, array_size(items), items);
+
+	if (ret != 0) {
+		intr_err("[%s]get cfg from xml fail", desc);
+		return ret;
+	}
+	intr_info("[%s]cfg_type_bitmap=0x%x", desc, cfg.cfg_type_bitmap);
+	intr_info("[%s]acpi_bitmap=0x%x", desc, cfg.acpi_bitmap);
+	intr_info("[%s]gpio_bitmap=0x%x", desc, cfg.gpio_bitmap);
+	intr_info("[%s]netlink_id=%u", desc, cfg.netlink_id);
+	return 0;
+}
+
+int drv_intr_get_xml_common_cfg(const char *cfg_name, u32 inst_id, drv_intr_common_cfg *common)
+{
+	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, DRV_INTR_XML_GLOBAL_CFG};
+	const drv_intr_cfg_map_item items[] = {
+		{0, "chip_id", &common->chip_id, "0xffffffff", nullptr},
+		{0, "allow_max", &common->allow_max, "2500", nullptr},
+		{0, "suppress_ms", &common->suppress_ms, "1000", nullptr},
+		{0, "policy", &common->policy, "1", nullptr},
+		{0, "direct", &common->direct, "0", nullptr},
+		{0, "gpio", &common->gpio, "0", nullptr},
+		{0, "irq_type", &common->irq_type, "8", nullptr},
+		{0, "int_type", &common->int_type, "0", nullptr},
+		{0, "async", &common->async, "0", nullptr},
+	};
+
+	return drv_intr_get_cfg_by_map(inst_id, path, array_size(items), items);
+}

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The tree of records that everything works on: one control block owns the
+// combiners, a combiner owns its configuration and its leaves, a leaf owns its
+// subscribers. Every record is allocated zero-filled.
+//
+// A combiner is one parent line with the CPLD registers behind it. A leaf is
+// one interrupt source behind it, reached through a chain of levels: level 0
+// is nearest the parent line, level `level_num` - 1 belongs to the leaf alone.
+// A register field is named by (`shift`, right-aligned `mask`) and occupies
+// the bits `mask` << `shift`.
+//
+// Lifetime: see docs/architecture.md. In short, a record reached through
+// `combiner_list` is alive inside an srcu_reader; the leaf lists are complete
+// before the parent's handler exists and gone only after it is detached.
+#ifndef INTR_CORE_RECORDS_H
+#define INTR_CORE_RECORDS_H
+
+#include "core/list.h"
+#include "delivery/drv_intr.h"
+#include "platform/kernel.h"
+
+struct proc_dir_entry;
+struct sock;
+
+inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;
+inline constexpr u32 DRV_INTR_NO_REG = 0xffffffff;
+inline constexpr u32 DRV_INTR_MAX_LEVELS = 5;
+inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
+
+// Linux trigger types, bits of `irq_type`.
+inline constexpr u32 DRV_INTR_TYPE_LEVEL_HIGH = 4;
+inline constexpr u32 DRV_INTR_TYPE_LEVEL_LOW = 8;
+
+// `int_type`: where a combiner's parent line comes from.
+enum drv_intr_int_type : u32 {
+	DRV_INTR_EXTERNAL = 0,
+	DRV_INTR_GPIO = 1,
+	DRV_INTR_COMBINER = 2,
+};
+
+// Bits of `cfg_type_bitmap`: the sources of combiners in use.
+inline constexpr u32 DRV_INTR_CFG_ACPI = 1u << 0;
+inline constexpr u32 DRV_INTR_CFG_DTS = 1u << 1;
+inline constexpr u32 DRV_INTR_CFG_GPIO = 1u << 2;
+
+struct drv_intr_global_cfg {
+	u32 cfg_type_bitmap;
+	u32 acpi_bitmap; // bit n: ACPI combiner n exists
+	u32 gpio_bitmap; // bit n: GPIO combiner n exists
+	u32 netlink_id;
+};
+
+struct drv_intr_common_cfg {
+	u32 chip_id; // default CPLD chip of the leaves' levels
+	u32 async;   // not 0: leaves are demultiplexed by the combiner thread
+	u32 direct;  // not 0: the parent line is passed on, no level register is touched
+	u32 gpio;
+	u32 irq_type;
+	u32 int_type;
+	u32 allow_max;
+	u32 suppress_ms;
+	u32 policy;
+};
+
+// In the CPU-side register at physical address `reg_addr` the field becomes `value`.
+struct drv_intr_cpu_cfg {
+	u32 reg_addr;
+	u32 shift;
+	u32 mask;
+	u32 value;
+	list_node node;
+};
+
+struct drv_intr_level_cfg {
+	u32 chip_id;
+	u32 en_reg; // DRV_INTR_NO_REG: no enable register, counts as enabled
+	u32 status_reg;
+	u32 shift; // the same in the enable and the status register
+	u32 mask;
+	u32 status_wc; // not 0: the status field is cleared by writing its bits
+};
+
+struct drv_intr_hwirq_cfg {
+	u32 index_id;
+	u32 type;
+	u32 hwirq;
+	u32 irq_type;
+	u32 sync; // not 0: the leaf handler is the primary handler, else a thread function
+	u32 allow_max;
+	u32 suppress_ms;
+	u32 policy;
+	u32 level_num;
+	drv_intr_level_cfg level[DRV_INTR_MAX_LEVELS];
+	list_node node;
+};
+
+struct drv_intr_pid_info {
+	list_node node;
+	u32 pid; // netlink port id
+};
+
+struct drv_intr_combiner;
+
+struct drv_intr_irq_info {
+	u32 virq; // 0: no mapping. Written under `lock` and `enable_lock`, read anywhere
+	drv_intr_combiner *combiner;
+	u32 requested; // under `lock`
+	mutex pid_list_lock;
+	list<drv_intr_pid_info> pid_list;
+	drv_intr_handler handler; // written under `lock` after handler_data, read by the leaf handler
+	void *handler_data;
+	drv_intr_hwirq_cfg hwirq_cfg; // a copy; its own `node` is never used
+	list_node node;
+
+	// Serialises mapping, request, release, registration and subscription.
+	// Process context; never taken by the leaf's handler or callback.
+	mutex lock;
+	// Makes "look at the depth, then enable" one step, and keeps `virq` in
+	// place while it is used. Any context.
+	raw_spinlock enable_lock;
+	// Odd while the leaf handler runs; written by the handler only.
+	u32 handler_seq;
+	// The combiner whose parent line this leaf is, or null. Under `lock`.
+	drv_intr_combiner *feeds;
+};
+
+struct drv_intr_combiner {
+	list_node node;
+	u32 combiner_id;
+	u32 inst_id;
+	u32 card_no;
+	char name[DRV_INTR_NAME_SIZE];
+	char cfg_combiner_name[DRV_INTR_NAME_SIZE];
+	u32 parent_index_id; // with parent_type: the leaf that is the parent line (`int_type` 2)
+	u32 parent_type;
+	u32 virq; // of the parent line; 0 until it is set up
+	u32 hwirq;
+	fwnode_handle *fwnode; // only where no device supplies one
+	irq_domain *domain;
+	u32 parent_int_cnt; // wraps; written by the chained handler only
+	drv_intr_common_cfg common_cfg;
+	list<drv_intr_cpu_cfg> cpu_cfg_list;
+	list<drv_intr_cpu_cfg> cpu_default_cfg_list;
+	list<drv_intr_hwirq_cfg> hwirq_cfg_list;
+	task_struct *thread; // null, a task, or the error value of its creation
+	unsigned long flags; // bit DRV_INTR_SCAN_PENDING only
+	plat_irq_chip chip;
+	list<drv_intr_irq_info> irq_info_list;
+
+	// The device whose probe made this combiner, or null. Only compared.
+	platform_device *owner;
+	// The leaf of another combiner that is the parent line, or null.
+	drv_intr_irq_info *parent_leaf;
+	// How many combiners stand between this one and the interrupt controller.
+	u32 nest_level;
+	// Set last in bring-up: from here on leaves may be mapped.
+	u32 ready;
+	// Guards `closing` against enabling the parent line.
+	raw_spinlock parent_lock;
+	// Set first in tear-down: from here on nothing enables the parent line.
+	u32 closing;
+};
+
+inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
+
+struct drv_intr_ctrl {
+	u32 int_debug_switch; // not 0: interrupt-path tracing on
+	u32 debug_irq;        // 0: trace every interrupt, else only this virq
+	proc_dir_entry *proc_dir;
+	sock *nl_sock;
+	drv_intr_global_cfg global_cfg;
+	list<drv_intr_combiner> combiner_list; // written under g_drv_intr_lock
+};
+
+extern drv_intr_ctrl g_drv_intr_ctrl;
+
+// The one lock of writers: probe, remove, start and stop, in process context.
+extern mutex g_drv_intr_lock;
+
+// Never null.
+[[nodiscard]] drv_intr_ctrl *drv_intr_get_ctrl();
+
+// Makes the control block's list empty and its lock usable. Before anything else.
+void drv_intr_ctrl_init();
+
+// Reads the number of "irq_combiner@<number>". 0, or -EFAULT with *combiner_id untouched.
+[[nodiscard]] int drv_intr_get_combiner_id(const char *text, u32 *combiner_id);
+
+// The lookups return the first match in list order, or null, and log nothing.
+// Any context. The caller is inside an srcu_reader or holds g_drv_intr_lock.
+[[nodiscard]] drv_intr_combiner *drv_intr_get_combiner(u32 combiner_id);
+[[nodiscard]] drv_intr_irq_info *drv_intr_get_irq_info_by_virq(u32 virq);
+[[nodiscard]] drv_intr_irq_info *drv_intr_get_irq_info_by_hwirq(drv_intr_combiner &combiner,
+								u32 hwirq);
+[[nodiscard]] drv_intr_irq_info *drv_intr_get_irq_info_by_index_type(u32 index_id, u32 type);
+
+#endif

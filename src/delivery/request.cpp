@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The one Linux interrupt request of a leaf, and its handler.
+//
+// One occurrence: the flow handler masks the leaf (enable off, status cleared),
+// runs the handler, and unmasks it (status cleared, enable on); a threaded
+// leaf is unmasked once its thread function has returned. On a direct combiner
+// masking disabled the parent line, which the handler takes back.
+#include "delivery/request.h"
+
+#include "combiner/parent.h"
+#include "core/log.h"
+
+// A leaf with `sync` on a combiner with `async` has its handler run in the
+// combiner's thread, where dispatch has turned interrupts off. The handler may
+// sleep there, so they are turned on while it runs; the flow handler holds no
+// lock meanwhile and finds them off again.
+class [[nodiscard]] may_sleep_guard {
+public:
+	may_sleep_guard() : opened_(in_task() && irqs_disabled())
+	{
+		if (opened_)
+			local_irq_enable();
+	}
+	~may_sleep_guard()
+	{
+		if (opened_)
+			local_irq_disable();
+	}
+	may_sleep_guard(const may_sleep_guard &) = delete;
+	may_sleep_guard &operator=(const may_sleep_guard &) = delete;
+
+private:
+	bool opened_;
+};
+
+// Marks the leaf's handler as running. It never runs twice at once. The mark
+// and the look at `handler` pair with drv_intr_clear_handler.
+class [[nodiscard]] running_mark {
+public:
+	explicit running_mark(u32 &seq) : seq_(seq) { store_ordered(seq_, read_once(seq_) + 1); }
+	~running_mark() { store_release(seq_, read_once(seq_) + 1); }
+	running_mark(const running_mark &) = delete;
+	running_mark &operator=(const running_mark &) = delete;
+
+private:
+	u32 &seq_;
+};
+
+static void run_callback(const char *desc, drv_intr_irq_info &irq_info, u32 virq)
+{
+	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
+	const drv_intr_handler handler = load_ordered(irq_info.handler);
+
+	if (!handler)
+		return;
+	intr_trace(virq, "[%s]begin callback", desc);
+	handler(cfg.index_id, cfg.type, read_once(irq_info.handler_data));
+	intr_trace(virq, "[%s]end callback", desc);
+}
+
+extern "C" {
+static int drv_intr_irq_handler(int virq_arg, void *cookie)
+{
+	static constexpr char desc[] = "intr irq handler";
+	auto &irq_info = *static_cast<drv_intr_irq_info *>(cookie);
+	drv_intr_combiner &combiner = *irq_info.combiner;
+	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
+	const u32 virq = static_cast<u32>(virq_arg);
+	const may_sleep_guard may_sleep;
+	const running_mark running(irq_info.handler_seq);
+
+	intr_trace(virq, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
+		   cfg.type);
+	run_callback(desc, irq_info, virq);
+	if (combiner.common_cfg.direct != 0) {
+		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
+		drv_intr_enable_parent(combiner);
+	}
+	intr_trace(virq, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
+		   cfg.type);
+	return IRQ_HANDLED;
+}
+}
+
+static void wait_handler_idle(const drv_intr_irq_info &irq_info)
+{
+	const u32 seq = load_ordered(irq_info.handler_seq);
+
+	if ((seq & 1) == 0)
+		return;
+	while (load_acquire(irq_info.handler_seq) == seq)
+		msleep(1);
+}
+
+void drv_intr_clear_handler(drv_intr_irq_info &irq_info)
+{
+	store_ordered(irq_info.handler, static_cast<drv_intr_handler>(nullptr));
+	wait_handler_idle(irq_info);
+}
+
+// The kernel's free_irq spins until the handler is idle. A handler in the
+// combiner's thread may sleep, and on one CPU the spinning would never let it
+// go on: close the leaf and sleep until it is through.
+static void release_request(drv_intr_irq_info &irq_info)
+{
+	const u32 virq = irq_info.virq;
+
+	if (irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->common_cfg.async != 0) {
+		disable_irq_nosync(virq);
+		wait_handler_idle(irq_info);
+	}
+	free_irq(virq, &irq_info);
+}
+
+int drv_intr_request_irq(drv_intr_irq_info &irq_info)
+{
+	static constexpr char desc[] = "intr request irq";
+	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
+	const u32 virq = irq_info.virq;
+	int ret;
+
+	intr_info("[%s]enter, index_id=0x%x, type=%u", desc, cfg.index_id, cfg.type);
+	if (irq_info.requested) {
+		intr_info("[%s]already requested", desc);
+		return 0;
+	}
+	if (cfg.sync != 0)
+		ret = request_threaded_irq(virq, drv_intr_irq_handler, nullptr, IRQF_SHARED,
+					   "drv_irq_sync_handler", &irq_info);
+	else
+		ret = request_threaded_irq(virq, nullptr, drv_intr_irq_handler,
+					   IRQF_SHARED | IRQF_ONESHOT, "drv_irq_async_handler",
+					   &irq_info);
+	if (ret != 0) {
+		intr_err("[%s]request irq fail, ret=%d", desc, ret);
+		return -EFAULT;
+	}
+	ret = drv_intr_monitor_set_param(virq, virq, cfg.allow_max, cfg.suppress_ms, cfg.policy,
+					 nullptr);
+	if (ret != 0) {
+		intr_err("[%s]set interrupt suppress info fail, ret=%d", desc, ret);
+		release_request(irq_info);
+		return -EFAULT;
+	}
+	irq_info.requested = 1;
+	// A direct parent stays disabled until its leaf is requested.
+	if (irq_info.combiner->common_cfg.direct != 0)
+		drv_intr_enable_parent(*irq_info.combiner);
+	return 0;
+}
+
+// Lock-free users of the number: enable and disable hold enable_lock while they
+// use it; a scan reads and dispatches it with interrupts off. Once both are
+// through, the kernel may give the number to another line.
+static void retire_virq(drv_intr_irq_info &irq_info)
+{
+	{
+		const raw_spinlock_guard guard(irq_info.enable_lock);
+		write_once(irq_info.virq, 0u);
+	}
+	if (irq_info.combiner->closing == 0) // else no scan is left to wait for
+		synchronize_rcu();
+}
+
+int drv_intr_free_irq(drv_intr_irq_info &irq_info)
+{
+	static constexpr char desc[] = "intr free irq";
+	const u32 virq = irq_info.virq;
+
+	if (virq == 0)
+		return 0;
+	intr_info("[%s]enter, virq=%u, hwirq=%u", desc, virq, irq_info.hwirq_cfg.hwirq);
+	if (!irq_info.pid_list.empty() || read_once(irq_info.handler)) {
+		intr_info("[%s]success, pid list not empty or handler not null, skip free irq",
+			  desc);
+		return 0;
+	}
+	if (irq_info.feeds) {
+		intr_info("[%s]success, leaf feeds combiner %u, skip free irq", desc,
+			  irq_info.feeds->combiner_id);
+		return 0;
+	}
+	if (irq_info.requested) {
+		const int ret = drv_intr_monitor_unset_param(virq, virq);
+
+		if (ret != 0)
+			intr_err("[%s]unset interrupt suppress info fail, ret=%d", desc, ret);
+		release_request(irq_info);
+		irq_info.requested = 0;
+	}
+	retire_virq(irq_info);
+	irq_dispose_mapping(virq);
+	if (irq_info.combiner->common_cfg.direct != 0)
+		disable_irq_nosync(irq_info.combiner->virq);
+	intr_info("[%s]success", desc);
+	return 0;
+}
+
+void drv_intr_abandon_irq(drv_intr_irq_info &irq_info)
+{
+	const mutex_guard guard(irq_info.lock);
+
+	drv_intr_clear_handler(irq_info);
+	{
+		const mutex_guard pid_guard(irq_info.pid_list_lock);
+
+		while (drv_intr_pid_info *pid_info = irq_info.pid_list.first()) {
+			irq_info.pid_list.unlink(*pid_info);
+			kfree(pid_info);
+		}
+	}
+	(void)drv_intr_free_irq(irq_info); // always 0
+}

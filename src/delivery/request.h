@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The one Linux interrupt request of a leaf, shared by the kernel client and
+// all subscribers, and the handler that delivers every occurrence to them.
+//
+// Process context, with the leaf's `lock` held by the caller, unless said
+// otherwise. Never from the leaf's own handler or callback: release waits for it.
+#ifndef INTR_DELIVERY_REQUEST_H
+#define INTR_DELIVERY_REQUEST_H
+
+#include "core/records.h"
+
+// The leaf is mapped. Requesting a requested leaf changes nothing. 0, or
+// -EFAULT with the leaf mapped and not requested.
+[[nodiscard]] int drv_intr_request_irq(drv_intr_irq_info &irq_info);
+
+// Releases interrupt and mapping, unless a callback, a subscriber or a nested
+// combiner still holds the leaf. Always 0.
+int drv_intr_free_irq(drv_intr_irq_info &irq_info);
+
+// Takes the callback out of the leaf. When it returns, no handler that may have
+// seen the callback is running.
+void drv_intr_clear_handler(drv_intr_irq_info &irq_info);
+
+// Tear-down of the combiner: drops callback and subscribers, then releases.
+// Takes the leaf's lock itself.
+void drv_intr_abandon_irq(drv_intr_irq_info &irq_info);
+
+#endif

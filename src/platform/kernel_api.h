@@ -1,0 +1,225 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The kernel services that the driver calls, as C symbols that each home
+ * defines. The C files of the kernel home include this header beside the
+ * kernel's own, so the compiler checks every prototype here against its
+ * definition; the driver uses platform/kernel.h, which gives each of them the
+ * kernel's own name back.
+ *
+ * Every function has the meaning of the kernel function it is named after
+ * (plat_X is X). A comment stands only where this boundary promises more.
+ *
+ * Handles are the kernel's own types, never looked into by the driver. Objects
+ * that the driver embeds are storage with room for the largest kernel
+ * configuration (lock checking grows a mutex fivefold); each home asserts size
+ * and alignment.
+ */
+#ifndef INTR_PLATFORM_KERNEL_API_H
+#define INTR_PLATFORM_KERNEL_API_H
+
+#include "platform/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct cpumask;
+struct fwnode_handle;
+struct irq_chip;
+struct irq_data;
+struct irq_desc;
+struct irq_domain;
+struct platform_device;
+struct task_struct;
+
+/* Storage of embedded objects. */
+struct plat_mutex {
+	unsigned long storage[24];
+};
+struct plat_raw_spinlock {
+	unsigned long storage[12];
+};
+struct plat_irq_chip {
+	unsigned long storage[48];
+};
+
+/* Memory. kzalloc is GFP_KERNEL: process context, may sleep; null on failure. */
+void *plat_kzalloc(size_t size);
+void plat_kfree(const void *object);
+
+/* The kernel log, for the few messages that bypass the logging module. */
+void plat_printk(const char *text);
+
+/* Registers. ioremap: device nGnRE; null on failure. readl and writel carry the kernel's barriers. */
+void *plat_ioremap(u64 physical, size_t size);
+void plat_iounmap(void *base);
+u32 plat_readl(const void *address);
+void plat_writel(u32 value, void *address);
+
+/* Locks. Each kind is a lock class of its own, so that lock checking tells them apart. */
+enum plat_mutex_kind {
+	PLAT_MUTEX_DRIVER,
+	PLAT_MUTEX_LEAF,
+	PLAT_MUTEX_PID_LIST, /* lock-debugging name "&irq_info->pid_list_lock" */
+	PLAT_MUTEX_KINDS,
+};
+void plat_mutex_init(struct plat_mutex *lock, enum plat_mutex_kind kind);
+void plat_mutex_lock(struct plat_mutex *lock);
+void plat_mutex_unlock(struct plat_mutex *lock);
+
+/*
+ * Nesting levels that lock checking can tell apart: the depth of a combiner
+ * behind other combiners' leaves. Deeper ones share the last level's class.
+ */
+#define PLAT_NEST_LEVELS 8
+
+enum plat_spin_kind {
+	PLAT_SPIN_LEAF_ENABLE,
+	PLAT_SPIN_PARENT_ENABLE,
+	PLAT_SPIN_KINDS,
+};
+/* nest_level below PLAT_NEST_LEVELS: locks of one kind are taken from inner combiners to outer ones. */
+void plat_raw_spin_lock_init(struct plat_raw_spinlock *lock, enum plat_spin_kind kind,
+			     u32 nest_level);
+unsigned long plat_raw_spin_lock_irqsave(struct plat_raw_spinlock *lock);
+void plat_raw_spin_unlock_irqrestore(struct plat_raw_spinlock *lock, unsigned long flags);
+
+/*
+ * The one sleepable read-side section of the driver: readers of combiner_list.
+ * The read side may be entered in any context, hard interrupt included, and
+ * nests; synchronize waits for every section that was open, in process context
+ * and never from inside one.
+ */
+int plat_srcu_read_lock(void);
+void plat_srcu_read_unlock(int token);
+void plat_synchronize_srcu(void);
+void plat_synchronize_rcu(void);
+
+/* Context and time. */
+int plat_in_hardirq(void);
+int plat_in_task(void);
+int plat_irqs_disabled(void);
+void plat_local_irq_enable(void);
+void plat_local_irq_disable(void);
+void plat_msleep(u32 milliseconds);
+
+/* Threads. kthread_create_on_node returns an error value (see IS_ERR), never null, on failure. */
+struct task_struct *plat_kthread_create_on_node(int (*thread)(void *), void *data, int node,
+						const char *name);
+int plat_kthread_stop(struct task_struct *task);
+int plat_kthread_should_stop(void);
+int plat_wake_up_process(struct task_struct *task);
+void plat_set_current_state_interruptible(void);
+void plat_set_current_state_running(void);
+void plat_schedule(void);
+
+/* Interrupt descriptors and data. */
+typedef void (*plat_flow_handler)(struct irq_desc *desc);
+
+u32 plat_irq_desc_get_irq(struct irq_desc *desc);
+void *plat_irq_desc_get_handler_data(struct irq_desc *desc);
+struct irq_data *plat_irq_get_irq_data(u32 virq); /* null without a descriptor */
+u32 plat_irq_data_irq(const struct irq_data *data);
+unsigned long plat_irqd_to_hwirq(const struct irq_data *data);
+struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data); /* may be null */
+void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
+
+/* Chip operations called past the interrupt core. -22 / 0 where the chip lacks the operation. */
+int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask, bool force);
+int plat_irq_chip_unmask(struct irq_data *data);
+int plat_irq_chip_mask(struct irq_data *data);
+/* Gives a leaf the effective affinity that its parent has, or the core complains once a boot. */
+void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent);
+
+/*
+ * Chained flow. The exit unmasks through the parent's chip only where the chip
+ * has no end-of-interrupt operation, and leaves a line closed that was disabled
+ * meanwhile: the chip's unmask knows nothing of the disable depth, and would
+ * reopen a nested parent whose scan is still to come.
+ */
+void plat_chained_irq_enter(struct irq_chip *chip, struct irq_desc *desc);
+void plat_chained_irq_exit(struct irq_chip *chip, struct irq_desc *desc);
+
+/* Line state. */
+void plat_disable_irq_nosync(u32 virq);
+/*
+ * A line whose disable depth is 0 is left alone, without the core's warning and
+ * stack dump. The look and the enable are two steps: callers that may race on
+ * one line hold a lock around the call.
+ */
+void plat_enable_irq(u32 virq);
+/* Any context. From a thread, interrupts are off for the call. 0 or a bad number: nothing happens. */
+int plat_generic_handle_irq(u32 virq);
+void plat_irq_modify_status(u32 virq, unsigned long clear, unsigned long set);
+int plat_irq_set_irq_type(u32 virq, u32 type);
+int plat_irq_set_handler_data(u32 virq, void *data);
+int plat_irq_set_chip_data(u32 virq, void *data);
+void plat_irq_set_chip_and_handler_name(u32 virq, struct plat_irq_chip *chip,
+					plat_flow_handler handle, const char *name);
+void plat___irq_set_handler(u32 virq, plat_flow_handler handle, int is_chained, const char *name);
+void plat_handle_level_irq(struct irq_desc *desc);
+/* A leaf's descriptor lock is taken inside its parent's callers: one class per nesting level. */
+void plat_irq_set_lockdep_class(u32 virq, u32 nest_level);
+
+/* Requests. The handler returns the kernel's IRQ_HANDLED (1); flags are the kernel's IRQF_ values. */
+typedef int (*plat_irq_handler)(int virq, void *cookie);
+int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
+			      unsigned long flags, const char *name, void *cookie);
+void plat_free_irq(u32 virq, void *cookie);
+
+/* Chip of a combiner's leaves: the five operations below, everything else empty. */
+struct plat_irq_chip_ops {
+	void (*irq_enable)(struct irq_data *data);
+	void (*irq_disable)(struct irq_data *data);
+	void (*irq_mask)(struct irq_data *data);
+	void (*irq_unmask)(struct irq_data *data);
+	int (*irq_set_affinity)(struct irq_data *data, const struct cpumask *mask, bool force);
+};
+/* name must outlive the chip. */
+void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
+			const struct plat_irq_chip_ops *ops);
+
+/* Domains. */
+struct plat_irq_domain_ops {
+	int (*map)(struct irq_domain *domain, unsigned int virq, unsigned long hwirq);
+};
+struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
+					 unsigned long hwirq_max, int direct_max,
+					 const struct plat_irq_domain_ops *ops, void *host_data);
+void *plat_irq_domain_host_data(struct irq_domain *domain);
+void plat_irq_domain_remove(struct irq_domain *domain);
+u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq);
+void plat_irq_dispose_mapping(u32 virq);
+struct fwnode_handle *plat_irq_domain_alloc_named_fwnode(const char *name);
+void plat_irq_domain_free_fwnode(struct fwnode_handle *fwnode);
+
+/*
+ * Platform drivers. The record lives as long as the registration; registering
+ * probes the matching devices that exist. platform_get_irq: above 0, or there
+ * is none.
+ */
+struct plat_platform_driver {
+	const char *name;
+	const char *of_compatible; /* null: no device-tree matching */
+	int (*probe)(struct platform_device *device);
+	int (*remove)(struct platform_device *device);
+	unsigned long storage[128];
+};
+int plat_platform_driver_register(struct plat_platform_driver *driver);
+void plat_platform_driver_unregister(struct plat_platform_driver *driver);
+const char *plat_platform_device_name(const struct platform_device *device);
+int plat_platform_get_irq(struct platform_device *device, u32 index);
+struct fwnode_handle *plat_dev_fwnode(struct platform_device *device);
+
+/* A GPL-only symbol by name; holds a reference on its module until symbol_put. Null when absent. */
+void *plat_symbol_get(const char *name);
+void plat_symbol_put(const char *name);
+
+/* Text. These are the kernel's (and the C library's) own symbols. */
+unsigned long plat_simple_strtoul(const char *text, char **end, u32 base);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
