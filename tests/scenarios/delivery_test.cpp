@@ -1,0 +1,403 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// A parent interrupt reaches the right clients, in order, once, in the right
+// context, with the registers touched in the right order.
+#include <algorithm>
+
+#include "rig.h"
+
+namespace rig {
+
+class Delivery : public Scenario {
+protected:
+	// Accesses that change something, and the client's marks.
+	std::vector<std::string> changes()
+	{
+		std::vector<std::string> changes;
+
+		for (const std::string &line : trace()) {
+			if (line.starts_with("write") || line.starts_with("reg_write") ||
+			    line.starts_with("mark"))
+				changes.push_back(line.substr(0, line.find(" ret=")));
+		}
+		return changes;
+	}
+
+	// Both sources rise behind a closed outer level, which then opens: one
+	// parent interrupt finds both.
+	void fire_together(const std::vector<leaf> &leaves)
+	{
+		const level &outer = leaves.front().levels.front();
+		const std::string reg = "poke 0xffffffff " + std::to_string(outer.chip) + " " +
+					std::to_string(outer.en) + " ";
+
+		command("cpld", reg + "0");
+		for (const leaf &leaf : leaves)
+			fire(leaf);
+		command("cpld", reg + "0xffffffff");
+	}
+};
+
+static std::string handler_mark(const leaf &leaf)
+{
+	char text[64];
+
+	snprintf(text, sizeof(text), "mark handler index=0x%x type=%u", leaf.index, leaf.type);
+	return text;
+}
+
+static std::string enable_write(const leaf &leaf, u32 value)
+{
+	const level &level = leaf.levels.back();
+	char text[128];
+
+	snprintf(text, sizeof(text),
+		 "write inst=0xffffffff chip=%u reg=0x%x shift=%u mask=0x%x value=0x%x", level.chip,
+		 level.en, level.shift, level.mask, value);
+	return text;
+}
+
+static std::string clear_write(const leaf &leaf)
+{
+	const level &level = leaf.levels.back();
+	char text[128];
+
+	snprintf(text, sizeof(text), "reg_write inst=0xffffffff chip=%u reg=0x%x value=0x%x",
+		 level.chip, level.status, level.mask << level.shift);
+	return text;
+}
+
+TEST_F(Delivery, active_leaves_are_called_once_each_in_configuration_order)
+{
+	combiner c = make_combiner(0, 4);
+
+	for (leaf &leaf : c.leaves)
+		leaf.sync = 1;
+	// Configuration order is not the order of numbers or registers.
+	std::swap(c.leaves[0], c.leaves[3]);
+	configure({c});
+	load();
+	for (const leaf &leaf : c.leaves)
+		ASSERT_EQ(regist(leaf), 0);
+	fire_together({c.leaves[0], c.leaves[2], c.leaves[3]});
+	expect_events(3);
+	const std::vector<event> seen = events();
+	ASSERT_EQ(seen.size(), 3u);
+	EXPECT_EQ(seen[0].index, c.leaves[0].index);
+	EXPECT_EQ(seen[1].index, c.leaves[2].index);
+	EXPECT_EQ(seen[2].index, c.leaves[3].index);
+}
+
+struct trace_case {
+	const char *name;
+	u32 async, sync;
+};
+
+class LeafTrace : public Delivery, public testing::WithParamInterface<trace_case> {
+};
+
+// Enable off, status cleared, handler, status cleared, enable on: whatever the
+// way of the leaf, and for a threaded one only after its thread function.
+TEST_P(LeafTrace, mask_clear_handler_clear_unmask)
+{
+	combiner c = make_combiner(1, 1, 3);
+
+	c.async = GetParam().async;
+	c.leaves[0].sync = GetParam().sync;
+	configure({c});
+	load();
+	const leaf &leaf = c.leaves[0];
+	ASSERT_EQ(regist(leaf), 0);
+	clear_trace();
+	fire(leaf);
+	const std::vector<std::string> expected = {enable_write(leaf, 0), clear_write(leaf),
+						   handler_mark(leaf), clear_write(leaf),
+						   enable_write(leaf, 1)};
+	EXPECT_TRUE(eventually([&] { return changes().size() >= expected.size(); }));
+	EXPECT_EQ(changes(), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, LeafTrace,
+			 testing::Values(trace_case{"sync_on_sync", 0, 1},
+					 trace_case{"thread_on_sync", 0, 0},
+					 trace_case{"sync_on_async", 1, 1},
+					 trace_case{"thread_on_async", 1, 0}),
+			 [](const auto &info) { return info.param.name; });
+
+TEST_F(Delivery, contexts_and_names)
+{
+	combiner hard = make_combiner(0, 2), threaded = make_combiner(1, 2);
+
+	threaded.async = 1;
+	hard.leaves[0].sync = 1;
+	threaded.leaves[0].sync = 1;
+	configure({hard, threaded});
+	load();
+	EXPECT_FALSE(world::thread_exists("intr0-handler"));
+	EXPECT_TRUE(world::thread_exists("intr1-handler"));
+	for (const combiner &c : {hard, threaded}) {
+		for (const leaf &leaf : c.leaves) {
+			clear_events();
+			ASSERT_EQ(regist(leaf), 0);
+			fire(leaf);
+			expect_events(1);
+			const std::vector<event> seen = events();
+			ASSERT_EQ(seen.size(), 1u) << leaf.name;
+			const std::string &context = seen[0].context;
+			if (leaf.sync == 0) {
+				EXPECT_TRUE(context.starts_with("thread:irq/")) << context;
+				EXPECT_NE(context.find("-drv_irq_"), std::string::npos) << context;
+			} else {
+				EXPECT_EQ(context, c.async ? "thread:intr1-handler" : "hardirq");
+			}
+			EXPECT_EQ(seen[0].irqs, context == "hardirq" ? "off" : "on") << leaf.name;
+		}
+	}
+	const std::string interrupts = world::interrupts();
+	EXPECT_NE(interrupts.find("drv_irq_sync_handler"), std::string::npos) << interrupts;
+	EXPECT_NE(interrupts.find("drv_irq_async_handler"), std::string::npos) << interrupts;
+	EXPECT_NE(interrupts.find("intr0"), std::string::npos) << interrupts;
+	EXPECT_NE(interrupts.find("intr1"), std::string::npos) << interrupts;
+}
+
+// A client that clears its device in the callback, below a status that simply
+// follows the source: nothing else takes the interrupt away.
+TEST_F(Delivery, chains_of_one_to_five_levels)
+{
+	combiner c{.id = 0, .leaves = {}};
+
+	for (u32 depth = 1; depth <= 5; depth++) {
+		leaf leaf = make_leaf(0, depth, depth);
+		for (level &level : leaf.levels) {
+			level.shift = depth + 8 * (depth % 3); // a branch of its own at every level
+			level.mask = 1 + 2 * (depth % 2);
+		}
+		leaf.levels.back().latched = depth % 2;
+		leaf.sync = depth % 2;
+		c.leaves.push_back(leaf);
+	}
+	configure({c});
+	load();
+	for (const leaf &leaf : c.leaves) {
+		ASSERT_EQ(regist(leaf, "quiesce=" + leaf.name), 0);
+		clear_events();
+		command("cpld", "assert " + leaf.name);
+		ASSERT_TRUE(wait_events(1)) << leaf.name;
+		EXPECT_EQ(events().front().index, leaf.index);
+		EXPECT_TRUE(eventually([&] { return command("cpld", "line 0") == "0"; }));
+	}
+}
+
+TEST_F(Delivery, a_full_combiner_loses_and_doubles_nothing)
+{
+	combiner c = make_combiner(0, 128, 3);
+
+	for (leaf &leaf : c.leaves)
+		leaf.sync = leaf.index % 2;
+	configure({c});
+	load();
+	for (const leaf &leaf : c.leaves)
+		ASSERT_EQ(regist(leaf), 0);
+	fire_together(c.leaves);
+	expect_events(128);
+	std::vector<u32> seen;
+	for (const event &event : events())
+		seen.push_back(event.index);
+	std::sort(seen.begin(), seen.end());
+	EXPECT_EQ(std::adjacent_find(seen.begin(), seen.end()), seen.end());
+	EXPECT_EQ(seen.size(), 128u);
+	// The synchronous ones ran inside the one scan, so in order.
+	std::vector<u32> sync;
+	for (const event &event : events()) {
+		if (event.context == "hardirq")
+			sync.push_back(event.index);
+	}
+	EXPECT_TRUE(std::is_sorted(sync.begin(), sync.end()));
+	EXPECT_EQ(sync.size(), 64u);
+}
+
+// Two reads for a leaf whose shared outer level is quiet, and never more than
+// two a level: the cost that the interrupt path is allowed.
+TEST_F(Delivery, quiet_branches_cost_two_reads)
+{
+	combiner c = make_combiner(0, 8, 4);
+
+	for (leaf &leaf : c.leaves) {
+		leaf.sync = 1;
+		for (size_t n = 0; n + 1 < leaf.levels.size(); n++)
+			leaf.levels[n].shift = 8 * static_cast<u32>(n) + leaf.hwirq / 4;
+	}
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	clear_trace();
+	fire(c.leaves[0]);
+	expect_events(1);
+	size_t quiet = 0, busy = 0, scans = 0;
+	for (const std::string &line : trace()) {
+		if (!line.starts_with("read "))
+			continue;
+		const bool outer_enable = line.find("reg=0x10 ") != std::string::npos;
+		if (line.find("shift=1 ") != std::string::npos && line.find("reg=0x") &&
+		    (outer_enable || line.find("reg=0x20 ") != std::string::npos))
+			quiet++;
+		else
+			busy++;
+		scans += outer_enable && line.find("shift=0 ") != std::string::npos;
+	}
+	ASSERT_EQ(scans % 4, 0u);
+	scans /= 4;
+	EXPECT_GE(scans, 1u);
+	EXPECT_EQ(quiet, scans * 4 * 2);
+	EXPECT_LE(busy, scans * 4 * 4 * 2);
+	EXPECT_GT(busy, 4u * 2);
+}
+
+TEST_F(Delivery, a_level_without_enable_register_counts_as_enabled)
+{
+	combiner c = make_combiner(0, 1, 2);
+
+	c.leaves[0].levels[0].en = 0xffffffff;
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	clear_trace();
+	fire(c.leaves[0]);
+	expect_events(1);
+	for (const std::string &line : trace())
+		EXPECT_EQ(line.find("reg=0xffffffff"), std::string::npos) << line;
+}
+
+// A read failure hides a leaf only as long as it lasts: the line is still up.
+TEST_F(Delivery, a_failed_read_does_not_lose_the_interrupt)
+{
+	combiner c = make_combiner(0, 2, 2);
+
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[1]), 0);
+	command("cpld", "fail read 1 6 -5");
+	fire(c.leaves[1]);
+	expect_events(1);
+	EXPECT_EQ(events().size(), 1u);
+}
+
+TEST_F(Delivery, disable_depth_of_a_normal_parent)
+{
+	combiner sync = make_combiner(0, 1), async = make_combiner(1, 1);
+
+	async.async = 1;
+	async.leaves[0].sync = 1;
+	configure({sync, async});
+	load();
+	EXPECT_EQ(depth("line:0"), 0);
+	EXPECT_EQ(depth("line:1"), 0);
+	ASSERT_EQ(regist(sync.leaves[0], "sleep_ms=60"), 0);
+	ASSERT_EQ(regist(async.leaves[0], "sleep_ms=60"), 0);
+	fire(sync.leaves[0]);
+	fire(async.leaves[0]);
+	ASSERT_TRUE(wait_events(2));
+	EXPECT_EQ(depth("line:0"), 0); // only the leaf is masked
+	EXPECT_EQ(depth("line:1"), 1); // until the scan ends
+	EXPECT_TRUE(eventually([&] { return depth("line:1") == 0; }));
+	EXPECT_EQ(unregist(sync.leaves[0]), 0);
+	EXPECT_EQ(unregist(async.leaves[0]), 0);
+	EXPECT_EQ(depth("line:0"), 0);
+	EXPECT_EQ(depth("line:1"), 0);
+}
+
+TEST_F(Delivery, disable_depth_of_a_direct_parent)
+{
+	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
+	const leaf &leaf = c.leaves[0];
+
+	configure({c});
+	load();
+	EXPECT_EQ(depth("line:2"), 1);
+	// Closed at its chip too: an asserted line reaches nobody yet.
+	command("cpld", "assert " + leaf.name);
+	world::sleep_ms(10);
+	command("cpld", "deassert " + leaf.name);
+	clear_trace();
+	for (int round = 0; round < 2; round++) {
+		clear_events();
+		ASSERT_EQ(regist(leaf, "sleep_ms=60 quiesce=" + leaf.name), 0);
+		EXPECT_EQ(depth("line:2"), 0);
+		command("cpld", "assert " + leaf.name);
+		ASSERT_TRUE(wait_events(1));
+		EXPECT_EQ(depth("line:2"), 1); // masked until the handler gives it back
+		EXPECT_TRUE(eventually([&] { return depth("line:2") == 0; }));
+		EXPECT_EQ(ask("client", "disable 0x200 3"), 0);
+		EXPECT_EQ(depth("line:2"), 1);
+		EXPECT_EQ(ask("client", "enable 0x200 3"), 0);
+		EXPECT_EQ(ask("client", "enable 0x200 3"), 0); // one too many
+		EXPECT_EQ(depth("line:2"), 0);
+		EXPECT_EQ(unregist(leaf), 0);
+		// One from shutting the leaf down, one from its release.
+		EXPECT_EQ(depth("line:2"), 2);
+		EXPECT_EQ(events().size(), 1u);
+	}
+	for (const std::string &line : trace())
+		EXPECT_TRUE(line.starts_with("mark")) << line; // no register is touched
+}
+
+TEST_F(Delivery, a_direct_leaf_in_hard_interrupt_context)
+{
+	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
+
+	c.leaves[0].sync = 1;
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0], "quiesce=" + c.leaves[0].name), 0);
+	for (size_t round = 1; round <= 20; round++) {
+		command("cpld", "assert " + c.leaves[0].name);
+		ASSERT_TRUE(wait_events(round));
+	}
+	expect_events(20);
+	EXPECT_EQ(depth("line:2"), 0);
+}
+
+// An edge leaf that fires while it is disabled is not lost, and a level leaf's
+// stale status is not delivered: enabling clears it.
+TEST_F(Delivery, what_came_while_disabled)
+{
+	combiner c = make_combiner(0, 2);
+
+	c.leaves[0].irq_type = 1;
+	configure({c});
+	load();
+	for (const leaf &leaf : c.leaves)
+		ASSERT_EQ(regist(leaf), 0);
+	for (const char *pair : {"0 3", "1 3"})
+		ASSERT_EQ(ask("client", std::string("disable ") + pair), 0);
+	fire(c.leaves[0]);
+	fire(c.leaves[1]);
+	world::sleep_ms(10);
+	EXPECT_TRUE(events().empty());
+	for (const char *pair : {"0 3", "1 3"})
+		ASSERT_EQ(ask("client", std::string("enable ") + pair), 0);
+	expect_events(1);
+	EXPECT_EQ(events().front().index, c.leaves[0].index);
+}
+
+// A storm ends in the monitor, and the line comes back.
+TEST_F(Delivery, a_storm_is_bounded_and_the_line_comes_back)
+{
+	combiner c = make_combiner(0, 1);
+
+	c.allow_max = 20;
+	c.leaves[0].sync = 1;
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	for (int shot = 0; shot < 100; shot++)
+		fire(c.leaves[0]);
+	EXPECT_TRUE(eventually([&] { return depth("line:0") == 1; }));
+	EXPECT_LE(events().size(), 22u);
+	EXPECT_TRUE(eventually([&] { return depth("line:0") == 0; }));
+	clear_events();
+	fire(c.leaves[0]);
+	ASSERT_TRUE(wait_events(1));
+}
+
+} // namespace rig

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// A combiner whose parent line is a leaf of another combiner.
+#include "rig.h"
+
+namespace rig {
+
+struct nested_case {
+	const char *name;
+	u32 outer_async, inner_async, outer_irq_type;
+};
+
+class Nested : public Scenario, public testing::WithParamInterface<nested_case> {
+protected:
+	combiner outer = make_combiner(0, 2), inner = make_combiner(9, 3);
+
+	void bring_up()
+	{
+		outer.async = GetParam().outer_async;
+		outer.leaves[1].irq_type = GetParam().outer_irq_type;
+		inner.async = GetParam().inner_async;
+		inner.leaves[0].sync = 1;
+		inner.line = outer.id;
+		inner.outer = outer.leaves[1].levels;
+		configure({outer, inner});
+		load();
+		ASSERT_EQ(regist(outer.leaves[0]), 0);
+		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:1:3"));
+		for (const leaf &leaf : inner.leaves)
+			ASSERT_EQ(regist(leaf), 0);
+	}
+};
+
+TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
+{
+	bring_up();
+	for (u32 shot = 0; shot < 40; shot++) {
+		const leaf &leaf = inner.leaves[shot % inner.leaves.size()];
+		clear_events();
+		fire(leaf);
+		ASSERT_TRUE(wait_events(1)) << "shot " << shot;
+		EXPECT_EQ(events().front().index, leaf.index);
+	}
+	// Through with everything: nothing is left disabled, inside or outside.
+	EXPECT_TRUE(eventually([&] { return depth("leaf:1:3") == 0 && depth("line:0") == 0; }));
+	clear_events();
+	fire(outer.leaves[0]);
+	expect_events(1);
+}
+
+TEST_P(Nested, the_leaf_belongs_to_the_combiner_behind_it)
+{
+	bring_up();
+	EXPECT_EQ(ask("client", "regist 1 3"), 14);
+	EXPECT_EQ(ask("client", "unregist 1 3"), 0);
+	EXPECT_GT(ask("client", "find 1 3"), 0);
+	// A second combiner behind the same leaf is refused, and the first lives on.
+	EXPECT_FALSE(add_device("irq_combiner@10", "leaf:1:3"));
+	EXPECT_TRUE(logged("parent leaf in use, index_id=0x1, type=3"));
+	clear_events();
+	fire(inner.leaves[1]);
+	expect_events(1);
+}
+
+TEST_P(Nested, a_leaf_in_use_cannot_become_a_parent)
+{
+	configure({outer, make_combiner(9, 1)});
+	load();
+	ASSERT_EQ(regist(outer.leaves[1]), 0);
+	EXPECT_FALSE(add_device("irq_combiner@9", "leaf:1:3"));
+	fire(outer.leaves[1]);
+	expect_events(1);
+}
+
+TEST_P(Nested, the_outer_one_takes_the_inner_one_along)
+{
+	bring_up();
+	fire(inner.leaves[0]);
+	ASSERT_TRUE(wait_events(1));
+	unload();
+	EXPECT_TRUE(logged("combiner 9 stands behind a leaf of combiner 0, freed first"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Nested,
+			 testing::Values(nested_case{"sync_in_sync", 0, 0, 8},
+					 nested_case{"async_in_sync", 0, 1, 8},
+					 nested_case{"sync_in_async", 1, 0, 8},
+					 nested_case{"async_in_async", 1, 1, 8},
+					 nested_case{"async_in_sync_edge", 0, 1, 1}),
+			 [](const auto &info) { return info.param.name; });
+
+} // namespace rig
