@@ -164,7 +164,7 @@ TEST_F(Exports, enable_and_disable_from_the_leafs_own_callback)
 		world::sleep_ms(10);
 		EXPECT_EQ(events().size(), 1u) << leaf.name;
 		EXPECT_EQ(ask("client", "enable " + std::to_string(leaf.index) + " 3"), 0);
-		fire(leaf);
+		fire_open(leaf);
 		EXPECT_TRUE(wait_events(2)) << leaf.name;
 		EXPECT_EQ(unregist(leaf), 0);
 		ASSERT_EQ(regist(leaf, "then=enable"), 0);

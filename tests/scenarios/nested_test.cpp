@@ -37,7 +37,7 @@ TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
 	for (u32 shot = 0; shot < 40; shot++) {
 		const leaf &leaf = inner.leaves[shot % inner.leaves.size()];
 		clear_events();
-		fire(leaf);
+		fire_open(leaf);
 		ASSERT_TRUE(wait_events(1)) << "shot " << shot;
 		EXPECT_EQ(events().front().index, leaf.index);
 	}

@@ -86,6 +86,9 @@ protected:
 	long regist(const leaf &leaf, const std::string &options = "");
 	long unregist(const leaf &leaf);
 	void fire(const leaf &leaf) { command("cpld", "pulse " + leaf.name); }
+	// Fires once the leaf's enable field is on: what comes between a handler and
+	// its unmask is cleared by the unmask.
+	void fire_open(const leaf &leaf);
 	int depth(const std::string &line);
 
 	std::vector<event> events();
