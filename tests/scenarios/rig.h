@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "world.h"
+#include "world/world.h"
 
 namespace rig {
 

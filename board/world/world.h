@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// What a scenario can see and do, the same in both homes: control files of the
+// What a scenario or the demo can see and do, the same in both homes: control files of the
 // sibling modules, the board and the test client; loading and unloading intr;
 // what the kernel shows of interrupts and threads. world_kernel.cpp works on
 // the real files of the guest, world_host.cpp on the model in this process.
-#ifndef TESTS_SCENARIOS_WORLD_H
-#define TESTS_SCENARIOS_WORLD_H
+#ifndef BOARD_WORLD_WORLD_H
+#define BOARD_WORLD_WORLD_H
 
 #include <string>
 #include <vector>
@@ -13,6 +13,9 @@
 #include "cfg_table.h"
 
 namespace world {
+
+// Which home this is, for people.
+std::string home();
 
 struct result {
 	int code; // 0 or a negative errno

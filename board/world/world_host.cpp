@@ -3,7 +3,7 @@
 // The host home: the driver over the kernel model, siblings, board and client
 // in this process. Everything is started and stopped around every scenario, so
 // that the model's check of leftovers covers all of it.
-#include "world.h"
+#include "world/world.h"
 
 #include <cerrno>
 #include <chrono>
@@ -50,6 +50,11 @@ constexpr part parts[] = {
 };
 
 } // namespace
+
+std::string home()
+{
+	return "the driver runs in this process, over a model of the kernel";
+}
 
 void start()
 {

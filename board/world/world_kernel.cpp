@@ -2,7 +2,7 @@
 //
 // The guest: real modules, real files. Runs as root in the initramfs, with the
 // modules in /modules and the sibling modules, the board and the client loaded.
-#include "world.h"
+#include "world/world.h"
 
 #include <cerrno>
 #include <cstring>
@@ -80,6 +80,19 @@ std::vector<std::string> driver_interrupts()
 }
 
 } // namespace
+
+std::string home()
+{
+	std::istringstream modules(whole_file("/proc/modules"));
+	std::string text = "Linux " + whole_file("/proc/sys/kernel/osrelease");
+
+	text.back() = ':';
+	for (std::string line; std::getline(modules, line);) {
+		if (line.starts_with("intr"))
+			text += " " + line.substr(0, line.find(' '));
+	}
+	return text;
+}
 
 void start()
 {

@@ -1,0 +1,373 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The virtual board: drives the parent lines from the simulated CPLD, adds and
+ * removes combiner devices at run time, and injects faults; file "board".
+ *
+ * A parent line is level-triggered: it asks for an interrupt as long as its
+ * CPLD output is 1. The interrupt controller of the home only takes single
+ * pending marks, which it forgets when the interrupt is taken. So every change
+ * of an output sets or withdraws the mark, and a timer sets it again while the
+ * output stays 1.
+ *
+ * A change is told in the middle of a register access, where the caller may
+ * hold locks of the interrupt core. The mark is therefore set later, outside
+ * those locks, from what the output is then.
+ */
+#include "board.h"
+
+#include "cpld/cpld_sim.h"
+#include "port_board.h"
+#include "words.h"
+
+#define REASSERT_MS 1
+
+/*
+ * Held over looking at an output and setting the mark: of two evaluations the
+ * later look also marks later, so no mark of a line that has gone quiet stays.
+ */
+PORT_LOCK(line_lock);
+static u32 asserted_lines;
+static u32 changed_lines;
+PORT_LOCK(changed_lock);
+
+static struct port_call changed_call;
+static struct port_timer reassert_timer;
+
+PORT_MUTEX(resolver_lock);
+static u32 (*leaf_resolver)(u32 index_id, u32 type);
+
+void board_set_leaf_resolver(u32 (*resolver)(u32 index_id, u32 type))
+{
+	port_mutex_lock(&resolver_lock);
+	leaf_resolver = resolver;
+	port_mutex_unlock(&resolver_lock);
+}
+
+/* Parent lines. */
+
+static void evaluate_line(u32 line)
+{
+	unsigned long flags = port_lock(&line_lock);
+	int level = cpld_sim_line_level(line);
+
+	port_line_set_pending(line, level);
+	if (level)
+		asserted_lines |= 1u << line;
+	else
+		asserted_lines &= ~(1u << line);
+	port_unlock(&line_lock, flags);
+}
+
+static void evaluate_lines(u32 lines)
+{
+	u32 line;
+
+	for (line = 0; line < BOARD_LINES; line++)
+		if (lines & (1u << line))
+			evaluate_line(line);
+}
+
+static u32 lines_asserted(void)
+{
+	unsigned long flags = port_lock(&line_lock);
+	u32 lines = asserted_lines;
+
+	port_unlock(&line_lock, flags);
+	return lines;
+}
+
+static void rearm_while_asserted(void)
+{
+	if (lines_asserted())
+		port_timer_start_ms(&reassert_timer, REASSERT_MS);
+}
+
+static void on_reassert(struct port_timer *timer)
+{
+	(void)timer;
+	evaluate_lines(lines_asserted());
+	rearm_while_asserted();
+}
+
+static void on_changed(struct port_call *call)
+{
+	unsigned long flags = port_lock(&changed_lock);
+	u32 lines = changed_lines;
+
+	(void)call;
+	changed_lines = 0;
+	port_unlock(&changed_lock, flags);
+	evaluate_lines(lines);
+	rearm_while_asserted();
+}
+
+static void on_line_output(u32 line, int level)
+{
+	unsigned long flags;
+
+	(void)level;
+	if (line >= BOARD_LINES)
+		return;
+	flags = port_lock(&changed_lock);
+	changed_lines |= 1u << line;
+	port_unlock(&changed_lock, flags);
+	port_call_queue(&changed_call);
+}
+
+/* Commands. */
+
+#define MAX_WORDS 4
+#define WORD_SIZE 64
+
+struct words {
+	char word[MAX_WORDS][WORD_SIZE];
+	u32 count;
+};
+
+/* False: more words than any command has. */
+static bool split(struct words *words, const char *line)
+{
+	words->count = 0;
+	while (words->count < MAX_WORDS && port_word(&line, words->word[words->count], WORD_SIZE))
+		words->count++;
+	return port_line_ends(line);
+}
+
+/* A value to return: 0, or a result code. */
+static bool return_value(const char *word, long *value)
+{
+	s32 code = 0;
+	u32 zero;
+
+	if (!port_result_code(word, &code) && (!port_number(word, &zero) || zero != 0))
+		return false;
+	*value = code;
+	return true;
+}
+
+static bool line_word(const char *word, u32 *line)
+{
+	return port_number(word, line) && *line < BOARD_LINES;
+}
+
+static u32 resolve_leaf(u32 index_id, u32 type)
+{
+	u32 virq = 0;
+
+	port_mutex_lock(&resolver_lock);
+	if (leaf_resolver)
+		virq = leaf_resolver(index_id, type);
+	port_mutex_unlock(&resolver_lock);
+	return virq;
+}
+
+/* "INDEX:TYPE" */
+static bool leaf_virq(const char *word, u32 *virq)
+{
+	char pair[WORD_SIZE];
+	char *colon;
+	u32 index_id;
+	u32 type;
+
+	memcpy(pair, word, strlen(word) + 1);
+	colon = strstr(pair, ":");
+	if (!colon)
+		return false;
+	*colon = '\0';
+	if (!port_number(pair, &index_id) || !port_number(colon + 1, &type))
+		return false;
+	*virq = resolve_leaf(index_id, type);
+	return true;
+}
+
+/* "line:N", "virq:N" or "leaf:INDEX:TYPE"; a line or leaf that has no interrupt gives 0. */
+static bool interrupt_word(const char *word, u32 *virq)
+{
+	u32 line;
+
+	if (strncmp(word, "virq:", 5) == 0)
+		return port_number(word + 5, virq);
+	if (strncmp(word, "leaf:", 5) == 0)
+		return leaf_virq(word + 5, virq);
+	if (strncmp(word, "line:", 5) != 0 || !line_word(word + 5, &line))
+		return false;
+	*virq = port_line_virq(line);
+	return true;
+}
+
+static int add_device(const char *name, const char *irq, char *reply, size_t size)
+{
+	bool none = strcmp(irq, "irq=none") == 0;
+	u32 virq = 0;
+	int ret;
+
+	if (!none && (strncmp(irq, "irq=", 4) != 0 || !interrupt_word(irq + 4, &virq)))
+		return port_refuse(reply, size, "board: device add: wrong interrupt '%s'; use "
+				   "irq=line:N, irq=leaf:INDEX:TYPE, irq=virq:N or irq=none", irq);
+	if (!none && virq == 0)
+		return port_refuse(reply, size, "board: device add: %s is no interrupt; "
+				   "name one that exists, or irq=none", irq + 4);
+	ret = port_device_add(name, virq);
+	if (ret < 0) {
+		port_refuse(reply, size, "board: device add: %s cannot be added (%d); "
+			    "use a name that no device has", name, ret);
+		return ret;
+	}
+	snprintf(reply, size, "probed=%d", ret);
+	return 0;
+}
+
+static int device_command(struct words *words, char *reply, size_t size)
+{
+	if (words->count == 4 && strcmp(words->word[1], "add") == 0)
+		return add_device(words->word[2], words->word[3], reply, size);
+	if (words->count != 3 || strcmp(words->word[1], "del") != 0)
+		return port_refuse(reply, size, "board: device: unknown form; "
+				   "use device add NAME irq=..., or device del NAME");
+	if (port_device_del(words->word[2]) != 0)
+		return port_refuse(reply, size, "board: device del: there is no %s; "
+				   "name a device that was added", words->word[2]);
+	return 0;
+}
+
+/* One interrupt without a cause. */
+static int raise_command(struct words *words, char *reply, size_t size)
+{
+	unsigned long flags;
+	u32 line;
+
+	if (words->count != 2 || !line_word(words->word[1], &line))
+		return port_refuse(reply, size, "board: raise: no such line; use raise LINE, 0 to %u",
+				   BOARD_LINES - 1);
+	if (port_line_virq(line) == 0)
+		return port_refuse(reply, size, "board: raise: line %u has no interrupt; "
+				   "use another line", line);
+	flags = port_lock(&line_lock);
+	port_line_set_pending(line, 1);
+	port_unlock(&line_lock, flags);
+	return 0;
+}
+
+static int depth_command(struct words *words, char *reply, size_t size)
+{
+	u32 virq;
+
+	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+		return port_refuse(reply, size, "board: depth: wrong interrupt; use "
+				   "depth line:N, depth virq:N or depth leaf:INDEX:TYPE");
+	snprintf(reply, size, "depth=%d", port_irq_depth(virq));
+	return 0;
+}
+
+static int virq_command(struct words *words, char *reply, size_t size)
+{
+	u32 virq;
+
+	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+		return port_refuse(reply, size, "board: virq: wrong interrupt; use virq line:N");
+	snprintf(reply, size, "virq=%u", virq);
+	return 0;
+}
+
+static int set_fault(struct words *words, char *reply, size_t size)
+{
+	long ret;
+	u32 nth;
+	int failed;
+
+	if (words->count != 4 || !port_number(words->word[2], &nth) || nth == 0 ||
+	    !return_value(words->word[3], &ret))
+		return port_refuse(reply, size, "board: fault: unknown form; use fault SYMBOL NTH RET "
+				   "with NTH from 1, fault count or fault off");
+	failed = strncmp(words->word[1], "plat_", 5) == 0 ?
+		 port_fault(words->word[1], nth, ret) : -EINVAL;
+	if (failed)
+		port_refuse(reply, size, "board: fault: %s cannot be caught (%d); "
+			    "name a function of the platform boundary, plat_...",
+			    words->word[1], failed);
+	return failed;
+}
+
+static int fault_command(struct words *words, char *reply, size_t size)
+{
+	u32 calls;
+	int hit;
+
+	if (words->count == 2 && strcmp(words->word[1], "off") == 0) {
+		port_fault_off();
+		return 0;
+	}
+	if (words->count != 2 || strcmp(words->word[1], "count") != 0)
+		return set_fault(words, reply, size);
+	hit = port_fault_count(&calls);
+	snprintf(reply, size, "calls=%u hit=%d", calls, hit);
+	return 0;
+}
+
+static const struct {
+	const char *name;
+	int (*run)(struct words *words, char *reply, size_t size);
+} commands[] = {
+	{ "device", device_command },
+	{ "raise", raise_command },
+	{ "depth", depth_command },
+	{ "virq", virq_command },
+	{ "fault", fault_command },
+};
+
+static int board_command(const char *line, char *reply, size_t size)
+{
+	struct words words;
+	size_t i;
+
+	if (split(&words, line) && words.count > 0)
+		for (i = 0; i < sizeof(commands) / sizeof(commands[0]); i++)
+			if (strcmp(words.word[0], commands[i].name) == 0)
+				return commands[i].run(&words, reply, size);
+	return port_refuse(reply, size, "board: no such command, or too many words; "
+			   "use device, raise, depth, virq or fault");
+}
+
+static void board_show(struct port_out *out)
+{
+	u32 asserted = lines_asserted();
+	u32 line;
+
+	for (line = 0; line < BOARD_LINES; line++)
+		if (asserted & (1u << line))
+			port_printf(out, "line=%u level=1\n", line);
+}
+
+static struct port_ctl board_ctl = {
+	.name = "board",
+	.command = board_command,
+	.show = board_show,
+};
+
+int board_start(void)
+{
+	int ret = port_board_start();
+
+	if (ret)
+		return ret;
+	port_call_init(&changed_call, on_changed);
+	port_timer_init(&reassert_timer, on_reassert);
+	ret = port_ctl_register(&board_ctl);
+	if (ret) {
+		port_board_stop();
+		return ret;
+	}
+	cpld_sim_set_line_hook(on_line_output);
+	return 0;
+}
+
+/* The CPLD lets go of the hook first; after that no call starts the timer again but the last one. */
+void board_stop(void)
+{
+	cpld_sim_set_line_hook(NULL);
+	port_ctl_unregister(&board_ctl);
+	port_call_sync(&changed_call);
+	port_timer_cancel(&reassert_timer);
+	port_fault_off();
+	port_board_stop();
+}

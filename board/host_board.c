@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: GPL-2.0
+/* The virtual board's home on the host: everything it needs is an operation of the kernel model. */
+#include "host_board.h"
+
+#include "model.h"
+#include "port_board.h"
+
+#define FIRMWARE_DEVICES 4
+#define COMPATIBLE "quorvatek,irq_combiner"
+#define NAME_MAX_SIZE 64
+#define ADDED_MAX 64
+
+/* The names of the devices that the board added itself, which go when it stops. */
+static char added[ADDED_MAX][NAME_MAX_SIZE];
+PORT_MUTEX(added_lock);
+
+static char *find_added(const char *name)
+{
+	u32 at;
+
+	for (at = 0; at < ADDED_MAX; at++)
+		if (strcmp(added[at], name) == 0)
+			return added[at];
+	return NULL;
+}
+
+u32 port_line_virq(u32 line)
+{
+	return line < BOARD_LINES ? host_line_virq(line) : 0;
+}
+
+void port_line_set_pending(u32 line, int pending)
+{
+	if (line < BOARD_LINES)
+		host_line_set_pending(line, pending);
+}
+
+/* Called with added_lock held. */
+static int add_device(const char *name, u32 virq)
+{
+	char *free_name = find_added("");
+	int ret;
+
+	if (!name[0] || strlen(name) >= NAME_MAX_SIZE)
+		return -EINVAL;
+	if (!free_name)
+		return -ENOMEM;
+	ret = host_device_add(name, NULL, &virq, 1);
+	if (ret)
+		return ret;
+	strcpy(free_name, name);
+	return host_device_bound(name);
+}
+
+int port_device_add(const char *name, u32 virq)
+{
+	int ret;
+
+	port_mutex_lock(&added_lock);
+	ret = add_device(name, virq);
+	port_mutex_unlock(&added_lock);
+	return ret;
+}
+
+int port_device_del(const char *name)
+{
+	char *entry;
+
+	port_mutex_lock(&added_lock);
+	entry = name[0] ? find_added(name) : NULL;
+	if (entry) {
+		host_device_del(name);
+		entry[0] = '\0';
+	}
+	port_mutex_unlock(&added_lock);
+	return entry ? 0 : -ENOENT;
+}
+
+int port_fault(const char *symbol, u32 nth, long ret)
+{
+	return host_fault(symbol, nth, ret);
+}
+
+void port_fault_off(void)
+{
+	host_fault_off();
+}
+
+int port_fault_count(u32 *calls)
+{
+	int hit;
+
+	host_fault_count(calls, &hit);
+	return hit;
+}
+
+int port_irqs_enabled(void)
+{
+	return !host_irqs_disabled();
+}
+
+int port_board_start(void)
+{
+	return 0;
+}
+
+void port_board_stop(void)
+{
+	u32 at;
+
+	for (at = 0; at < ADDED_MAX; at++)
+		port_device_del(added[at]);
+}
+
+void host_firmware_board(void)
+{
+	char name[NAME_MAX_SIZE];
+	u32 at, virq;
+
+	for (at = 0; at < FIRMWARE_DEVICES; at++) {
+		snprintf(name, sizeof(name), "irq_combiner@%u", at);
+		virq = host_line_virq(at);
+		host_device_add(name, COMPATIBLE, &virq, 1);
+	}
+}

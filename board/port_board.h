@@ -1,0 +1,48 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/* What the virtual board needs of its home beyond port.h. Each home defines these. */
+#ifndef INTR_BOARD_PORT_BOARD_H
+#define INTR_BOARD_PORT_BOARD_H
+
+#include "port.h"
+
+/* Parent lines that the board has. */
+#define BOARD_LINES 32
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The Linux interrupt number of a parent line; 0 = none. */
+u32 port_line_virq(u32 line);
+/* Makes a parent line pending or withdraws it. Any context. */
+void port_line_set_pending(u32 line, int pending);
+
+/*
+ * A platform device for the driver "irq_combiner", with one interrupt or none
+ * (virq 0). Process context. Adding gives 1: a driver took it, 0: none did, or
+ * -errno (-EEXIST: the board has a device of this name).
+ */
+int port_device_add(const char *name, u32 virq);
+int port_device_del(const char *name);
+
+/*
+ * Makes the nth call from now of the driver's platform function symbol return
+ * ret without being carried out. One fault at a time: a new one replaces it. A
+ * driver that is not loaded yet is armed when it is. Process context.
+ */
+int port_fault(const char *symbol, u32 nth, long ret);
+void port_fault_off(void);
+/* Calls seen since the fault was set; returns 1 once it has struck. */
+int port_fault_count(u32 *calls);
+
+/* Whether the caller's CPU takes interrupts. Any context. */
+int port_irqs_enabled(void);
+
+int port_board_start(void);
+void port_board_stop(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

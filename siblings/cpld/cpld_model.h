@@ -1,0 +1,98 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The parts of the CPLD simulation. Every function of this file is called with
+ * the lock of cpld_lock()/cpld_unlock() held, except where it says otherwise.
+ */
+#ifndef CPLD_CPLD_MODEL_H
+#define CPLD_CPLD_MODEL_H
+
+#define CPLD_NO_REGISTER 0xffffffffu	/* enable register of a level that has none */
+#define CPLD_NAME_MAX 32
+#define CPLD_LINES 64u
+#define CPLD_CHAIN_MAX 12u
+#define CPLD_LEVELS 16384u
+#define CPLD_SOURCES 8192u
+#define CPLD_REGISTERS 16384u		/* a power of 2 */
+
+/* What one access or source change has to tell the line hook. */
+struct cpld_lines {
+	u32 count;
+	u32 line[CPLD_LINES];
+};
+
+/* --- cpld.c: the lock, the two others' state, the hook --- */
+
+unsigned long cpld_lock(void);
+/* Unlocks, then tells the hook about the lines that were touched. */
+void cpld_unlock(unsigned long flags);
+
+/* --- model.c: registers, levels, sources, lines --- */
+
+/* One level of a source's chain, as a command gives it. enable may be CPLD_NO_REGISTER. */
+struct cpld_level_spec {
+	u32 chip;
+	u32 enable;
+	u32 status;
+	u32 shift;	/* below 32 */
+	u32 mask;	/* not 0, within the register */
+	bool latched;	/* write-one-to-clear; else status follows the input */
+};
+
+/* Process context, without the lock. Return: 0 or -ENOMEM, and nothing is changed. */
+int cpld_model_reset(void);
+void cpld_model_free(void);
+
+u32 cpld_model_read(u32 inst, u32 chip, u32 reg);
+/* A bus write of the given bits: status bits have their own rule. -ENOSPC: too many registers. */
+int cpld_model_write(u32 inst, u32 chip, u32 reg, u32 bits, u32 value);
+/* Changes the register itself; a status whose input is active is set again. */
+int cpld_model_poke(u32 inst, u32 chip, u32 reg, u32 value);
+
+/* Outermost level first. Return: 0, or -EINVAL/-ENOSPC, *why says why and nothing is changed. */
+int cpld_model_add_source(const char *name, u32 inst, u32 line,
+			  const struct cpld_level_spec *levels, u32 count, const char **why);
+int cpld_model_set_source(const char *name, bool asserted);	/* 0 or -ENOENT */
+int cpld_model_line_level(u32 line);
+/* The lines touched since the last call. */
+void cpld_model_take_touched(struct cpld_lines *lines);
+
+/* Text of all parts. Process context, without the lock: takes it for one record at a time. */
+void cpld_model_show(struct port_out *out);
+void cpld_model_show_counts(struct port_out *out);
+
+/* --- trace.c: record of accesses, failures to order --- */
+
+enum cpld_op { CPLD_READ, CPLD_WRITE, CPLD_REG_READ, CPLD_REG_WRITE, CPLD_ANY, CPLD_MARK };
+#define CPLD_FAIL_RULES (CPLD_ANY + 1)
+
+struct cpld_access {
+	enum cpld_op op;
+	u32 inst, chip, reg;
+	u32 shift, mask;	/* of a field access */
+	u32 value;
+	s32 ret;
+};
+
+/* Process context, without the lock. */
+int cpld_trace_start(void);
+void cpld_trace_stop(void);
+void cpld_trace_show(struct port_out *out);
+void cpld_trace_show_counts(struct port_out *out);
+
+void cpld_trace_add(const struct cpld_access *access);
+void cpld_trace_mark(const char *text);
+void cpld_trace_switch(bool on);
+void cpld_trace_clear(void);
+
+/* Accesses number nth to nth + count - 1 from now, of this kind, give ret. */
+void cpld_fail_set(enum cpld_op op, u32 nth, u32 count, s32 ret);
+void cpld_fail_clear(void);
+/* Counts the access. Return: the result it has to fail with, or 0. */
+s32 cpld_fail_check(enum cpld_op op);
+
+/* --- ctl.c: the control files --- */
+
+int cpld_ctl_register(void);
+void cpld_ctl_unregister(void);
+
+#endif

@@ -1,0 +1,385 @@
+// SPDX-License-Identifier: GPL-2.0
+/*
+ * The interrupt monitor: bounds interrupt storms.
+ *
+ * A period of suppress_ms begins with the first occurrence after the last one
+ * ended. With policy not 0, the occurrence number allow_max + 1 of a period
+ * disables the line until the period's end; then it is enabled again. Policy 0
+ * only counts; so does an allow_max or suppress_ms of 0, which set no bound.
+ *
+ * One disable is owed to a suppressed line. Whoever changes `suppressed` from
+ * true to false, under monitor_lock, gives it back: the timer or the unset.
+ * The timer is started only after the disable, so it never enables first.
+ */
+#include "port.h"
+#include "words.h"
+#include "monitor.h"
+
+#define BUCKETS 256u
+
+struct watched_line {
+	struct watched_line *next;
+	u32 virq;
+	u32 allow_max;
+	u32 suppress_ms;
+	u32 policy;
+	/* under monitor_lock */
+	u64 period_start_ns;
+	u32 period_count;
+	u32 count;		/* occurrences since it is watched */
+	u32 suppress_cnt;
+	bool suppressed;
+	u32 checks;		/* running outside the lock; none begins once it is unlinked */
+	struct port_timer timer;
+};
+
+/* A refusal that the control file asked for: the call number nth from now gives ret. */
+struct refusal {
+	u32 nth;	/* 0 = none */
+	s32 ret;
+};
+
+PORT_MUTEX(setup_mutex);	/* watched lines come and go */
+PORT_LOCK(monitor_lock);	/* inside setup_mutex: the lists, counters and refusals */
+static struct watched_line *buckets[BUCKETS];
+static struct refusal refuse_set, refuse_unset;
+
+/* Called with monitor_lock held. */
+static struct watched_line **find_link(u32 virq)
+{
+	struct watched_line **at = &buckets[virq % BUCKETS];
+
+	while (*at && (*at)->virq != virq)
+		at = &(*at)->next;
+	return at;
+}
+
+static s32 take_refusal(struct refusal *refusal)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	s32 ret = 0;
+
+	if (refusal->nth && !--refusal->nth)
+		ret = refusal->ret;
+	port_unlock(&monitor_lock, flags);
+	return ret;
+}
+
+static void say(const struct watched_line *line, const char *what)
+{
+	char text[120];
+
+	snprintf(text, sizeof(text), "monitor: virq %u: %s (allow_max %u in %u ms)", line->virq,
+		 what, line->allow_max, line->suppress_ms);
+	port_printk(2, text);
+}
+
+/* Return: the disable is the caller's to give back. */
+static bool end_suppression(struct watched_line *line)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	bool ended = line->suppressed;
+
+	line->suppressed = false;
+	line->period_count = 0;
+	port_unlock(&monitor_lock, flags);
+	return ended;
+}
+
+static void period_over(struct port_timer *timer)
+{
+	struct watched_line *line = container_of(timer, struct watched_line, timer);
+
+	if (!end_suppression(line))
+		return;
+	say(line, "enabled again");
+	port_enable_irq(line->virq);
+}
+
+/* Called with monitor_lock held. Return: the line has to be suppressed now. */
+static bool count_occurrence(struct watched_line *line)
+{
+	u64 now = port_now_ns();
+
+	line->count++;
+	if (!line->policy || !line->allow_max || !line->suppress_ms || line->suppressed)
+		return false;
+	if (!line->period_count ||
+	    now - line->period_start_ns >= (u64)line->suppress_ms * 1000000u) {
+		line->period_start_ns = now;
+		line->period_count = 0;
+	}
+	if (++line->period_count <= line->allow_max)
+		return false;
+	line->suppressed = true;
+	line->suppress_cnt++;
+	return true;
+}
+
+static u32 rest_of_period_ms(const struct watched_line *line)
+{
+	u64 passed_ms = (port_now_ns() - line->period_start_ns) / 1000000u;
+
+	return passed_ms < line->suppress_ms ? line->suppress_ms - (u32)passed_ms : 1;
+}
+
+static void suppress(struct watched_line *line)
+{
+	port_disable_irq_nosync(line->virq);
+	say(line, "storm, disabled for the rest of the period");
+	port_timer_start_ms(&line->timer, rest_of_period_ms(line));
+}
+
+/* Hard-interrupt context. The line stays while `checks` counts it. */
+int drv_intr_monitor_do_check(u32 virq, struct irq_desc *desc, u32 dev_virq)
+{
+	struct watched_line *line;
+	unsigned long flags;
+	bool storm = false;
+
+	(void)desc;
+	(void)dev_virq;
+	flags = port_lock(&monitor_lock);
+	line = *find_link(virq);
+	if (line)
+		storm = count_occurrence(line);
+	if (storm)
+		line->checks++;
+	port_unlock(&monitor_lock, flags);
+	if (!storm)
+		return line ? 0 : -ENOENT;
+
+	suppress(line);
+	flags = port_lock(&monitor_lock);
+	line->checks--;
+	port_unlock(&monitor_lock, flags);
+	return 0;
+}
+
+/* Called with setup_mutex held. */
+static int link_line(struct watched_line *line)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	struct watched_line **link = find_link(line->virq);
+	int ret = *link ? -EEXIST : 0;
+
+	if (!ret)
+		*link = line;
+	port_unlock(&monitor_lock, flags);
+	return ret;
+}
+
+static struct watched_line *make_line(u32 virq, u32 allow_max, u32 suppress_ms, u32 policy)
+{
+	struct watched_line *line = port_alloc(sizeof(*line));
+
+	if (!line)
+		return NULL;
+	line->virq = virq;
+	line->allow_max = allow_max;
+	line->suppress_ms = suppress_ms;
+	line->policy = policy;
+	port_timer_init(&line->timer, period_over);
+	return line;
+}
+
+int drv_intr_monitor_set_param(u32 virq, u32 dev_virq, u32 allow_max, u32 suppress_ms, u32 policy,
+			       void *reserved)
+{
+	struct watched_line *line;
+	int ret = take_refusal(&refuse_set);
+
+	(void)dev_virq;
+	(void)reserved;
+	if (ret)
+		return ret;
+	if (!virq)
+		return -EINVAL;
+	line = make_line(virq, allow_max, suppress_ms, policy);
+	if (!line)
+		return -ENOMEM;
+	port_mutex_lock(&setup_mutex);
+	ret = link_line(line);
+	port_mutex_unlock(&setup_mutex);
+	if (ret)
+		port_free(line);
+	return ret;
+}
+
+static struct watched_line *unlink_line(u32 virq)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	struct watched_line **link = find_link(virq);
+	struct watched_line *line = *link;
+
+	if (line)
+		*link = line->next;
+	port_unlock(&monitor_lock, flags);
+	return line;
+}
+
+static bool checks_run(struct watched_line *line)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	bool run = line->checks != 0;
+
+	port_unlock(&monitor_lock, flags);
+	return run;
+}
+
+/* The line is unlinked. First the checks end, as one of them may still start the timer. */
+static void release_line(struct watched_line *line)
+{
+	while (checks_run(line))
+		port_sleep_ms(1);
+	port_timer_cancel(&line->timer);
+	if (end_suppression(line)) {
+		say(line, "enabled again, no longer watched");
+		port_enable_irq(line->virq);
+	}
+	port_free(line);
+}
+
+/* setup_mutex also keeps the line from a reader of the control file. */
+int drv_intr_monitor_unset_param(u32 virq, u32 dev_virq)
+{
+	struct watched_line *line;
+	int refusal = take_refusal(&refuse_unset);
+
+	(void)dev_virq;
+	port_mutex_lock(&setup_mutex);
+	line = unlink_line(virq);
+	if (line)
+		release_line(line);
+	port_mutex_unlock(&setup_mutex);
+	/* An ordered refusal is only reported: the caller gives the number back, and its next user needs it. */
+	if (refusal)
+		return refusal;
+	return line ? 0 : -ENOENT;
+}
+
+int drv_intr_mng_get_suppress_cnt(u32 virq, u32 *count)
+{
+	struct watched_line *line;
+	unsigned long flags;
+
+	if (!count)
+		return -EINVAL;
+	flags = port_lock(&monitor_lock);
+	line = *find_link(virq);
+	if (line)
+		*count = line->suppress_cnt;
+	port_unlock(&monitor_lock, flags);
+	return line ? 0 : -ENOENT;
+}
+
+int drv_intr_mng_get_irq_state(u32 virq, s32 *state)
+{
+	struct watched_line *line;
+	unsigned long flags;
+
+	if (!state)
+		return -EINVAL;
+	flags = port_lock(&monitor_lock);
+	line = *find_link(virq);
+	if (line)
+		*state = line->suppressed ? 1 : 0;
+	port_unlock(&monitor_lock, flags);
+	return line ? 0 : -ENOENT;
+}
+
+static void set_refusal(struct refusal *refusal, u32 nth, s32 ret)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+
+	refusal->nth = nth;
+	refusal->ret = ret;
+	port_unlock(&monitor_lock, flags);
+}
+
+/* "set NTH RET" or "unset NTH RET" */
+static bool command_refuse(const char *at)
+{
+	struct refusal *refusal = NULL;
+	char word[8];
+	u32 nth;
+	s32 ret;
+
+	if (!port_word(&at, word, sizeof(word)))
+		return false;
+	if (!strcmp(word, "set"))
+		refusal = &refuse_set;
+	else if (!strcmp(word, "unset"))
+		refusal = &refuse_unset;
+	if (!refusal || !port_word_number(&at, &nth) || !nth || !port_word_result(&at, &ret) ||
+	    !port_line_ends(at))
+		return false;
+	set_refusal(refusal, nth, ret);
+	return true;
+}
+
+static int command(const char *line, char *reply, size_t reply_size)
+{
+	const char *at = line;
+	char word[8];
+
+	if (!port_word(&at, word, sizeof(word)))
+		word[0] = '\0';
+	if (!strcmp(word, "off") && port_line_ends(at)) {
+		set_refusal(&refuse_set, 0, 0);
+		set_refusal(&refuse_unset, 0, 0);
+		return 0;
+	}
+	if (!strcmp(word, "refuse") && command_refuse(at))
+		return 0;
+	return port_refuse(reply, reply_size,
+			   "monitor: \"%.80s\" is not understood; write \"refuse set|unset NTH RET\" or \"off\"",
+			   line);
+}
+
+static void show_line(struct port_out *out, const struct watched_line *line)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	u32 count = line->count, suppress_cnt = line->suppress_cnt;
+	bool suppressed = line->suppressed;
+
+	port_unlock(&monitor_lock, flags);
+	port_printf(out,
+		    "virq=%u allow_max=%u suppress_ms=%u policy=%u count=%u suppressed=%u suppress_cnt=%u\n",
+		    line->virq, line->allow_max, line->suppress_ms, line->policy, count, suppressed,
+		    suppress_cnt);
+}
+
+/* Walks without monitor_lock: setup_mutex keeps the lists as they are. */
+static void show(struct port_out *out)
+{
+	struct watched_line *line;
+	u32 i;
+
+	port_mutex_lock(&setup_mutex);
+	for (i = 0; i < BUCKETS; i++)
+		for (line = buckets[i]; line; line = line->next)
+			show_line(out, line);
+	port_mutex_unlock(&setup_mutex);
+}
+
+static struct port_ctl control = { .name = "monitor", .command = command, .show = show };
+
+int monitor_start(void)
+{
+	set_refusal(&refuse_set, 0, 0);
+	set_refusal(&refuse_unset, 0, 0);
+	return port_ctl_register(&control);
+}
+
+void monitor_stop(void)
+{
+	u32 i;
+
+	port_ctl_unregister(&control);
+	port_mutex_lock(&setup_mutex);
+	for (i = 0; i < BUCKETS; i++)
+		while (buckets[i])
+			release_line(unlink_line(buckets[i]->virq));
+	port_mutex_unlock(&setup_mutex);
+}
