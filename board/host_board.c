@@ -118,7 +118,7 @@ void host_firmware_board(void)
 	u32 at, virq;
 
 	for (at = 0; at < FIRMWARE_DEVICES; at++) {
-		snprintf(name, sizeof(name), "irq_combiner@%u", at);
+		snprintf(name, sizeof(name), "soc:irq_combiner@%u", at);
 		virq = host_line_virq(at);
 		host_device_add(name, COMPATIBLE, &virq, 1);
 	}

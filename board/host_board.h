@@ -8,8 +8,8 @@ extern "C" {
 #endif
 
 /*
- * The devices that the firmware's tree describes: "irq_combiner@0" to
- * "irq_combiner@3" on parent lines 0 to 3. After host_start, which has none.
+ * The devices that the firmware's tree describes: "soc:irq_combiner@0" to
+ * "soc:irq_combiner@3" on parent lines 0 to 3. After host_start, which has none.
  */
 void host_firmware_board(void);
 

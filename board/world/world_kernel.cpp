@@ -19,8 +19,6 @@ namespace world {
 
 namespace {
 
-constexpr char MODULE[] = "intr";
-constexpr char MODULE_FILE[] = "/modules/intr.ko";
 constexpr char CONTROL_DIR[] = "/proc/diag/";
 
 // What the kernel writes when something is wrong. A log that holds one of these
@@ -79,6 +77,22 @@ std::vector<std::string> driver_interrupts()
 	return lines;
 }
 
+int insert_module(const std::string &name)
+{
+	const int file = open(("/modules/" + name + ".ko").c_str(), O_RDONLY | O_CLOEXEC);
+
+	if (file < 0)
+		return -errno;
+	const int code = syscall(SYS_finit_module, file, "", 0) < 0 ? -errno : 0;
+	close(file);
+	return code;
+}
+
+int remove_module(const std::string &name)
+{
+	return syscall(SYS_delete_module, name.c_str(), O_NONBLOCK) < 0 ? -errno : 0;
+}
+
 } // namespace
 
 std::string home()
@@ -127,21 +141,20 @@ std::vector<std::string> finish()
 	return found;
 }
 
+// The client reaches the driver through intr_link.ko, which holds the driver
+// while it is loaded; leaves stay registered when it goes.
 int load()
 {
-	const int file = open(MODULE_FILE, O_RDONLY | O_CLOEXEC);
+	const int ret = insert_module("intr");
 
-	if (file < 0)
-		return -errno;
-	const long ret = syscall(SYS_finit_module, file, "", 0);
-	const int code = ret < 0 ? -errno : 0;
-	close(file);
-	return code;
+	return ret != 0 ? ret : insert_module("intr_link");
 }
 
 int unload()
 {
-	return syscall(SYS_delete_module, MODULE, O_NONBLOCK) < 0 ? -errno : 0;
+	const int ret = remove_module("intr_link");
+
+	return ret != 0 ? ret : remove_module("intr");
 }
 
 result control(const std::string &file, const std::string &line)

@@ -12,7 +12,7 @@ struct nested_case {
 
 class Nested : public Scenario, public testing::WithParamInterface<nested_case> {
 protected:
-	combiner outer = make_combiner(0, 2), inner = make_combiner(9, 3);
+	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 3);
 
 	void bring_up()
 	{
@@ -24,8 +24,9 @@ protected:
 		inner.outer = outer.leaves[1].levels;
 		configure({outer, inner});
 		load();
+		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 		ASSERT_EQ(regist(outer.leaves[0]), 0);
-		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:1:3"));
+		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
 		for (const leaf &leaf : inner.leaves)
 			ASSERT_EQ(regist(leaf), 0);
 	}
@@ -42,7 +43,7 @@ TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
 		EXPECT_EQ(events().front().index, leaf.index);
 	}
 	// Through with everything: nothing is left disabled, inside or outside.
-	EXPECT_TRUE(eventually([&] { return depth("leaf:1:3") == 0 && depth("line:0") == 0; }));
+	EXPECT_TRUE(eventually([&] { return depth("leaf:0x401:3") == 0 && depth("line:4") == 0; }));
 	clear_events();
 	fire(outer.leaves[0]);
 	expect_events(1);
@@ -51,12 +52,12 @@ TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
 TEST_P(Nested, the_leaf_belongs_to_the_combiner_behind_it)
 {
 	bring_up();
-	EXPECT_EQ(ask("client", "regist 1 3"), 14);
-	EXPECT_EQ(ask("client", "unregist 1 3"), 0);
-	EXPECT_GT(ask("client", "find 1 3"), 0);
+	EXPECT_EQ(ask("client", "regist 0x401 3"), 14);
+	EXPECT_EQ(ask("client", "unregist 0x401 3"), 0);
+	EXPECT_GT(ask("client", "find 0x401 3"), 0);
 	// A second combiner behind the same leaf is refused, and the first lives on.
-	EXPECT_FALSE(add_device("irq_combiner@10", "leaf:1:3"));
-	EXPECT_TRUE(logged("parent leaf in use, index_id=0x1, type=3"));
+	EXPECT_FALSE(add_device("irq_combiner@10", "leaf:0x401:3"));
+	EXPECT_TRUE(logged("parent leaf in use, index_id=0x401, type=3"));
 	clear_events();
 	fire(inner.leaves[1]);
 	expect_events(1);
@@ -66,8 +67,9 @@ TEST_P(Nested, a_leaf_in_use_cannot_become_a_parent)
 {
 	configure({outer, make_combiner(9, 1)});
 	load();
+	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 	ASSERT_EQ(regist(outer.leaves[1]), 0);
-	EXPECT_FALSE(add_device("irq_combiner@9", "leaf:1:3"));
+	EXPECT_FALSE(add_device("irq_combiner@9", "leaf:0x401:3"));
 	fire(outer.leaves[1]);
 	expect_events(1);
 }
@@ -77,8 +79,12 @@ TEST_P(Nested, the_outer_one_takes_the_inner_one_along)
 	bring_up();
 	fire(inner.leaves[0]);
 	ASSERT_TRUE(wait_events(1));
-	unload();
-	EXPECT_TRUE(logged("combiner 9 stands behind a leaf of combiner 0, freed first"));
+	del_device("irq_combiner@4");
+	EXPECT_TRUE(logged("combiner 9 stands behind a leaf of combiner 4, freed first"));
+	// Its device is still there, and has no combiner any more.
+	clear_log();
+	del_device("irq_combiner@9");
+	EXPECT_TRUE(logged("2 [intr dts dev remove]combiner ptr is NULL"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Nested,
