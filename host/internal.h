@@ -1,0 +1,381 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// What the files of the model share.
+//
+// The thread checker must see the orderings that the kernel and the hardware
+// give, and no others, or it would not see the driver's races: paths that every
+// interrupt takes use atomic words and the descriptor's own lock, no common one.
+#ifndef INTR_HOST_INTERNAL_H
+#define INTR_HOST_INTERNAL_H
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "model.h"
+#include "platform/kernel_api.h"
+
+namespace model
+{
+
+constexpr u32 cpu_count = 2;
+constexpr unsigned long all_cpus = 3;
+constexpr u32 first_virq = 16;
+constexpr u32 virq_limit = 4096;
+
+enum result : int {
+	eperm = 1,
+	eintr = 4,
+	enxio = 6,
+	enomem = 12,
+	ebusy = 16,
+	eexist = 17,
+	enodev = 19,
+	einval = 22,
+	enosys = 38,
+	etimedout = 110,
+};
+
+// check.cpp
+[[gnu::format(printf, 1, 2)]] void stop(const char *format, ...);
+[[gnu::format(printf, 1, 2)]] void kernel_log(const char *format, ...);
+void kernel_log_reset();
+std::string caller_name(); // "hardirq on CPU1", "softirq", "thread intr3-handler"
+
+// Polls; what never comes is a loud stop, so that a test ends.
+template <typename Done> void wait_until(Done done, const char *what)
+{
+	const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+
+	for (u32 turn = 0; !done(); turn++) {
+		if (std::chrono::steady_clock::now() > deadline) {
+			stop("%s: no end after 30 seconds", what);
+			return;
+		}
+		if (turn < 100)
+			std::this_thread::yield();
+		else
+			std::this_thread::sleep_for(std::chrono::microseconds(50));
+	}
+}
+
+// A barrier that the thread checker does not take for an ordering of its own.
+inline void full_barrier()
+{
+#if defined(__x86_64__)
+	asm volatile("mfence" ::: "memory");
+#elif defined(__aarch64__)
+	asm volatile("dmb ish" ::: "memory");
+#else
+#error "a full memory barrier for this machine goes here"
+#endif
+}
+
+// service.cpp: the functions of kernel_api.h, counted; the fallible ones can be told to fail.
+enum class service : u32 {
+#define FALLIBLE(name) name,
+#define INFALLIBLE(name) name,
+#include "services.inc"
+#undef FALLIBLE
+#undef INFALLIBLE
+	count
+};
+
+void count_call(service which);
+[[nodiscard]] bool fails(service which, long &ret); // counts the call too
+void services_reset();
+
+// lock.cpp
+enum lock_class : u32 {
+	class_mutex,						      // + enum plat_mutex_kind
+	class_spin = class_mutex + PLAT_MUTEX_KINDS,		      // + kind * levels + level
+	class_desc = class_spin + PLAT_SPIN_KINDS * PLAT_NEST_LEVELS, // never given a level
+	class_desc_level,					      // + level
+	class_request = class_desc_level + PLAT_NEST_LEVELS,
+	class_request_level,
+	class_domain = class_request_level + PLAT_NEST_LEVELS,
+	class_count,
+};
+
+u32 deepest_class(u32 nest_level); // levels beyond the last share its class
+
+struct context;
+
+struct lock {
+	explicit lock(u32 lock_class) : cls(lock_class) {}
+
+	std::mutex mutex;
+	std::atomic<context *> owner{nullptr};
+	std::atomic<u32> cls;
+};
+
+// False: a stop handler let a misuse return, and nothing was done.
+bool lock_acquire(lock &target, const char *what);
+bool lock_release(lock &target, const char *what);
+void check_locks_freed(const void *start, size_t size);
+
+class [[nodiscard]] sleeping_guard
+{
+public:
+	sleeping_guard(lock &target, const char *what);
+	~sleeping_guard();
+	sleeping_guard(const sleeping_guard &) = delete;
+	sleeping_guard &operator=(const sleeping_guard &) = delete;
+
+private:
+	lock &target_;
+	bool taken_;
+};
+
+// raw_spin_lock_irqsave for a scope.
+class [[nodiscard]] raw_guard
+{
+public:
+	explicit raw_guard(lock &target);
+	~raw_guard();
+	raw_guard(const raw_guard &) = delete;
+	raw_guard &operator=(const raw_guard &) = delete;
+
+private:
+	lock &target_;
+	bool flags_;
+	bool taken_;
+};
+
+// context.cpp: what the kernel keeps per CPU and per task, kept per thread.
+struct reader_slot {
+	std::atomic<u64> irqs_off{0}; // odd inside a region with interrupts off
+	std::atomic<u64> srcu{0};     // odd inside a read-side section
+};
+
+struct context {
+	context();
+	~context();
+
+	static constexpr u32 max_held = 16;
+
+	std::shared_ptr<reader_slot> slot;
+	task_struct *task = nullptr;
+	u32 cpu = 0;
+	u32 hardirq = 0;
+	u32 softirq = 0;
+	u32 srcu_depth = 0;
+	const void *unended_line = nullptr; // of the root controller, taken by this CPU
+	bool irqs_off = false;
+	lock *held[max_held] = {};
+	u32 held_count = 0;
+};
+
+context &current();
+[[nodiscard]] bool irqs_save(); // off; returns what irqs_restore takes
+void irqs_restore(bool were_off);
+bool might_sleep(const char *what); // false: a stop handler let a misuse return
+void wait_for_readers(std::atomic<u64> reader_slot::*section, const char *what);
+
+class [[nodiscard]] hardirq_scope
+{
+public:
+	explicit hardirq_scope(u32 cpu);
+	~hardirq_scope();
+	hardirq_scope(const hardirq_scope &) = delete;
+	hardirq_scope &operator=(const hardirq_scope &) = delete;
+
+private:
+	bool flags_;
+};
+
+// thread.cpp
+task_struct *task_create(int (*thread)(void *), void *data, const char *name);
+int task_wake(task_struct *task);
+int task_stop(task_struct *task);
+bool task_should_stop();
+void task_set_interruptible();
+void task_set_running();
+void task_schedule();
+bool tasks_idle();
+u32 tasks_left(std::string &text);
+
+// cpu.cpp: the CPUs, the root controller's lines, and what runs from a softirq.
+void cpus_start();
+void cpus_stop();
+bool cpus_idle();
+u64 activity(); // changes with everything that is taken, woken or queued
+void note_activity();
+void queue_replay(u32 virq);
+void free_after_readers(irq_desc *desc);
+irq_chip *line_chip();
+bool line_active(const irq_data &data);
+void lines_start(); // all masked, nothing pending
+void line_bind(u32 line, irq_desc *desc);
+
+// irq.cpp
+irq_desc *desc_of(u32 virq);
+irq_desc *desc_alloc();
+void desc_withdraw(irq_desc *desc); // out of the table; freed once nobody can be looking
+u32 descs_left(std::string &text);
+void descs_reset();
+
+void disable_depth(irq_desc &desc);
+void enable_depth(irq_desc &desc);
+void startup(irq_desc &desc, bool resend);
+void shutdown(irq_desc &desc);
+void mask_line(irq_desc &desc);
+void unmask_line(irq_desc &desc);
+void mask_ack_line(irq_desc &desc);
+int set_trigger(irq_desc &desc, u32 type);
+int set_affinity(irq_desc &desc, unsigned long mask);
+int handle_desc(irq_desc *desc);
+
+// flow.cpp
+void handle_bad(irq_desc *desc);
+void handle_fasteoi(irq_desc *desc);
+void set_handler(irq_desc &desc, plat_flow_handler handle, bool is_chained);
+
+// request.cpp
+void wake_action_thread(irq_desc &desc, struct irqaction &action);
+void synchronize(irq_desc &desc);
+
+// domain.cpp
+irq_domain *root_domain();
+u32 create_mapping(irq_domain &domain, unsigned long hwirq);
+u32 domains_left(std::string &text);
+void domains_reset();
+bool fwnode_in_use(const fwnode_handle *fwnode);
+
+// memory.cpp, driver_core.cpp
+u32 memory_left(std::string &text);
+void memory_reset();
+u32 drivers_left(std::string &text);
+void drivers_reset();
+
+} // namespace model
+
+struct cpumask {
+	unsigned long bits;
+};
+
+struct fwnode_handle {
+	std::string name;
+	bool allocated; // by irq_domain_alloc_named_fwnode, not a device's own
+};
+
+struct irq_chip {
+	const char *name;
+	void (*irq_enable)(irq_data *data);
+	void (*irq_disable)(irq_data *data);
+	void (*irq_mask)(irq_data *data);
+	void (*irq_unmask)(irq_data *data);
+	void (*irq_eoi)(irq_data *data);
+	int (*irq_set_affinity)(irq_data *data, const cpumask *mask, bool force);
+	int (*irq_set_type)(irq_data *data, u32 type);
+	int (*irq_retrigger)(irq_data *data);
+	bool set_type_masked; // IRQCHIP_SET_TYPE_MASKED
+	bool hardirq_only;    // handle_enforce_irqctx
+};
+
+struct irq_data {
+	u32 irq = 0;
+	unsigned long hwirq = 0;
+	irq_domain *domain = nullptr;
+	irq_desc *desc = nullptr;
+	std::atomic<irq_chip *> chip{nullptr};
+	std::atomic<void *> chip_data{nullptr};
+	std::atomic<unsigned long> effective{0};
+};
+
+namespace model
+{
+
+// One request of a line. Linked and unlinked under the descriptor lock, walked without
+// it by a handler that is marked in progress.
+struct irqaction {
+	plat_irq_handler handler;
+	plat_irq_handler thread_fn;
+	unsigned long flags;
+	std::string name;
+	void *cookie;
+	u32 irq;
+	std::atomic<irqaction *> next{nullptr};
+	task_struct *thread = nullptr;
+	unsigned long thread_mask = 0;
+	std::atomic<bool> run_thread{false};
+	std::atomic<bool> ready{false};
+};
+
+extern irqaction chained_action;
+extern irq_chip no_chip;
+
+// irq_desc::state
+enum : u32 {
+	irqd_disabled = 1u << 0,
+	irqd_masked = 1u << 1,
+	irqd_in_progress = 1u << 2,
+	irqd_started = 1u << 3,
+	irqd_affinity_set = 1u << 4,
+};
+
+// irq_desc::istate
+enum : u32 {
+	irqs_pending = 1u << 0,
+	irqs_replay = 1u << 1,
+	irqs_oneshot = 1u << 2,
+};
+
+// Line settings and request flags, with the kernel's values.
+enum : unsigned long {
+	irq_type_mask = 0xf,
+	irq_type_level = 0xc,
+	irq_level = 1ul << 8,
+	irq_per_cpu = 1ul << 9,
+	irq_noprobe = 1ul << 10,
+	irq_norequest = 1ul << 11,
+	irq_noautoen = 1ul << 12,
+	irq_no_balancing = 1ul << 13,
+	irq_nothread = 1ul << 16,
+	irq_disable_unlazy = 1ul << 19,
+	irq_modifiable = irq_type_mask | irq_level | irq_per_cpu | irq_noprobe | irq_norequest |
+			 irq_noautoen | irq_no_balancing | irq_nothread | irq_disable_unlazy,
+	irqf_shared = 0x80,
+	irqf_oneshot = 0x2000,
+	irqf_no_autoen = 0x80000,
+};
+
+constexpr int irq_none = 0;
+constexpr int irq_handled = 1;
+constexpr int irq_wake_thread = 2;
+
+} // namespace model
+
+struct irq_desc {
+	explicit irq_desc(u32 virq);
+
+	irq_data data;
+	model::lock lock{model::class_desc};
+	model::lock request_mutex{model::class_request};
+	std::atomic<plat_flow_handler> handle_irq;
+	std::atomic<void *> handler_data{nullptr};
+	std::atomic<model::irqaction *> action{nullptr};
+	std::atomic<u32> state; // changed under the lock, read without
+	std::atomic<u32> threads_active{0};
+	std::atomic<unsigned long> threads_oneshot{0};
+	std::atomic<u32> counts[model::cpu_count] = {};
+	// Under the lock:
+	u32 istate = 0;
+	u32 depth = 1;
+	unsigned long settings = 0;
+	unsigned long affinity = model::all_cpus;
+
+	bool is(u32 flags) const { return state.load(std::memory_order_acquire) & flags; }
+	void set(u32 flags) { state.fetch_or(flags, std::memory_order_acq_rel); }
+	void clear(u32 flags) { state.fetch_and(~flags, std::memory_order_acq_rel); }
+	irq_chip &chip() { return *data.chip.load(std::memory_order_acquire); }
+	void count_interrupt()
+	{
+		counts[model::current().cpu].fetch_add(1, std::memory_order_relaxed);
+	}
+};
+
+#endif

@@ -1,0 +1,144 @@
+/* SPDX-License-Identifier: GPL-2.0 */
+/*
+ * The kernel model of the host home, as tests, the sibling modules' port layer
+ * and the virtual board see it. The driver sees only platform/kernel_api.h.
+ *
+ * Two threads play the CPUs that take hard interrupts: a parent line that is
+ * pending, unmasked and not being handled is taken by one of them. Threads of
+ * a test, of the driver (kthreads) and of the interrupt core (interrupt
+ * threads) are threads of the process. Interrupts are never taken on top of
+ * such a thread, so a lock that is taken with interrupts on and from a handler
+ * too does not deadlock here; everything else is meant to be as in the kernel.
+ *
+ * What the kernel answers with a warning, or would not survive, is a loud stop:
+ * one line on stderr saying what and who, then abort().
+ */
+#ifndef INTR_HOST_MODEL_H
+#define INTR_HOST_MODEL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * A test starts the model first and stops it last. host_stop stops loudly over
+ * anything left behind (host_check_leftovers), then forgets devices, lines,
+ * symbols, registers, faults and counters.
+ */
+void host_start(void);
+void host_stop(void);
+
+/*
+ * Loud stop over memory, register mappings, interrupt mappings, requests,
+ * chained handlers, domains, firmware nodes, threads, registered drivers and
+ * symbol references that are still there. Returns their number (0 = clean)
+ * where the stop handler lets it return.
+ */
+int host_check_leftovers(void);
+
+/*
+ * Tests of the checks: handler is called instead of print and abort. When it
+ * returns, the offending call does nothing or goes on as the kernel would.
+ * Null restores the default. Returns the handler that was in force.
+ */
+typedef void (*host_stop_handler)(const char *text);
+host_stop_handler host_set_stop_handler(host_stop_handler handler);
+
+/* For the port layer's own sleeping operations: loud stop where the caller may not sleep. */
+void host_might_sleep(const char *what);
+
+/* Interrupts of the calling thread off, and back to what host_irq_save returned. */
+unsigned long host_irq_save(void);
+void host_irq_restore(unsigned long flags);
+int host_irqs_disabled(void);
+
+/* "hardirq", "softirq" or "thread:<task name>". */
+void host_context(char *buffer, size_t size);
+
+/* Runs call(arg) soon, once, in hard-interrupt context on a model CPU. Any context. */
+void host_queue_hardirq_call(void (*call)(void *arg), void *arg);
+
+/*
+ * Waits until no line is deliverable or being handled, no call or replay is
+ * queued and every kernel thread sleeps in schedule(). 0, or -110 when that
+ * did not come within the time.
+ */
+int host_wait_idle(uint32_t timeout_ms);
+
+/*
+ * Parent lines, inputs 0 to 63 of the root interrupt controller, mapped on
+ * first use. Pending is a latch: gone when the line is taken, kept while it is
+ * masked, withdrawn with 0; of a line never mapped nothing happens. Any context,
+ * but not with the line's descriptor lock held.
+ */
+#define HOST_LINES 64
+uint32_t host_line_virq(uint32_t line);
+void host_line_set_pending(uint32_t line, int pending);
+int host_line_pending(uint32_t line);
+int host_line_masked(uint32_t line); /* at the controller, whatever the depth says */
+
+/* Descriptors. depth: -1 without a descriptor. */
+int host_irq_depth(uint32_t virq);
+void host_disable_irq_nosync(uint32_t virq);
+void host_enable_irq(uint32_t virq); /* the kernel's: loud stop at depth 0 */
+int host_irq_set_affinity(uint32_t virq,
+			  unsigned long cpu_mask); /* 0 or -errno, as a user's write */
+unsigned long host_irq_affinity(uint32_t virq);	   /* effective CPU mask */
+char *host_interrupts_text(void);		   /* like /proc/interrupts; the caller frees it */
+
+int host_thread_exists(const char *name);
+char *host_kernel_log(void); /* lines printed since the start; the caller frees it */
+
+/*
+ * Platform devices, probed in creation order. compatible "acpi:ID" makes an
+ * ACPI device, offered to drivers without of_compatible; any other is matched
+ * with of_compatible. Null is a device added at run time for the driver
+ * "irq_combiner" (driver override), without a firmware node. A virq of 0 is an
+ * absent interrupt. 0, -17 when the name is taken, -19 when there is no such
+ * device. bound: 1, 0, or -19.
+ */
+int host_device_add(const char *name, const char *compatible, const uint32_t *virqs, size_t count);
+int host_device_del(const char *name);
+int host_device_bound(const char *name);
+
+/* GPL-only exported symbols. add: -17 when there; del: -2 when absent, -16 while referenced. */
+int host_symbol_add(const char *name, void *symbol);
+int host_symbol_del(const char *name);
+
+/*
+ * CPU registers: 32-bit words by physical address, 0 until written. A mapping
+ * that would cover a failing address is refused. The log holds every readl and
+ * writel in order; host_mmio_log returns how many there are and copies at most max.
+ */
+struct host_mmio_access {
+	int write;
+	uint32_t value;
+	unsigned long long physical;
+};
+void host_mmio_set(unsigned long long physical, uint32_t value);
+uint32_t host_mmio_get(unsigned long long physical);
+void host_mmio_fail(unsigned long long physical, int fail);
+size_t host_mmio_log(struct host_mmio_access *log, size_t max);
+
+/*
+ * Fault injection, one fault at a time: the nth call from now of symbol (a
+ * "plat_..." name; nth 1 = the next one, 0 = only count) is skipped and returns
+ * ret, or null or 0 where its result is a pointer or a number. -22: no such
+ * symbol, or one that cannot fail. count gives the calls since the fault was
+ * set and whether it was hit; both may be null.
+ */
+int host_fault(const char *symbol, uint32_t nth, long ret);
+void host_fault_off(void);
+void host_fault_count(uint32_t *calls, int *hit);
+
+/* Calls of one "plat_..." function since the start; loud stop for a name that is none. */
+unsigned long host_calls(const char *symbol);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: GPL-2.0
+/* Platform drivers and devices. */
+#include <linux/build_bug.h>
+#include <linux/device.h>
+#include <linux/mod_devicetable.h>
+#include <linux/module.h>
+#include <linux/platform_device.h>
+#include <linux/property.h>
+#include <linux/string.h>
+
+#include "platform/kernel_api.h"
+
+/* What the kernel keeps pointers to while the driver is registered; an empty entry ends the table. */
+struct driver_storage {
+	struct platform_driver driver;
+	struct of_device_id of_match[2];
+};
+
+static_assert(sizeof(struct driver_storage) <= sizeof_field(struct plat_platform_driver, storage));
+static_assert(__alignof__(struct driver_storage) <= __alignof__(struct plat_platform_driver));
+
+static struct driver_storage *storage_of(struct plat_platform_driver *driver)
+{
+	return (struct driver_storage *)driver->storage;
+}
+
+noinline int plat_platform_driver_register(struct plat_platform_driver *driver)
+{
+	struct driver_storage *storage = storage_of(driver);
+
+	*storage = (struct driver_storage){
+		.driver = {
+			.probe = driver->probe,
+			.remove = driver->remove,
+			.driver.name = driver->name,
+		},
+	};
+	if (driver->of_compatible) {
+		strscpy(storage->of_match[0].compatible, driver->of_compatible,
+			sizeof(storage->of_match[0].compatible));
+		storage->driver.driver.of_match_table = storage->of_match;
+	}
+	return __platform_driver_register(&storage->driver, THIS_MODULE);
+}
+
+noinline void plat_platform_driver_unregister(struct plat_platform_driver *driver)
+{
+	platform_driver_unregister(&storage_of(driver)->driver);
+}
+
+noinline const char *plat_platform_device_name(const struct platform_device *device)
+{
+	return dev_name(&device->dev);
+}
+
+noinline int plat_platform_get_irq(struct platform_device *device, u32 index)
+{
+	return platform_get_irq(device, index);
+}
+
+noinline struct fwnode_handle *plat_dev_fwnode(struct platform_device *device)
+{
+	return dev_fwnode(&device->dev);
+}

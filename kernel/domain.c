@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: GPL-2.0
+/* Interrupt domains and their firmware nodes. */
+#include <linux/irqdomain.h>
+
+#include "platform/kernel_api.h"
+
+/* The kernel keeps the address for the domain's life. The driver gives all its domains one table. */
+static struct irq_domain_ops domain_ops;
+
+noinline struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
+						  unsigned long hwirq_max, int direct_max,
+						  const struct plat_irq_domain_ops *ops,
+						  void *host_data)
+{
+	domain_ops.map = ops->map;
+	return __irq_domain_add(fwnode, size, hwirq_max, direct_max, &domain_ops, host_data);
+}
+
+noinline void *plat_irq_domain_host_data(struct irq_domain *domain)
+{
+	return domain->host_data;
+}
+
+noinline void plat_irq_domain_remove(struct irq_domain *domain)
+{
+	irq_domain_remove(domain);
+}
+
+noinline u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq)
+{
+	return irq_create_mapping(domain, hwirq);
+}
+
+noinline void plat_irq_dispose_mapping(u32 virq)
+{
+	irq_dispose_mapping(virq);
+}
+
+noinline struct fwnode_handle *plat_irq_domain_alloc_named_fwnode(const char *name)
+{
+	return irq_domain_alloc_named_fwnode(name);
+}
+
+noinline void plat_irq_domain_free_fwnode(struct fwnode_handle *fwnode)
+{
+	irq_domain_free_fwnode(fwnode);
+}
