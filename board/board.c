@@ -27,6 +27,7 @@
  */
 PORT_LOCK(line_lock);
 static u32 asserted_lines;
+static bool reassert_armed;
 static u32 changed_lines;
 PORT_LOCK(changed_lock);
 
@@ -76,17 +77,32 @@ static u32 lines_asserted(void)
 	return lines;
 }
 
-static void rearm_while_asserted(void)
+/* A timer that runs is left alone: changes of one line must not put off another line's turn. */
+static void arm_while_asserted(void)
 {
-	if (lines_asserted())
+	unsigned long flags = port_lock(&line_lock);
+	bool start = asserted_lines && !reassert_armed;
+
+	reassert_armed |= start;
+	port_unlock(&line_lock, flags);
+	if (start)
 		port_timer_start_ms(&reassert_timer, REASSERT_MS);
+}
+
+static void set_disarmed(void)
+{
+	unsigned long flags = port_lock(&line_lock);
+
+	reassert_armed = false;
+	port_unlock(&line_lock, flags);
 }
 
 static void on_reassert(struct port_timer *timer)
 {
 	(void)timer;
+	set_disarmed();
 	evaluate_lines(lines_asserted());
-	rearm_while_asserted();
+	arm_while_asserted();
 }
 
 static void on_changed(struct port_call *call)
@@ -98,7 +114,7 @@ static void on_changed(struct port_call *call)
 	changed_lines = 0;
 	port_unlock(&changed_lock, flags);
 	evaluate_lines(lines);
-	rearm_while_asserted();
+	arm_while_asserted();
 }
 
 static void on_line_output(u32 line, int level)
@@ -304,6 +320,28 @@ static int fault_command(struct words *words, char *reply, size_t size)
 	return 0;
 }
 
+/* The CPU-side registers that a configuration may write. */
+static int mmio_command(struct words *words, char *reply, size_t size)
+{
+	bool poke = words->count == 4 && strcmp(words->word[1], "poke") == 0;
+	bool peek = words->count == 3 && strcmp(words->word[1], "peek") == 0;
+	u32 address, value = 0;
+	int ret;
+
+	if (!(poke || peek) || !port_number(words->word[2], &address) ||
+	    (poke && !port_number(words->word[3], &value)))
+		return port_refuse(reply, size, "board: mmio: unknown form; use mmio peek ADDRESS "
+				   "or mmio poke ADDRESS VALUE");
+	ret = poke ? port_mmio_write(address, value) : port_mmio_read(address, &value);
+	if (ret) {
+		port_refuse(reply, size, "board: mmio: 0x%x is outside the register area (%d)",
+			    address, ret);
+		return ret;
+	}
+	snprintf(reply, size, "value=0x%x", value);
+	return 0;
+}
+
 static const struct {
 	const char *name;
 	int (*run)(struct words *words, char *reply, size_t size);
@@ -313,6 +351,7 @@ static const struct {
 	{ "depth", depth_command },
 	{ "virq", virq_command },
 	{ "fault", fault_command },
+	{ "mmio", mmio_command },
 };
 
 static int board_command(const char *line, char *reply, size_t size)
@@ -325,7 +364,7 @@ static int board_command(const char *line, char *reply, size_t size)
 			if (strcmp(words.word[0], commands[i].name) == 0)
 				return commands[i].run(&words, reply, size);
 	return port_refuse(reply, size, "board: no such command, or too many words; "
-			   "use device, raise, depth, virq or fault");
+			   "use device, raise, depth, virq, fault or mmio");
 }
 
 static void board_show(struct port_out *out)
@@ -368,6 +407,7 @@ void board_stop(void)
 	port_ctl_unregister(&board_ctl);
 	port_call_sync(&changed_call);
 	port_timer_cancel(&reassert_timer);
+	set_disarmed();
 	port_fault_off();
 	port_board_stop();
 }

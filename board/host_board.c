@@ -99,6 +99,28 @@ int port_irqs_enabled(void)
 	return !host_irqs_disabled();
 }
 
+static bool is_mmio(u32 address)
+{
+	return address >= BOARD_MMIO_BASE && address - BOARD_MMIO_BASE < BOARD_MMIO_SIZE &&
+	       address % 4 == 0;
+}
+
+int port_mmio_read(u32 address, u32 *value)
+{
+	if (!is_mmio(address))
+		return -EINVAL;
+	*value = host_mmio_get(address);
+	return 0;
+}
+
+int port_mmio_write(u32 address, u32 value)
+{
+	if (!is_mmio(address))
+		return -EINVAL;
+	host_mmio_set(address, value);
+	return 0;
+}
+
 int port_board_start(void)
 {
 	return 0;

@@ -7,6 +7,7 @@
  * machine uses. A pending mark that software sets is taken once and forgotten,
  * for a level line too.
  */
+#include <linux/io.h>
 #include <linux/irqdomain.h>
 #include <linux/kprobes.h>
 #include <linux/list.h>
@@ -313,6 +314,37 @@ static int on_module(struct notifier_block *block, unsigned long state, void *da
 }
 
 static struct notifier_block module_watch = { .notifier_call = on_module };
+
+/* Outside the kernel's memory map, so it is mapped as a device, like the driver does. */
+static void __iomem *map_register(u32 address)
+{
+	if (address < BOARD_MMIO_BASE || address - BOARD_MMIO_BASE >= BOARD_MMIO_SIZE ||
+	    address % 4 != 0)
+		return NULL;
+	return ioremap(address, sizeof(u32));
+}
+
+int port_mmio_read(u32 address, u32 *value)
+{
+	void __iomem *reg = map_register(address);
+
+	if (!reg)
+		return -EINVAL;
+	*value = readl(reg);
+	iounmap(reg);
+	return 0;
+}
+
+int port_mmio_write(u32 address, u32 value)
+{
+	void __iomem *reg = map_register(address);
+
+	if (!reg)
+		return -EINVAL;
+	writel(value, reg);
+	iounmap(reg);
+	return 0;
+}
 
 int port_board_start(void)
 {

@@ -35,6 +35,16 @@ void port_fault_off(void);
 /* Calls seen since the fault was set; returns 1 once it has struck. */
 int port_fault_count(u32 *calls);
 
+/*
+ * The board's CPU-side registers: plain 32-bit words at these physical
+ * addresses, which no other device and no memory uses. -EINVAL outside them or
+ * unaligned. Process context.
+ */
+#define BOARD_MMIO_BASE 0x5ff00000u
+#define BOARD_MMIO_SIZE 0x1000u
+int port_mmio_read(u32 address, u32 *value);
+int port_mmio_write(u32 address, u32 value);
+
 /* Whether the caller's CPU takes interrupts. Any context. */
 int port_irqs_enabled(void);
 

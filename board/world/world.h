@@ -31,6 +31,15 @@ std::vector<std::string> finish();
 int load();
 int unload();
 
+// The optional module that says what stands in the backplane slot.
+int load_backplane();
+int unload_backplane();
+
+// The CPUs that an interrupt may run on, as a user sets them, and those that it
+// does run on, as the kernel shows them. Bit masks.
+int set_affinity(long virq, unsigned long cpus);
+unsigned long effective_affinity(long virq);
+
 // One command line to a control file, and what it replied.
 result control(const std::string &file, const std::string &line);
 // One binary write to a control file.

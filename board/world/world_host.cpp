@@ -11,6 +11,7 @@
 #include <cstring>
 #include <thread>
 
+#include "backplane.h"
 #include "board.h"
 #include "cpld.h"
 #include "diag.h"
@@ -95,6 +96,35 @@ int unload()
 	drv_intr_module_exit();
 	driver_loaded = false;
 	return 0;
+}
+
+int load_backplane()
+{
+	const int ret = backplane_start();
+
+	if (ret != 0)
+		return ret;
+	return host_symbol_add("drv_backplane_get_type",
+			       reinterpret_cast<void *>(drv_backplane_get_type));
+}
+
+int unload_backplane()
+{
+	const int ret = host_symbol_del("drv_backplane_get_type");
+
+	if (ret == 0)
+		backplane_stop();
+	return ret;
+}
+
+int set_affinity(long virq, unsigned long cpus)
+{
+	return host_irq_set_affinity(static_cast<u32>(virq), cpus);
+}
+
+unsigned long effective_affinity(long virq)
+{
+	return host_irq_affinity(static_cast<u32>(virq));
 }
 
 result control(const std::string &file, const std::string &line)

@@ -5,6 +5,8 @@
 #include "world/world.h"
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -155,6 +157,36 @@ int unload()
 	const int ret = remove_module("intr_link");
 
 	return ret != 0 ? ret : remove_module("intr");
+}
+
+int load_backplane()
+{
+	return insert_module("intr_backplane");
+}
+
+int unload_backplane()
+{
+	return remove_module("intr_backplane");
+}
+
+int set_affinity(long virq, unsigned long cpus)
+{
+	const int fd = open(("/proc/irq/" + std::to_string(virq) + "/smp_affinity").c_str(),
+			    O_WRONLY | O_CLOEXEC);
+	char text[32];
+
+	if (fd < 0)
+		return -errno;
+	const int size = snprintf(text, sizeof(text), "%lx", cpus);
+	const int code = ::write(fd, text, static_cast<size_t>(size)) < 0 ? -errno : 0;
+	close(fd);
+	return code;
+}
+
+unsigned long effective_affinity(long virq)
+{
+	return strtoul(whole_file("/proc/irq/" + std::to_string(virq) + "/effective_affinity").c_str(),
+		       nullptr, 16);
 }
 
 result control(const std::string &file, const std::string &line)
