@@ -275,6 +275,17 @@ static int depth_command(struct words *words, char *reply, size_t size)
 	return 0;
 }
 
+static int cpus_command(struct words *words, char *reply, size_t size)
+{
+	u32 virq;
+
+	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+		return port_refuse(reply, size, "board: cpus: wrong interrupt; use "
+				   "cpus line:N, cpus virq:N or cpus leaf:INDEX:TYPE");
+	snprintf(reply, size, "cpus=0x%x", port_irq_cpus(virq));
+	return 0;
+}
+
 static int virq_command(struct words *words, char *reply, size_t size)
 {
 	u32 virq;
@@ -349,6 +360,7 @@ static const struct {
 	{ "device", device_command },
 	{ "raise", raise_command },
 	{ "depth", depth_command },
+	{ "cpus", cpus_command },
 	{ "virq", virq_command },
 	{ "fault", fault_command },
 	{ "mmio", mmio_command },
@@ -364,7 +376,7 @@ static int board_command(const char *line, char *reply, size_t size)
 			if (strcmp(words.word[0], commands[i].name) == 0)
 				return commands[i].run(&words, reply, size);
 	return port_refuse(reply, size, "board: no such command, or too many words; "
-			   "use device, raise, depth, virq, fault or mmio");
+			   "use device, raise, depth, cpus, virq, fault or mmio");
 }
 
 static void board_show(struct port_out *out)

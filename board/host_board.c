@@ -35,6 +35,11 @@ void port_line_set_pending(u32 line, int pending)
 		host_line_set_pending(line, pending);
 }
 
+u32 port_irq_cpus(u32 virq)
+{
+	return (u32)host_irq_affinity(virq);
+}
+
 /* Called with added_lock held. */
 static int add_device(const char *name, u32 virq)
 {

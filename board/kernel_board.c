@@ -315,6 +315,13 @@ static int on_module(struct notifier_block *block, unsigned long state, void *da
 
 static struct notifier_block module_watch = { .notifier_call = on_module };
 
+u32 port_irq_cpus(u32 virq)
+{
+	struct irq_data *data = irq_get_irq_data(virq);
+
+	return data ? (u32)cpumask_bits(irq_data_get_effective_affinity_mask(data))[0] : 0;
+}
+
 /* Outside the kernel's memory map, so it is mapped as a device, like the driver does. */
 static void __iomem *map_register(u32 address)
 {

@@ -17,6 +17,9 @@ u32 port_line_virq(u32 line);
 /* Makes a parent line pending or withdraws it. Any context. */
 void port_line_set_pending(u32 line, int pending);
 
+/* The CPUs that take an interrupt, a bit mask; 0 without a descriptor. Process context. */
+u32 port_irq_cpus(u32 virq);
+
 /*
  * A platform device for the driver "irq_combiner", with one interrupt or none
  * (virq 0). Process context. Adding gives 1: a driver took it, 0: none did, or

@@ -35,10 +35,8 @@ int unload();
 int load_backplane();
 int unload_backplane();
 
-// The CPUs that an interrupt may run on, as a user sets them, and those that it
-// does run on, as the kernel shows them. Bit masks.
+// The CPUs that an interrupt may run on, a bit mask, as a user sets them.
 int set_affinity(long virq, unsigned long cpus);
-unsigned long effective_affinity(long virq);
 
 // One command line to a control file, and what it replied.
 result control(const std::string &file, const std::string &line);

@@ -122,11 +122,6 @@ int set_affinity(long virq, unsigned long cpus)
 	return host_irq_set_affinity(static_cast<u32>(virq), cpus);
 }
 
-unsigned long effective_affinity(long virq)
-{
-	return host_irq_affinity(static_cast<u32>(virq));
-}
-
 result control(const std::string &file, const std::string &line)
 {
 	char reply[PORT_REPLY_MAX] = "";

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -181,12 +180,6 @@ int set_affinity(long virq, unsigned long cpus)
 	const int code = ::write(fd, text, static_cast<size_t>(size)) < 0 ? -errno : 0;
 	close(fd);
 	return code;
-}
-
-unsigned long effective_affinity(long virq)
-{
-	return strtoul(whole_file("/proc/irq/" + std::to_string(virq) + "/effective_affinity").c_str(),
-		       nullptr, 16);
 }
 
 result control(const std::string &file, const std::string &line)

@@ -51,8 +51,9 @@ unload_driver()
 	unload intr_link intr
 }
 
-# command FILE WORDS...: one control command; prints its reply.
-command()
+# ctl FILE WORDS...: one control command; prints its reply, or, where the command
+# has none, what the file shows.
+ctl()
 {
 	local file=$1 reply
 	shift

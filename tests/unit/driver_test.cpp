@@ -1,0 +1,519 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Parts of the driver that a whole board reaches only by luck or not at all:
+// limits, parents without a device, the trace gate, the thread's wake-ups.
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "backplane.h"
+#include "control.h"
+#include "model.h"
+#include "platform/siblings.h"
+#include "world/world.h"
+
+// The driver declares the kernel's errno values and string functions for itself.
+#undef EINVAL
+#undef ENOMEM
+#undef EFAULT
+#define strstr kernel_strstr
+#include "combiner/domain.h"
+#include "combiner/lifecycle.h"
+#include "config/combiner_cfg.h"
+#include "core/atomic.h"
+#include "core/registers.h"
+#undef strstr
+
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace
+{
+
+constexpr u32 BOARD = DRV_INTR_BOARD_INST_ID;
+constexpr u32 TYPE = 3;
+constexpr u32 CHIP = 1, EN = 0x40, STATUS = 0x60;
+constexpr u32 UNTOUCHED = 0x5eed;
+
+std::atomic<u32> calls[2]; // of the callback, by the leaf's number
+
+void count_call(u32 index_id, u32, void *)
+{
+	calls[index_id % 2]++;
+}
+
+// A leaf with a latched status behind one level; its number is its bit.
+cfg::keys leaf_keys(u32 number)
+{
+	return {{"index_id", number}, {"type", TYPE},     {"hwirq", number},
+		{"sync", 1},          {"level_num", 1},   {"allow_max", 1000000},
+		{"l0_chip_id", CHIP}, {"l0_en", EN},      {"l0_status", STATUS},
+		{"l0_shift", number}, {"l0_wc", 1}};
+}
+
+class Driver : public testing::Test
+{
+protected:
+	void SetUp() override
+	{
+		world::start();
+		drv_intr_ctrl_init();
+		g_drv_intr_ctrl.global_cfg = {};
+		g_drv_intr_ctrl.int_debug_switch = 0;
+		g_drv_intr_ctrl.debug_irq = 0;
+		calls[0] = calls[1] = 0;
+	}
+
+	void TearDown() override
+	{
+		if (loaded_) {
+			EXPECT_EQ(world::unload(), 0);
+		}
+		g_drv_intr_ctrl.int_debug_switch = 0;
+		write_control("xml", "drop 0xffffffff");
+		write_control("cpld", "reset");
+		EXPECT_THAT(world::finish(), IsEmpty());
+	}
+
+	void install()
+	{
+		cfg::bytes bytes;
+		std::string why;
+
+		ASSERT_TRUE(cfg::write_table(table_, bytes, why)) << why;
+		ASSERT_EQ(world::write_blob("xml_table", bytes), 0);
+	}
+
+	cfg::entries &node(u32 id) { return table_.nodes["irq_combiner@" + std::to_string(id)]; }
+
+	// Combiner 0 on line 0 with leaves 0 and 1, registered and open.
+	void load_two_leaves(u32 async)
+	{
+		node(0)["global_cfg"] = {{"async", async}, {"allow_max", 1000000}};
+		for (u32 number : {0u, 1u}) {
+			const std::string text = std::to_string(number);
+
+			node(0)["hwirq_cfg" + text] = leaf_keys(number);
+			ASSERT_EQ(write_control("cpld", "source s" + text + " 0xffffffff 0 1:0x40:0x60:" +
+								text + ":1:latched").code, 0);
+		}
+		install();
+		ASSERT_EQ(world::load(), 0);
+		loaded_ = true;
+		for (u32 number : {0u, 1u})
+			ASSERT_EQ(drv_intr_set_regist(number, TYPE, count_call, nullptr), 0);
+	}
+
+	void load()
+	{
+		install();
+		ASSERT_EQ(world::load(), 0);
+		loaded_ = true;
+	}
+
+	// A combiner that no device stands for, as a firmware table would name it.
+	drv_intr_combiner *soft(u32 id)
+	{
+		const std::string name = "irq_combiner@" + std::to_string(id);
+		drv_intr_combiner *combiner =
+			drv_intr_combiner_init_soft(g_drv_intr_ctrl, id, name.c_str(), BOARD);
+
+		EXPECT_TRUE(combiner);
+		return combiner;
+	}
+
+	static bool eventually(const std::function<bool()> &condition)
+	{
+		const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+
+		while (!condition()) {
+			if (std::chrono::steady_clock::now() > end)
+				return false;
+			std::this_thread::yield();
+		}
+		return true;
+	}
+
+	// Fires an open leaf and waits for its callback. Open first: what comes
+	// between a callback and the unmask behind it is cleared by the unmask.
+	static bool deliver(u32 number)
+	{
+		const u32 before = calls[number];
+		const auto open = [&] {
+			u32 on = 0;
+			return drv_cpld_read(BOARD, CHIP, {EN, static_cast<u16>(number)}, 1, &on) == 0 &&
+			       on != 0;
+		};
+
+		return eventually(open) &&
+		       write_control("cpld", "pulse s" + std::to_string(number)).code == 0 &&
+		       eventually([&] { return calls[number] > before; });
+	}
+
+	// The driver's lines since the last look, once nothing runs any more.
+	static std::vector<std::string> take_log()
+	{
+		EXPECT_EQ(host_wait_idle(10000), 0);
+		std::vector<std::string> lines = read_control("log");
+		std::erase_if(lines, [](const std::string &line) { return !line.starts_with("62 "); });
+		write_control("log_ctl", "clear");
+		return lines;
+	}
+
+	cfg::table table_;
+	bool loaded_ = false;
+	printed_lines unseen_; // the log goes to its ring; not to the terminal too
+};
+
+template <typename T> size_t length(list<T> &items)
+{
+	size_t count = 0;
+
+	for (T &item : items) {
+		(void)item;
+		count++;
+	}
+	return count;
+}
+
+std::vector<u32> indexes(list<drv_intr_hwirq_cfg> &leaves)
+{
+	std::vector<u32> ids;
+
+	for (const drv_intr_hwirq_cfg &leaf : leaves)
+		ids.push_back(leaf.index_id);
+	return ids;
+}
+
+} // namespace
+
+TEST_F(Driver, cpu_register_gets_its_field_and_keeps_the_rest)
+{
+	constexpr u32 reg = 0x90001000;
+	struct {
+		const char *name;
+		u32 before, shift, mask, value, after;
+	} const rows[] = {
+		{"neighbours stay", 0xffffffff, 4, 0xf, 0x2, 0xffffff2f},
+		{"value bits outside the mask", 0, 8, 0xf, 0x1234, 0x400},
+		{"field cut at bit 31", 0x1, 28, 0xff, 0xff, 0xf0000001},
+		{"shift 32 is shift 0", 0xff00, 32, 0xff, 0x5a, 0xff5a},
+		{"mask 0 writes the word as it is", 0xa5a5a5a5, 4, 0, 0xff, 0xa5a5a5a5},
+	};
+
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.name);
+		host_mmio_access log[64];
+		const size_t seen = host_mmio_log(nullptr, 0);
+		host_mmio_set(reg, row.before);
+		EXPECT_EQ(drv_intr_cpu_reg_conf(reg, row.shift, row.mask, row.value), 0);
+		EXPECT_EQ(host_mmio_get(reg), row.after);
+		ASSERT_EQ(host_mmio_log(log, 64), seen + 2);
+		EXPECT_TRUE(!log[seen].write && log[seen + 1].write);
+	}
+	const size_t seen = host_mmio_log(nullptr, 0);
+	host_fault("plat_ioremap", 1, 0);
+	EXPECT_EQ(drv_intr_cpu_reg_conf(reg, 0, 0xff, 0x11), -1);
+	EXPECT_EQ(host_mmio_log(nullptr, 0), seen);
+	host_fault("plat_ioremap", 2, 0); // the write's
+	EXPECT_EQ(drv_intr_cpu_reg_conf(reg, 0, 0xff, 0x11), -1);
+	EXPECT_EQ(host_mmio_log(nullptr, 0), seen + 1);
+	EXPECT_EQ(host_mmio_get(reg), 0xa5a5a5a5);
+}
+
+TEST_F(Driver, key_table_stops_at_a_missing_required_key)
+{
+	u32 first = UNTOUCHED, zero = UNTOUCHED, dec = UNTOUCHED, hex = UNTOUCHED, oct = UNTOUCHED;
+	u32 copy = UNTOUCHED, both = UNTOUCHED, missing = UNTOUCHED, later = UNTOUCHED;
+	const drv_intr_cfg_map_item items[] = {
+		{1, "first", &first, nullptr, nullptr}, {0, "zero", &zero, "7", nullptr},
+		{0, "dec", &dec, "2500", nullptr},	{0, "hex", &hex, "0x1f", nullptr},
+		{0, "oct", &oct, "017", nullptr},	{0, "copy", &copy, nullptr, &first},
+		{0, "both", &both, "6", &first},	{1, "missing", &missing, nullptr, nullptr},
+		{0, "later", &later, "9", nullptr},
+	};
+
+	table_.nodes["n"]["e"] = {{"first", 3}, {"zero", 0}, {"later", 4}};
+	install();
+	EXPECT_EQ(drv_intr_get_cfg_by_map(BOARD, {"irq_combiner", "n", "e"}, array_size(items), items),
+		  -EINVAL);
+	// The reference gives what the first row has just read.
+	EXPECT_THAT((std::vector{first, zero, dec, hex, oct, copy, both, missing, later}),
+		    ElementsAre(3, 0, 2500, 31, 15, 3, 6, UNTOUCHED, UNTOUCHED));
+}
+
+TEST_F(Driver, lists_end_at_their_limit_and_at_the_first_gap)
+{
+	const cfg::keys write = {{"reg_addr", 0x1000}, {"shift", 0}, {"mask", 1}, {"value", 1}};
+	list<drv_intr_cpu_cfg> writes;
+	list<drv_intr_hwirq_cfg> leaves;
+
+	for (u32 i = 0; i < 20; i++)
+		table_.nodes["n"]["full" + std::to_string(i)] =
+			table_.nodes["n"]["gap" + std::to_string(i)] = write;
+	table_.nodes["n"]["gap3"].erase("mask");
+	for (u32 i = 0; i < 130; i++)
+		table_.nodes["n"]["hwirq_cfg" + std::to_string(i)] = leaf_keys(i);
+	install();
+	writes.init();
+	EXPECT_EQ(drv_intr_get_xml_cpu_cfg("n", "full", BOARD, writes), 0);
+	EXPECT_EQ(length(writes), 16u);
+	drv_intr_free_cpu_cfg_list(writes);
+	EXPECT_EQ(drv_intr_get_xml_cpu_cfg("n", "gap", BOARD, writes), 0);
+	EXPECT_EQ(length(writes), 3u);
+	drv_intr_free_cpu_cfg_list(writes);
+	leaves.init();
+	EXPECT_EQ(drv_intr_get_xml_hwirq_cfg("n", BOARD, CHIP, leaves), 0);
+	EXPECT_EQ(length(leaves), 128u);
+	drv_intr_free_hwirq_cfg_list(leaves);
+}
+
+TEST_F(Driver, slot_leaves_come_behind_the_combiners_own)
+{
+	struct {
+		const char *name, *backplane;
+		u32 combiner;
+		std::vector<u32> expected;
+	} const rows[] = {
+		{"two of the slot", "type 0x1a", 3, {0x30, 0x10, 0x13}},
+		{"one of the slot", "type 0x1a", 4, {0x12}},
+		{"another backplane", "type 0x1b", 3, {0x30}},
+		{"the type cannot be read", "fail -5", 3, {0x30}},
+		{"no backplane module", nullptr, 3, {0x30}},
+	};
+	cfg::entries &slot = table_.nodes["slot_isr_0x1a"];
+
+	for (u32 i = 0; i < 4; i++)
+		slot["hwirq_cfg" + std::to_string(i)] = leaf_keys(0x10 + i);
+	slot["hwirq_cfg0"]["combiner_id"] = 3;
+	slot["hwirq_cfg2"]["combiner_id"] = 4;
+	slot["hwirq_cfg3"]["combiner_id"] = 3;
+	node(3)["hwirq_cfg0"] = leaf_keys(0x30);
+	install();
+	ASSERT_EQ(backplane_start(), 0);
+	ASSERT_EQ(host_symbol_add("drv_backplane_get_type",
+				  reinterpret_cast<void *>(drv_backplane_get_type)), 0);
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.name);
+		// Taking the symbol away fails while somebody holds a reference.
+		ASSERT_EQ(row.backplane ? write_control("backplane", row.backplane).code
+					: host_symbol_del("drv_backplane_get_type"), 0);
+		drv_intr_combiner *combiner = soft(row.combiner);
+		EXPECT_EQ(indexes(combiner->hwirq_cfg_list), row.expected);
+		drv_intr_combiner_remove(*combiner);
+	}
+	backplane_stop();
+}
+
+TEST_F(Driver, lookups_give_the_first_in_list_order)
+{
+	for (u32 id : {0u, 1u})
+		for (u32 i : {0u, 1u})
+			node(id)["hwirq_cfg" + std::to_string(i)] = leaf_keys(i);
+	node(0)["hwirq_cfg1"]["hwirq"] = 0; // as its neighbour
+	load();
+	const auto of = [](u32 id, u32 position) {
+		auto at = drv_intr_get_combiner(id)->irq_info_list.begin();
+		for (u32 i = 0; i < position; i++)
+			++at;
+		return &*at;
+	};
+
+	EXPECT_EQ(drv_intr_get_irq_info_by_index_type(1, TYPE), of(0, 1));
+	EXPECT_EQ(drv_intr_get_irq_info_by_index_type(1, TYPE + 1), nullptr);
+	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 0), of(0, 0));
+	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 1), nullptr);
+	const u32 virq = drv_mapping_irq(0, TYPE);
+	ASSERT_NE(virq, 0u);
+	EXPECT_EQ(drv_intr_get_irq_info_by_virq(virq), of(0, 0));
+	EXPECT_EQ(drv_intr_get_irq_info_by_virq(0), of(0, 1)); // number 0 is "not mapped"
+	drv_intr_combiner *second = soft(1);
+	EXPECT_NE(drv_intr_get_combiner(1), second);
+	drv_intr_combiner_remove(*second);
+	EXPECT_EQ(drv_intr_get_combiner(99), nullptr);
+}
+
+TEST_F(Driver, combiner_number_is_read_from_the_name)
+{
+	struct {
+		const char *text;
+		int ret;
+		u32 id;
+	} const rows[] = {
+		{"irq_combiner@0", 0, 0},	      {"irq_combiner@12", 0, 12},
+		{"irq_combiner@7.auto", 0, 7},	      {"irq_combiner@4294967295", 0, 0xffffffff},
+		{"irq_combiner@", -EFAULT, UNTOUCHED}, {"irq_combiner", -EFAULT, UNTOUCHED},
+		{"irq_combiner@x1", -EFAULT, UNTOUCHED}, {"combiner@3", -EFAULT, UNTOUCHED},
+		{"", -EFAULT, UNTOUCHED},
+	};
+
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.text);
+		u32 id = UNTOUCHED;
+		EXPECT_EQ(drv_intr_get_combiner_id(row.text, &id), row.ret);
+		EXPECT_EQ(id, row.id);
+	}
+}
+
+TEST_F(Driver, combiner_without_a_device_owns_its_firmware_node)
+{
+	node(5)["hwirq_cfg0"] = leaf_keys(0);
+	install();
+	struct {
+		const char *fault;
+		int ret;
+		unsigned long freed;
+	} const rows[] = {
+		{"plat_irq_domain_alloc_named_fwnode", -ENOMEM, 0},
+		{"plat___irq_domain_add", -ENOMEM, 1},
+		{nullptr, 0, 1},
+	};
+
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.fault ? row.fault : "no fault");
+		const mutex_guard guard(g_drv_intr_lock);
+		const unsigned long freed = host_calls("plat_irq_domain_free_fwnode");
+		drv_intr_combiner *combiner = soft(5);
+		if (row.fault)
+			host_fault(row.fault, 1, 0);
+		EXPECT_EQ(drv_intr_combiner_init(*combiner, nullptr, host_line_virq(5)), row.ret);
+		host_fault_off();
+		EXPECT_EQ(combiner->domain != nullptr, row.ret == 0);
+		EXPECT_EQ(combiner->fwnode != nullptr, row.ret == 0);
+		EXPECT_EQ(drv_mapping_irq(0, TYPE) != 0, row.ret == 0);
+		drv_intr_combiner_remove(*combiner);
+		EXPECT_EQ(host_calls("plat_irq_domain_free_fwnode"), freed + row.freed);
+	}
+}
+
+TEST_F(Driver, only_a_gpio_combiners_parent_gets_a_trigger_type)
+{
+	constexpr u32 GPIO = DRV_INTR_CFG_GPIO;
+	struct {
+		const char *name;
+		u32 sources, gpio_bitmap, irq_type;
+		int ret;
+		unsigned long types_set;
+	} const rows[] = {
+		{"no gpio combiners here", DRV_INTR_CFG_DTS, 1u << 5, 4, 0, 0},
+		{"another is one", GPIO, 1u << 4, 4, 0, 0},
+		{"this is one", GPIO, 1u << 5, 4, 0, 1},
+		{"the line refuses the type", GPIO, 1u << 5, 8, -EFAULT, 1},
+	};
+
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.name);
+		node(5)["global_cfg"] = {{"irq_type", row.irq_type}};
+		install();
+		const mutex_guard guard(g_drv_intr_lock);
+		const unsigned long set = host_calls("plat_irq_set_irq_type");
+		g_drv_intr_ctrl.global_cfg = {row.sources, 0, row.gpio_bitmap, 0};
+		drv_intr_combiner *combiner = soft(5);
+		EXPECT_EQ(drv_intr_combiner_init(*combiner, nullptr, host_line_virq(5)), row.ret);
+		EXPECT_EQ(host_calls("plat_irq_set_irq_type"), set + row.types_set);
+		drv_intr_combiner_remove(*combiner);
+	}
+}
+
+TEST_F(Driver, moving_a_leaf_moves_its_parent)
+{
+	load_two_leaves(0);
+	const u32 leaf = drv_find_mapping_irq(0, TYPE), parent = host_line_virq(0);
+
+	for (unsigned long cpu : {2ul, 1ul}) {
+		EXPECT_EQ(host_irq_set_affinity(leaf, cpu), 0);
+		EXPECT_EQ(host_irq_affinity(parent), cpu);
+		EXPECT_EQ(host_irq_affinity(leaf), cpu);
+	}
+	EXPECT_TRUE(deliver(0));
+}
+
+// Many controllers cannot move their lines at all.
+TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
+{
+	static constexpr auto nothing = [](irq_data *) {};
+	static constexpr plat_irq_chip_ops ops = {nothing, nothing, nothing, nothing, nullptr};
+	static plat_irq_chip chip;
+	static constexpr plat_irq_domain_ops domain_ops = {[](irq_domain *, unsigned virq,
+							      unsigned long) {
+		plat_irq_set_chip_and_handler_name(virq, &chip, plat_handle_level_irq, nullptr);
+		plat_irq_modify_status(virq, IRQ_NOREQUEST, 0);
+		return 0;
+	}};
+
+	plat_irq_chip_init(&chip, "fixed", &ops);
+	irq_domain *domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+	const u32 parent = plat_irq_create_mapping(domain, 1);
+	node(5)["hwirq_cfg0"] = leaf_keys(0);
+	install();
+	{
+		const mutex_guard guard(g_drv_intr_lock);
+		drv_intr_combiner *combiner = soft(5);
+		ASSERT_EQ(drv_intr_combiner_init(*combiner, nullptr, parent), 0);
+		ASSERT_EQ(drv_intr_set_regist(0, TYPE, count_call, nullptr), 0);
+		EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), -EINVAL);
+		EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+		drv_intr_combiner_remove(*combiner);
+	}
+	plat_irq_dispose_mapping(parent);
+	plat_irq_domain_remove(domain);
+}
+
+TEST_F(Driver, trace_shows_the_chosen_interrupt_only)
+{
+	load_two_leaves(0);
+	const std::string virq0 = "virq=" + std::to_string(drv_find_mapping_irq(0, TYPE)) + ",";
+	const std::string virq1 = "virq=" + std::to_string(drv_find_mapping_irq(1, TYPE)) + ",";
+
+	take_log();
+	write_once(g_drv_intr_ctrl.int_debug_switch, 1u);
+	write_once(g_drv_intr_ctrl.debug_irq, drv_find_mapping_irq(1, TYPE));
+	ASSERT_TRUE(deliver(0));
+	EXPECT_THAT(take_log(), IsEmpty());
+	ASSERT_TRUE(deliver(1));
+	EXPECT_THAT(take_log(), AllOf(Contains(HasSubstr("[intr irq handler]enter, " + virq1)),
+				      Contains(HasSubstr("[intr irq mask]enter, " + virq1)),
+				      Not(Contains(HasSubstr(virq0))),
+				      Not(Contains(HasSubstr("[combiner handler]")))));
+	write_once(g_drv_intr_ctrl.debug_irq, 0u);
+	ASSERT_TRUE(deliver(0));
+	EXPECT_THAT(take_log(), AllOf(Contains(HasSubstr("[intr irq handler]enter, " + virq0)),
+				      Contains(HasSubstr("[combiner handler]enter, "))));
+}
+
+TEST_F(Driver, interrupt_path_writes_no_line_takes_no_memory_and_never_sleeps)
+{
+	load_two_leaves(0);
+	take_log();
+	const unsigned long memory = host_calls("plat_kzalloc");
+	const unsigned long locks = host_calls("plat_mutex_lock");
+	const unsigned long naps = host_calls("plat_msleep");
+
+	for (u32 i = 0; i < 200; i++)
+		ASSERT_TRUE(deliver(i % 2));
+	EXPECT_THAT(take_log(), IsEmpty());
+	EXPECT_EQ(host_calls("plat_kzalloc"), memory);
+	EXPECT_EQ(host_calls("plat_mutex_lock"), locks);
+	EXPECT_EQ(host_calls("plat_msleep"), naps);
+}
+
+// The next interrupt comes just when the thread has opened the parent line and
+// is about to sleep.
+TEST_F(Driver, combiner_thread_never_sleeps_over_a_wake_up)
+{
+	load_two_leaves(1);
+	for (u32 i = 0; i < 3000; i++)
+		ASSERT_TRUE(deliver(0)) << "interrupt " << i;
+	EXPECT_EQ(calls[0], 3000u);
+}
