@@ -13,6 +13,7 @@
 
 #define NAME_SIZE 32
 #define MAX_EVENTS 8192
+#define HOLD_MAX_MS 20000
 
 enum then {
 	THEN_NOTHING,
@@ -29,6 +30,7 @@ struct registration {
 	char quiesce[NAME_SIZE];	/* source to deassert; empty: none */
 	char tag[NAME_SIZE];
 	u32 sleep_ms;
+	u32 hold;			/* not 0: the callback waits for the command let_go */
 	enum then then;
 	u32 count;			/* under events_lock */
 };
@@ -48,6 +50,7 @@ static struct registration *registrations;
 PORT_LOCK(events_lock);
 static struct event *events;
 static u32 events_stored;
+static u32 let_go_count;
 static u32 events_lost;
 
 /* The callback. */
@@ -73,6 +76,24 @@ static void store_event(struct registration *registration, bool irqs_on, const c
 	port_unlock(&events_lock, flags);
 }
 
+static u32 times_let_go(void)
+{
+	unsigned long flags = port_lock(&events_lock);
+	u32 count = let_go_count;
+
+	port_unlock(&events_lock, flags);
+	return count;
+}
+
+/* Not for ever: a test that forgets the callback must not hang the driver. */
+static void wait_until_let_go(u32 seen)
+{
+	u32 waited;
+
+	for (waited = 0; waited < HOLD_MAX_MS && times_let_go() == seen; waited++)
+		port_sleep_ms(1);
+}
+
 static void act_on_own_leaf(const struct registration *registration)
 {
 	switch (registration->then) {
@@ -94,6 +115,7 @@ static void on_interrupt(u32 index_id, u32 type, void *data)
 {
 	struct registration *registration = data;
 	bool irqs_on = port_irqs_enabled();
+	u32 seen = times_let_go();
 	char context[NAME_SIZE];
 	char mark[NAME_SIZE + 32];
 
@@ -105,6 +127,8 @@ static void on_interrupt(u32 index_id, u32 type, void *data)
 	store_event(registration, irqs_on, context);
 	if (registration->sleep_ms)
 		port_sleep_ms(registration->sleep_ms);
+	if (registration->hold)
+		wait_until_let_go(seen);
 	act_on_own_leaf(registration);
 }
 
@@ -143,7 +167,7 @@ static int wrong(char *reply, size_t size, const char *word)
 {
 	return port_refuse(reply, size, "client: wrong or missing word '%s'; use regist, unregist, "
 			   "enable, disable, map or find INDEX TYPE, bspmap or bspfind KEY, "
-			   "or clear", word);
+			   "let_go or clear", word);
 }
 
 static const char *value_of(const char *word, const char *key)
@@ -183,6 +207,8 @@ static bool option(struct registration *registration, const char *word)
 		snprintf(registration->tag, NAME_SIZE, "%s", value);
 		return strlen(value) < NAME_SIZE;
 	}
+	if ((value = value_of(word, "hold")))
+		return port_number(value, &registration->hold);
 	if ((value = value_of(word, "sleep_ms")))
 		return port_number(value, &registration->sleep_ms);
 	if ((value = value_of(word, "then")))
@@ -204,7 +230,7 @@ static int regist(u32 index_id, u32 type, const char *line, char *reply, size_t 
 		if (!option(registration, word)) {
 			port_free(registration);
 			return port_refuse(reply, size, "client: regist: wrong option '%s'; use "
-					   "quiesce=SOURCE, sleep_ms=N, tag=WORD or "
+					   "quiesce=SOURCE, sleep_ms=N, hold=1, tag=WORD or "
 					   "then=enable|disable|find", word);
 		}
 	}
@@ -259,6 +285,14 @@ static void clear_events(void)
 	port_unlock(&events_lock, flags);
 }
 
+static void let_go(void)
+{
+	unsigned long flags = port_lock(&events_lock);
+
+	let_go_count++;
+	port_unlock(&events_lock, flags);
+}
+
 static int pair_command(const char *name, u32 index_id, const char *line, char *reply, size_t size)
 {
 	u32 result;
@@ -289,6 +323,10 @@ static int command(const char *line, char *reply, size_t size)
 		return wrong(reply, size, "");
 	if (strcmp(name, "clear") == 0 && port_line_ends(line)) {
 		clear_events();
+		return 0;
+	}
+	if (strcmp(name, "let_go") == 0 && port_line_ends(line)) {
+		let_go();
 		return 0;
 	}
 	if (!port_word_number(&line, &first))

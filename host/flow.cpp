@@ -100,6 +100,7 @@ static void install_chained(irq_desc &desc)
 		(void)set_trigger(desc, type);
 	desc.settings |= irq_noprobe | irq_norequest | irq_nothread;
 	desc.action.store(&chained_action, std::memory_order_release);
+	desc.set(irqd_activated);
 	startup(desc, true);
 }
 

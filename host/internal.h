@@ -315,6 +315,7 @@ enum : u32 {
 	irqd_in_progress = 1u << 2,
 	irqd_started = 1u << 3,
 	irqd_affinity_set = 1u << 4,
+	irqd_activated = 1u << 5,
 };
 
 // irq_desc::istate

@@ -187,6 +187,8 @@ void startup(irq_desc &desc, bool resend)
 	if (desc.is(irqd_started)) {
 		enable_line(desc);
 	} else {
+		if (!desc.is(irqd_activated))
+			stop("interrupt %u is started without being activated", desc.data.irq);
 		enable_line(desc);
 		desc.set(irqd_started);
 		setup_affinity(desc);
@@ -411,20 +413,12 @@ int plat_irq_chip_unmask(struct irq_data *data)
 	if (fails(service::irq_chip_unmask, ret))
 		return static_cast<int>(ret);
 	irq_chip *chip = data->chip.load(std::memory_order_acquire);
-	if (chip->irq_unmask)
+	irq_desc *desc = desc_of(data->irq);
+	if (!chip->irq_unmask || !desc)
+		return 0;
+	const raw_guard guard(desc->lock);
+	if (!desc->is(irqd_disabled))
 		chip->irq_unmask(data);
-	return 0;
-}
-
-int plat_irq_chip_mask(struct irq_data *data)
-{
-	long ret;
-
-	if (fails(service::irq_chip_mask, ret))
-		return static_cast<int>(ret);
-	irq_chip *chip = data->chip.load(std::memory_order_acquire);
-	if (chip->irq_mask)
-		chip->irq_mask(data);
 	return 0;
 }
 
@@ -508,6 +502,13 @@ int plat_irq_set_chip_data(u32 virq, void *data)
 	const raw_guard guard(desc->lock);
 	desc->data.chip_data.store(data, std::memory_order_release);
 	return 0;
+}
+
+void plat_irq_set_activated(u32 virq)
+{
+	count_call(service::irq_set_activated);
+	if (irq_desc *desc = desc_of(virq))
+		desc->set(irqd_activated);
 }
 
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level)

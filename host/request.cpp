@@ -151,6 +151,7 @@ static int install(irq_desc &desc, irqaction &action)
 		desc.clear(irqd_in_progress);
 		if (action.flags & irqf_oneshot)
 			desc.istate |= irqs_oneshot;
+		desc.set(irqd_activated);
 		if (action.flags & irqf_no_autoen || desc.settings & irq_noautoen)
 			desc.depth = 1;
 		else

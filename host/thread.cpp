@@ -228,3 +228,10 @@ void plat_schedule(void)
 	if (might_sleep("schedule"))
 		task_schedule();
 }
+
+void plat_cond_resched(void)
+{
+	count_call(service::cond_resched);
+	if (might_sleep("cond_resched"))
+		std::this_thread::yield();
+}

@@ -59,17 +59,20 @@ noinline int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpum
 	return data->chip->irq_set_affinity(data, mask, force);
 }
 
+static void unmask_unless_disabled(struct irq_chip *chip, struct irq_desc *desc)
+{
+	unsigned long flags;
+
+	raw_spin_lock_irqsave(&desc->lock, flags);
+	if (!irqd_irq_disabled(&desc->irq_data))
+		chip->irq_unmask(&desc->irq_data);
+	raw_spin_unlock_irqrestore(&desc->lock, flags);
+}
+
 noinline int plat_irq_chip_unmask(struct irq_data *data)
 {
 	if (data->chip && data->chip->irq_unmask)
-		data->chip->irq_unmask(data);
-	return 0;
-}
-
-noinline int plat_irq_chip_mask(struct irq_data *data)
-{
-	if (data->chip && data->chip->irq_mask)
-		data->chip->irq_mask(data);
+		unmask_unless_disabled(data->chip, irq_data_to_desc(data));
 	return 0;
 }
 
@@ -81,16 +84,6 @@ noinline void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struc
 noinline void plat_chained_irq_enter(struct irq_chip *chip, struct irq_desc *desc)
 {
 	chained_irq_enter(chip, desc);
-}
-
-static void unmask_unless_disabled(struct irq_chip *chip, struct irq_desc *desc)
-{
-	unsigned long flags;
-
-	raw_spin_lock_irqsave(&desc->lock, flags);
-	if (!irqd_irq_disabled(&desc->irq_data))
-		chip->irq_unmask(&desc->irq_data);
-	raw_spin_unlock_irqrestore(&desc->lock, flags);
 }
 
 noinline void plat_chained_irq_exit(struct irq_chip *chip, struct irq_desc *desc)
@@ -167,6 +160,14 @@ noinline void plat___irq_set_handler(u32 virq, plat_flow_handler handle, int is_
 noinline void plat_handle_level_irq(struct irq_desc *desc)
 {
 	handle_level_irq(desc);
+}
+
+noinline void plat_irq_set_activated(u32 virq)
+{
+	struct irq_data *data = irq_get_irq_data(virq);
+
+	if (data)
+		irqd_set_activated(data);
 }
 
 noinline void plat_irq_set_lockdep_class(u32 virq, u32 nest_level)

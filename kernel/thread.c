@@ -50,3 +50,8 @@ noinline void plat_schedule(void)
 {
 	schedule();
 }
+
+noinline void plat_cond_resched(void)
+{
+	cond_resched();
+}

@@ -12,12 +12,12 @@ cache=$build/cache
 script_name=${0##*/}
 
 # Scripts that call each other count from one start.
-export SECONDS
+export INTR_STARTED=${INTR_STARTED:-$EPOCHSECONDS}
 
 # Progress goes to standard error, so that a script's output stays its result.
 say()
 {
-	printf '==> [%3ds] %s\n' "$SECONDS" "$*" >&2
+	printf '==> [%3ds] %s\n' $((EPOCHSECONDS - INTR_STARTED)) "$*" >&2
 }
 
 # die WHAT FAILED - WHAT TO DO: always one line.

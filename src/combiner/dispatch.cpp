@@ -94,6 +94,9 @@ int drv_intr_combiner_thread(void *data)
 		scan_leaves(combiner, virq, desc);
 		intr_trace(virq, "[%s]end scan, %s", desc, combiner.name);
 		drv_intr_enable_parent(combiner);
+		// A stuck source keeps the bit set: without this the loop would never
+		// let go of its CPU.
+		cond_resched();
 	}
 	set_current_state_running();
 	intr_info("[%s]exit, %s", desc, combiner.name);

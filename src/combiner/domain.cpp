@@ -139,6 +139,21 @@ void drv_intr_init_combiner_chip(drv_intr_combiner &combiner)
 	irq_chip_init(&combiner.chip, combiner.name, &leaf_chip_ops);
 }
 
+static void set_up_leaf_line(drv_intr_combiner &combiner, drv_intr_irq_info &irq_info, u32 virq)
+{
+	irq_set_chip_and_handler_name(virq, &combiner.chip, handle_level_irq, nullptr);
+	irq_set_chip_data(virq, &irq_info);
+	// The kernel replays a line that was pending while disabled, unless it is
+	// a level: enabling clears those, and a replay would be a double.
+	irq_modify_status(virq, IRQ_NOREQUEST | IRQ_NOPROBE | IRQ_DISABLE_UNLAZY,
+			  is_level_type(irq_info.hwirq_cfg) ? IRQ_LEVEL : 0);
+}
+
+void drv_intr_reset_leaf_line(drv_intr_irq_info &irq_info)
+{
+	set_up_leaf_line(*irq_info.combiner, irq_info, irq_info.virq);
+}
+
 // Called by the kernel while it creates a mapping.
 static int drv_intr_domain_map(irq_domain *domain, unsigned int virq, unsigned long hwirq)
 {
@@ -149,12 +164,8 @@ static int drv_intr_domain_map(irq_domain *domain, unsigned int virq, unsigned l
 	if (!irq_info)
 		return -EINVAL;
 	irq_set_lockdep_class(virq, combiner.nest_level);
-	irq_set_chip_and_handler_name(virq, &combiner.chip, handle_level_irq, nullptr);
-	irq_set_chip_data(virq, irq_info);
-	// The kernel replays a line that was pending while disabled, unless it is
-	// a level: enabling clears those, and a replay would be a double.
-	irq_modify_status(virq, IRQ_NOREQUEST | IRQ_NOPROBE,
-			  is_level_type(irq_info->hwirq_cfg) ? IRQ_LEVEL : 0);
+	irq_set_activated(virq); // a client may enable it before it is requested
+	set_up_leaf_line(combiner, *irq_info, virq);
 	return 0;
 }
 

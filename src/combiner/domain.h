@@ -14,6 +14,10 @@ void drv_intr_init_combiner_chip(drv_intr_combiner &combiner);
 // 0 or -ENOMEM with nothing left behind. Process context.
 [[nodiscard]] int drv_intr_domain_alloc(platform_device *device, drv_intr_combiner &combiner);
 
+// Makes a leaf's line as its mapping made it, after it carried a chained handler:
+// the kernel leaves it without flow handler and not to be requested.
+void drv_intr_reset_leaf_line(drv_intr_irq_info &irq_info);
+
 void drv_intr_free_fwnode(fwnode_handle *fwnode);
 
 #endif

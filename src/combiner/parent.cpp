@@ -3,10 +3,9 @@
 // Small operations on a combiner's parent line.
 #include "combiner/parent.h"
 
-void drv_intr_enable_parent(drv_intr_combiner &combiner)
+// With parent_lock held.
+static void enable_parent_line(drv_intr_combiner &combiner)
 {
-	const raw_spinlock_guard guard(combiner.parent_lock);
-
 	if (combiner.closing != 0)
 		return;
 	if (!combiner.parent_leaf) {
@@ -16,6 +15,29 @@ void drv_intr_enable_parent(drv_intr_combiner &combiner)
 	// A client of that leaf may enable it at the same moment.
 	const raw_spinlock_guard leaf_guard(combiner.parent_leaf->enable_lock);
 	enable_irq(combiner.virq);
+}
+
+void drv_intr_enable_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	enable_parent_line(combiner);
+}
+
+void drv_intr_owe_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	disable_irq_nosync(combiner.virq);
+	combiner.owed_disables++;
+}
+
+void drv_intr_repay_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	for (; combiner.owed_disables > 0; combiner.owed_disables--)
+		enable_parent_line(combiner);
 }
 
 void drv_intr_close_parent(drv_intr_combiner &combiner)
@@ -36,10 +58,4 @@ void drv_intr_virq_unmask(u32 virq)
 {
 	if (irq_data *data = irq_get_irq_data(virq))
 		(void)irq_chip_unmask(data); // a chip without the operation is left as it is
-}
-
-void drv_intr_virq_mask(u32 virq)
-{
-	if (irq_data *data = irq_get_irq_data(virq))
-		(void)irq_chip_mask(data); // a chip without the operation is left as it is
 }

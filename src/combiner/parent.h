@@ -11,14 +11,19 @@
 // flow handler there that never ends an interrupt. Any context.
 void drv_intr_enable_parent(drv_intr_combiner &combiner);
 
-// From here on drv_intr_enable_parent does nothing. Process context.
+// The release of a direct leaf closes the parent line; the next request takes back
+// what the releases since the last one did, and nothing else: a disable that a
+// running occurrence or the monitor holds is not theirs. Process context.
+void drv_intr_owe_parent(drv_intr_combiner &combiner);
+void drv_intr_repay_parent(drv_intr_combiner &combiner);
+
+// From here on nothing enables the parent line. Process context.
 void drv_intr_close_parent(drv_intr_combiner &combiner);
 
 // The hardware number that the kernel holds for virq, 0 without a descriptor.
 [[nodiscard]] u32 drv_intr_get_hwirq(u32 virq);
 
-// Opens or closes the line at its chip, past the kernel's disable depth.
+// Opens the line at its chip, past the interrupt core, unless it is disabled.
 void drv_intr_virq_unmask(u32 virq);
-void drv_intr_virq_mask(u32 virq);
 
 #endif

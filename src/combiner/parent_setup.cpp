@@ -4,39 +4,79 @@
 #include "combiner/parent_setup.h"
 
 #include "combiner/dispatch.h"
+#include "combiner/domain.h"
 #include "combiner/parent.h"
 #include "core/log.h"
+
+// The line of another combiner would lose its handler to this one.
+static bool is_parent_line(const drv_intr_combiner &combiner, u32 virq)
+{
+	for (const drv_intr_combiner &other : drv_intr_get_ctrl()->combiner_list) {
+		if (&other != &combiner && other.virq == virq)
+			return true;
+	}
+	return false;
+}
+
+// With the leaf's lock held. A leaf with a handler of its own cannot carry a
+// chained one: the kernel would replace the flow handler under the running
+// action. The chained flow of a direct leaf would close its parent, and no leaf
+// handler is there to give it back.
+static bool can_feed(const drv_intr_irq_info &leaf, u32 virq)
+{
+	return leaf.virq == virq && !leaf.requested && !leaf.feeds &&
+	       leaf.combiner->common_cfg.direct == 0;
+}
+
+static int claim_leaf(const char *desc, drv_intr_combiner &combiner, drv_intr_irq_info &leaf,
+		      u32 virq)
+{
+	const mutex_guard guard(leaf.lock);
+
+	if (!can_feed(leaf, virq)) {
+		intr_err("[%s]parent leaf in use or direct, index_id=0x%x, type=%u", desc,
+			 leaf.hwirq_cfg.index_id, leaf.hwirq_cfg.type);
+		return -EFAULT;
+	}
+	leaf.feeds = &combiner;
+	combiner.parent_leaf = &leaf;
+	return 0;
+}
 
 int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 {
 	static constexpr char desc[] = "intr claim parent";
 	drv_intr_irq_info *leaf = virq ? drv_intr_get_irq_info_by_virq(virq) : nullptr;
+	const drv_intr_combiner *outer = leaf ? leaf->combiner : nullptr;
 
-	combiner.nest_level = leaf ? leaf->combiner->nest_level + 1 : 0;
+	combiner.nest_level = outer ? outer->nest_level + 1 : 0;
+	combiner.threaded = combiner.common_cfg.async != 0 || (outer && outer->threaded != 0);
 	raw_spin_lock_init(&combiner.parent_lock, PLAT_SPIN_PARENT_ENABLE, combiner.nest_level);
-	if (!leaf)
-		return 0;
-	// A leaf with a handler of its own cannot carry a chained one: the kernel
-	// would replace the flow handler under the running action.
-	const mutex_guard guard(leaf->lock);
-	if (leaf->virq != virq || leaf->requested || leaf->feeds) {
-		intr_err("[%s]parent leaf in use, index_id=0x%x, type=%u", desc,
-			 leaf->hwirq_cfg.index_id, leaf->hwirq_cfg.type);
+	if (leaf)
+		return claim_leaf(desc, combiner, *leaf, virq);
+	if (is_parent_line(combiner, virq)) {
+		intr_err("[%s]parent line is another combiner's, virq=%u", desc, virq);
 		return -EFAULT;
 	}
-	leaf->feeds = &combiner;
-	combiner.parent_leaf = leaf;
 	return 0;
 }
 
-static void release_parent_leaf(drv_intr_combiner &combiner)
+void drv_intr_release_parent(drv_intr_combiner &combiner)
 {
 	drv_intr_irq_info *leaf = combiner.parent_leaf;
 
 	if (!leaf)
 		return;
-	const mutex_guard guard(leaf->lock);
-	leaf->feeds = nullptr;
+	{
+		const mutex_guard guard(leaf->lock);
+
+		leaf->feeds = nullptr;
+		if (combiner.virq != 0)
+			drv_intr_reset_leaf_line(*leaf);
+	}
+	// A card's combiner holds its leaf by itself; nobody else would give it back.
+	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER)
+		(void)drv_intr_set_unregist(combiner.parent_index_id, combiner.parent_type);
 }
 
 static int drv_intr_set_irq_type(drv_intr_combiner &combiner, u32 virq)
@@ -105,10 +145,6 @@ int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq)
 	if (cfg.direct != 0)
 		disable_irq_nosync(virq);
 	drv_intr_virq_unmask(virq);
-	// A direct parent waits for its leaf to be requested. Counted disables do
-	// not mask a line that is disabled already, so close it at the chip again.
-	if (cfg.direct != 0)
-		drv_intr_virq_mask(virq);
 	intr_info("[%s]success", desc);
 	return 0;
 }
@@ -132,6 +168,8 @@ static void detach_parent(drv_intr_combiner &combiner)
 	disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
 	irq_set_handler(virq, nullptr, 1, nullptr);
+	// Against a monitor that failed to forget the line and enables it later.
+	disable_irq_nosync(virq);
 	// A chained handler is never marked as running, so the kernel's own waits
 	// do not see it; this one ends when every region with interrupts off has.
 	synchronize_rcu();
@@ -143,5 +181,4 @@ void drv_intr_combiner_close_virq(drv_intr_combiner &combiner)
 	if (combiner.virq != 0)
 		detach_parent(combiner);
 	drv_intr_stop_thread(combiner);
-	release_parent_leaf(combiner);
 }

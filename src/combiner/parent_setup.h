@@ -6,12 +6,16 @@
 
 #include "core/records.h"
 
-// Process context, g_drv_intr_lock held, all three.
+// Process context, g_drv_intr_lock held, all of them.
 
-// Where virq is a leaf of another combiner, claims that leaf and takes the
-// nesting level from it, before locks of that level are made. 0, or -EFAULT
-// with the line untouched when somebody else uses the leaf.
+// Before the line is touched: refuses the line of another combiner, and a leaf
+// that somebody uses or whose combiner is direct; claims a leaf that is free, and
+// takes the nesting level from it before locks of that level are made. 0 or -EFAULT.
 [[nodiscard]] int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq);
+
+// Lets go of a claimed leaf. The last step of tear-down: until then the claim
+// keeps the leaf's interrupt number in place.
+void drv_intr_release_parent(drv_intr_combiner &combiner);
 
 // Trigger type, monitor, handler data, thread, chained handler. From success on
 // the parent's interrupts reach the dispatch. 0 or a negative code; what was
@@ -19,7 +23,7 @@
 [[nodiscard]] int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq);
 
 // Closes the parent line for good, detaches the chained handler, waits until no
-// pass of it is running, stops the thread, and lets go of a claimed leaf.
+// pass of it is running, and stops the thread.
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner);
 
 #endif

@@ -46,7 +46,7 @@ static void free_nested(const char *desc, drv_intr_combiner &combiner)
 static void release_leaves(const char *desc, drv_intr_combiner &combiner)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-		if (irq_info.requested) {
+		if (irq_info.virq != 0) {
 			intr_err("[%s]leaf still in use, released, index_id=0x%x, type=%u, virq=%u",
 				 desc, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type,
 				 irq_info.virq);
@@ -78,14 +78,16 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 			intr_err("[%s]disable leaf int fail, ret=%d", desc, ret);
 	}
 	release_leaves(desc, combiner);
+	// A nested combiner's pass in the outer one's thread had interrupts on while
+	// a leaf handler ran. Those are gone, so this waits for the rest of the pass.
+	synchronize_rcu();
 	drv_intr_free_irq_info_list(combiner.irq_info_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_cfg_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_default_cfg_list);
 	drv_intr_free_hwirq_cfg_list(combiner.hwirq_cfg_list);
 	if (combiner.domain)
 		irq_domain_remove(combiner.domain);
-	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER)
-		(void)drv_intr_set_unregist(combiner.parent_index_id, combiner.parent_type);
+	drv_intr_release_parent(combiner);
 	if (combiner.fwnode)
 		drv_intr_free_fwnode(combiner.fwnode);
 	kfree(&combiner);

@@ -103,7 +103,7 @@ struct drv_intr_pid_info {
 struct drv_intr_combiner;
 
 struct drv_intr_irq_info {
-	u32 virq; // 0: no mapping. Written under `lock` and `enable_lock`, read anywhere
+	u32 virq; // 0: no mapping. Set under `lock`, cleared under `lock` and `enable_lock`
 	drv_intr_combiner *combiner;
 	u32 requested; // under `lock`
 	mutex pid_list_lock;
@@ -156,8 +156,13 @@ struct drv_intr_combiner {
 	u32 nest_level;
 	// Set last in bring-up: from here on leaves may be mapped.
 	u32 ready;
-	// Guards `closing` against enabling the parent line.
+	// Not 0: sync leaves have their handlers run in a thread, this combiner's own
+	// or that of one further out, and may sleep.
+	u32 threaded;
+	// Guards `closing` and `owed_disables` against enabling the parent line.
 	raw_spinlock parent_lock;
+	// Disables of a direct parent that releases of its leaf left behind.
+	u32 owed_disables;
 	// Set first in tear-down: from here on nothing enables the parent line.
 	u32 closing;
 };

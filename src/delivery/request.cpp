@@ -11,9 +11,8 @@
 #include "combiner/parent.h"
 #include "core/log.h"
 
-// A leaf with `sync` on a combiner with `async` has its handler run in the
-// combiner's thread, where dispatch has turned interrupts off. The handler may
-// sleep there, so they are turned on while it runs; the flow handler holds no
+// A leaf with `sync` on a threaded combiner has its handler run in a combiner's
+// thread, where dispatch has turned interrupts off. The handler may sleep there, so they are turned on while it runs; the flow handler holds no
 // lock meanwhile and finds them off again.
 class [[nodiscard]] may_sleep_guard {
 public:
@@ -106,7 +105,7 @@ static void release_request(drv_intr_irq_info &irq_info)
 {
 	const u32 virq = irq_info.virq;
 
-	if (irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->common_cfg.async != 0) {
+	if (irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->threaded != 0) {
 		disable_irq_nosync(virq);
 		wait_handler_idle(irq_info);
 	}
@@ -124,6 +123,11 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 	if (irq_info.requested) {
 		intr_info("[%s]already requested", desc);
 		return 0;
+	}
+	if (irq_info.feeds) {
+		intr_err("[%s]leaf feeds combiner %u, index_id=0x%x, type=%u", desc,
+			 irq_info.feeds->combiner_id, cfg.index_id, cfg.type);
+		return -EFAULT;
 	}
 	if (cfg.sync != 0)
 		ret = request_threaded_irq(virq, drv_intr_irq_handler, nullptr, IRQF_SHARED,
@@ -144,9 +148,10 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 		return -EFAULT;
 	}
 	irq_info.requested = 1;
-	// A direct parent stays disabled until its leaf is requested.
+	// Starting the leaf took back the disable of the parent's set-up or of the
+	// leaf's last shut-down; what is left are those of its releases.
 	if (irq_info.combiner->common_cfg.direct != 0)
-		drv_intr_enable_parent(*irq_info.combiner);
+		drv_intr_repay_parent(*irq_info.combiner);
 	return 0;
 }
 
@@ -159,7 +164,8 @@ static void retire_virq(drv_intr_irq_info &irq_info)
 		const raw_spinlock_guard guard(irq_info.enable_lock);
 		write_once(irq_info.virq, 0u);
 	}
-	if (irq_info.combiner->closing == 0) // else no scan is left to wait for
+	const drv_intr_combiner &combiner = *irq_info.combiner;
+	if (combiner.closing == 0 || combiner.parent_leaf) // else no scan is left to wait for
 		synchronize_rcu();
 }
 
@@ -188,11 +194,15 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 			intr_err("[%s]unset interrupt suppress info fail, ret=%d", desc, ret);
 		release_request(irq_info);
 		irq_info.requested = 0;
+	} else {
+		// A client may have enabled it all the same; the mapping goes without
+		// shutting the line down, and its enable field would stay on.
+		disable_irq_nosync(virq);
 	}
 	retire_virq(irq_info);
 	irq_dispose_mapping(virq);
 	if (irq_info.combiner->common_cfg.direct != 0)
-		disable_irq_nosync(irq_info.combiner->virq);
+		drv_intr_owe_parent(*irq_info.combiner);
 	intr_info("[%s]success", desc);
 	return 0;
 }

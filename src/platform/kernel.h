@@ -8,9 +8,6 @@
 #include "platform/kernel_api.h"
 
 extern "C" {
-void *memcpy(void *dest, const void *src, size_t count);
-void *memset(void *dest, int value, size_t count);
-int strcmp(const char *left, const char *right);
 char *strstr(const char *text, const char *wanted);
 }
 
@@ -63,7 +60,6 @@ inline void raw_spin_lock_init(raw_spinlock *lock, plat_spin_kind kind, u32 nest
 inline void synchronize_srcu() { plat_synchronize_srcu(); }
 inline void synchronize_rcu() { plat_synchronize_rcu(); }
 
-[[nodiscard]] inline bool in_hardirq() { return plat_in_hardirq() != 0; }
 [[nodiscard]] inline bool in_task() { return plat_in_task() != 0; }
 [[nodiscard]] inline bool irqs_disabled() { return plat_irqs_disabled() != 0; }
 inline void local_irq_enable() { plat_local_irq_enable(); }
@@ -81,6 +77,7 @@ inline int wake_up_process(task_struct *task) { return plat_wake_up_process(task
 inline void set_current_state_interruptible() { plat_set_current_state_interruptible(); }
 inline void set_current_state_running() { plat_set_current_state_running(); }
 inline void schedule() { plat_schedule(); }
+inline void cond_resched() { plat_cond_resched(); }
 
 using irq_flow_handler = plat_flow_handler;
 [[nodiscard]] inline u32 irq_desc_get_irq(irq_desc *desc) { return plat_irq_desc_get_irq(desc); }
@@ -107,7 +104,6 @@ using irq_flow_handler = plat_flow_handler;
 	return plat_irq_chip_set_affinity(data, mask, force);
 }
 inline int irq_chip_unmask(irq_data *data) { return plat_irq_chip_unmask(data); }
-inline int irq_chip_mask(irq_data *data) { return plat_irq_chip_mask(data); }
 inline void irq_data_copy_effective_affinity(irq_data *leaf, irq_data *parent)
 {
 	plat_irq_data_copy_effective_affinity(leaf, parent);
@@ -138,6 +134,7 @@ inline void irq_set_handler(u32 virq, irq_flow_handler handle, int is_chained, c
 	plat___irq_set_handler(virq, handle, is_chained, name);
 }
 inline constexpr irq_flow_handler handle_level_irq = plat_handle_level_irq;
+inline void irq_set_activated(u32 virq) { plat_irq_set_activated(virq); }
 inline void irq_set_lockdep_class(u32 virq, u32 nest_level)
 {
 	plat_irq_set_lockdep_class(virq, nest_level);

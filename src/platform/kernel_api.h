@@ -78,7 +78,7 @@ enum plat_spin_kind {
 	PLAT_SPIN_PARENT_ENABLE,
 	PLAT_SPIN_KINDS,
 };
-/* nest_level below PLAT_NEST_LEVELS: locks of one kind are taken from inner combiners to outer ones. */
+/* Locks of one kind are taken from inner combiners to outer ones. */
 void plat_raw_spin_lock_init(struct plat_raw_spinlock *lock, enum plat_spin_kind kind,
 			     u32 nest_level);
 unsigned long plat_raw_spin_lock_irqsave(struct plat_raw_spinlock *lock);
@@ -112,6 +112,7 @@ int plat_wake_up_process(struct task_struct *task);
 void plat_set_current_state_interruptible(void);
 void plat_set_current_state_running(void);
 void plat_schedule(void);
+void plat_cond_resched(void);
 
 /* Interrupt descriptors and data. */
 typedef void (*plat_flow_handler)(struct irq_desc *desc);
@@ -124,10 +125,13 @@ unsigned long plat_irqd_to_hwirq(const struct irq_data *data);
 struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data); /* may be null */
 void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
 
-/* Chip operations called past the interrupt core. -22 / 0 where the chip lacks the operation. */
+/*
+ * Chip operations called past the interrupt core. -22 / 0 where the chip lacks the operation.
+ * The unmask leaves a disabled line closed: the core masks only when the depth leaves 0, so
+ * a line opened at a greater depth could not be closed by anybody any more.
+ */
 int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask, bool force);
 int plat_irq_chip_unmask(struct irq_data *data);
-int plat_irq_chip_mask(struct irq_data *data);
 /* Gives a leaf the effective affinity that its parent has, or the core complains once a boot. */
 void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent);
 
@@ -158,6 +162,12 @@ void plat_irq_set_chip_and_handler_name(u32 virq, struct plat_irq_chip *chip,
 					plat_flow_handler handle, const char *name);
 void plat___irq_set_handler(u32 virq, plat_flow_handler handle, int is_chained, const char *name);
 void plat_handle_level_irq(struct irq_desc *desc);
+/*
+ * Marks a line of a domain without an activation step as activated, which the core
+ * does only when the line is requested: a line that is enabled before that draws a
+ * warning otherwise. Process context, before the line is in use.
+ */
+void plat_irq_set_activated(u32 virq);
 /* A leaf's descriptor lock is taken inside its parent's callers: one class per nesting level. */
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level);
 

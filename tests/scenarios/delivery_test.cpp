@@ -292,13 +292,14 @@ TEST_F(Delivery, disable_depth_of_a_normal_parent)
 	load();
 	EXPECT_EQ(depth("line:0"), 0);
 	EXPECT_EQ(depth("line:1"), 0);
-	ASSERT_EQ(regist(sync.leaves[0], "sleep_ms=60"), 0);
-	ASSERT_EQ(regist(async.leaves[0], "sleep_ms=60"), 0);
+	ASSERT_EQ(regist(sync.leaves[0], "hold=1"), 0);
+	ASSERT_EQ(regist(async.leaves[0], "hold=1"), 0);
 	fire(sync.leaves[0]);
 	fire(async.leaves[0]);
 	ASSERT_TRUE(wait_events(2));
 	EXPECT_EQ(depth("line:0"), 0); // only the leaf is masked
 	EXPECT_EQ(depth("line:1"), 1); // until the scan ends
+	command("client", "let_go");
 	EXPECT_TRUE(eventually([&] { return depth("line:1") == 0; }));
 	EXPECT_EQ(unregist(sync.leaves[0]), 0);
 	EXPECT_EQ(unregist(async.leaves[0]), 0);
@@ -321,11 +322,12 @@ TEST_F(Delivery, disable_depth_of_a_direct_parent)
 	clear_trace();
 	for (int round = 0; round < 2; round++) {
 		clear_events();
-		ASSERT_EQ(regist(leaf, "sleep_ms=60 quiesce=" + leaf.name), 0);
+		ASSERT_EQ(regist(leaf, "hold=1 quiesce=" + leaf.name), 0);
 		EXPECT_EQ(depth("line:2"), 0);
 		command("cpld", "assert " + leaf.name);
 		ASSERT_TRUE(wait_events(1));
 		EXPECT_EQ(depth("line:2"), 1); // masked until the handler gives it back
+		command("client", "let_go");
 		EXPECT_TRUE(eventually([&] { return depth("line:2") == 0; }));
 		EXPECT_EQ(ask("client", "disable 0x200 3"), 0);
 		EXPECT_EQ(depth("line:2"), 1);
@@ -339,6 +341,31 @@ TEST_F(Delivery, disable_depth_of_a_direct_parent)
 	}
 	for (const std::string &line : trace())
 		EXPECT_TRUE(line.starts_with("mark")) << line; // no register is touched
+}
+
+// The line is up when the first client comes: its occurrence is under way before
+// the request is through, and what masks the parent for it must stay.
+TEST_F(Delivery, a_direct_leaf_that_is_asserted_when_it_is_requested)
+{
+	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
+	const leaf &leaf = c.leaves[0];
+
+	configure({c});
+	load();
+	for (int round = 0; round < 2; round++) {
+		clear_events();
+		command("cpld", "assert " + leaf.name);
+		ASSERT_EQ(regist(leaf, "hold=1 quiesce=" + leaf.name), 0);
+		ASSERT_TRUE(wait_events(1));
+		EXPECT_EQ(depth("line:2"), 1);
+		command("client", "let_go");
+		EXPECT_TRUE(eventually([&] { return depth("line:2") == 0; }));
+		EXPECT_EQ(unregist(leaf), 0);
+		// Mapped and given back without a request: one more to take back.
+		EXPECT_GT(ask("client", "map 0x200 3"), 0);
+		EXPECT_EQ(unregist(leaf), 0);
+		EXPECT_EQ(depth("line:2"), 3);
+	}
 }
 
 TEST_F(Delivery, a_direct_leaf_in_hard_interrupt_context)

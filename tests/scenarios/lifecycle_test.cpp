@@ -308,8 +308,61 @@ TEST_F(Lifecycle, a_second_device_of_one_id_gets_no_combiner_and_takes_none_away
 	EXPECT_TRUE(logged("2 [intr dts dev probe]combiner_id=0, combiner already exist"));
 	expect_witness_works();
 	del_device("other.irq_combiner@0");
-	EXPECT_TRUE(logged("2 [intr dts dev remove]combiner ptr is NULL"));
+	EXPECT_TRUE(logged("2 [intr dts dev remove]combiner_id=0 belongs to another device"));
 	expect_witness_works();
+}
+
+TEST_F(Lifecycle, a_line_that_a_combiner_has_is_not_taken_from_it)
+{
+	configure({witness, full_combiner()});
+	load();
+	ASSERT_EQ(regist(witness.leaves[0]), 0);
+	EXPECT_FALSE(add_device("irq_combiner@4", "line:0"));
+	EXPECT_TRUE(logged("1 [intr claim parent]parent line is another combiner's, virq="));
+	EXPECT_EQ(depth("line:0"), 0);
+	expect_witness_works();
+}
+
+// Firmware left a leaf enabled, and it is up: interrupts come in the middle of
+// bring-up, and must leave neither a disabled nor an open line behind.
+TEST_F(Lifecycle, bring_up_under_an_asserted_line)
+{
+	for (const u32 async : {0u, 1u}) {
+		combiner c = make_combiner(4, 1, 1);
+		const leaf &leaf = c.leaves[0];
+
+		c.async = async;
+		configure({c});
+		if (!loaded())
+			load();
+		command("cpld", "poke 0xffffffff 5 " + std::to_string(leaf.levels[0].en) + " 1");
+		command("cpld", "assert " + leaf.name);
+		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+		EXPECT_TRUE(eventually([&] { return depth("line:4") == 0; }));
+		command("cpld", "deassert " + leaf.name);
+		ASSERT_EQ(regist(leaf), 0);
+		clear_events();
+		fire(leaf);
+		expect_events(1);
+		del_device("irq_combiner@4");
+		command("cpld", "reset");
+	}
+}
+
+// A leaf that was enabled without ever being requested is closed when its
+// mapping goes: nothing would be there to mask it.
+TEST_F(Lifecycle, a_mapped_leaf_is_closed_with_its_mapping)
+{
+	const level &own = witness.leaves[0].levels.back();
+
+	configure({witness});
+	load();
+	EXPECT_GT(ask("client", "map 0 3"), 0);
+	EXPECT_EQ(ask("client", "enable 0 3"), 0);
+	EXPECT_EQ(ask("client", "unregist 0 3"), 0);
+	EXPECT_EQ(command("cpld", "peek 0xffffffff " + std::to_string(own.chip) + " " +
+					   std::to_string(own.en)),
+		  "0x0");
 }
 
 // The module goes while a client of another module still holds leaves of every
