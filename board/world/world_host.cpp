@@ -59,6 +59,8 @@ std::string home()
 
 void start()
 {
+	// What the kernel log would hold also stands in the readable ring.
+	port_host_set_printk([](int, const char *) {});
 	host_start();
 	for (const part &part : parts) {
 		const int ret = part.start();
@@ -94,6 +96,7 @@ int unload()
 	if (!driver_loaded)
 		return -ENOENT;
 	drv_intr_module_exit();
+	client_forget_all(); // the driver let go of every leaf
 	driver_loaded = false;
 	return 0;
 }

@@ -115,6 +115,7 @@ TEST_P(LeafTrace, mask_clear_handler_clear_unmask)
 						   enable_write(leaf, 1)};
 	EXPECT_TRUE(eventually([&] { return changes().size() >= expected.size(); }));
 	EXPECT_EQ(changes(), expected);
+	record("cpld", changes());
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, LeafTrace,

@@ -37,6 +37,7 @@ TEST_F(Exports, mapping_lasts_from_first_demand_to_last_user)
 	// Nobody registered: unregistering disposes of the mapping.
 	EXPECT_EQ(ask("client", "unregist 0 3"), 0);
 	EXPECT_EQ(ask("client", "find 0 3"), 0);
+	record();
 }
 
 TEST_F(Exports, packed_keys)
@@ -82,6 +83,7 @@ TEST_F(Exports, unknown_and_unmapped_leaves)
 		"1 [intr disable]virq invalid, index_id=0x0, type=3",
 	};
 	EXPECT_EQ(log(), expected);
+	record();
 }
 
 TEST_F(Exports, the_first_callback_stays)

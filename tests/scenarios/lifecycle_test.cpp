@@ -147,6 +147,7 @@ TEST_P(BringUpStep, fails_alone_and_leaves_nothing)
 	EXPECT_TRUE(logged(GetParam().line)) << testing::PrintToString(log());
 	EXPECT_TRUE(logged("1 [intr dev probe]dev init fail"));
 	EXPECT_FALSE(world::thread_exists("intr4-handler"));
+	record();
 	command("board", "fault off");
 	command("monitor", "off");
 	command("cpld", "fail off");
@@ -236,6 +237,7 @@ TEST_F(Lifecycle, a_missing_key_keeps_the_leaves_before_it)
 	EXPECT_TRUE(logged("1 [intr get xml one hwirq cfg]get hwirq cfg fail"));
 	EXPECT_TRUE(logged("1 [intr combiner init cfg]get hwirq cfg fail"));
 	EXPECT_TRUE(logged("1 [intr combiner init soft]get cfg from xml fail, ret=-22"));
+	record();
 	ASSERT_EQ(regist(c.leaves[1]), 0);
 	EXPECT_EQ(ask("client", "find 0x402 3"), 0);
 	clear_events();

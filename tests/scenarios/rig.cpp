@@ -137,6 +137,8 @@ void Scenario::SetUp()
 
 void Scenario::TearDown()
 {
+	if (HasFailure())
+		printf("the driver's log:\n%s", world::read("log").c_str());
 	for (const std::string &name : std::vector(devices_))
 		del_device(name);
 	if (loaded_)
@@ -339,14 +341,21 @@ static std::string without_virq(std::string line)
 	return line;
 }
 
+void Scenario::record(const char *kind, const std::vector<std::string> &lines)
+{
+	const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+
+	for (const std::string &line : lines) {
+		// A thread says when it runs, which is no fixed moment.
+		if (line.find("[drv_intr_combiner_thread]") == std::string::npos)
+			printf("T| %s %s %s\n", name.c_str(), kind, without_virq(line).c_str());
+	}
+}
+
 void Scenario::record()
 {
-	const char *name = testing::UnitTest::GetInstance()->current_test_info()->name();
-
-	for (const std::string &line : log())
-		printf("T| %s log %s\n", name, without_virq(line).c_str());
-	for (const std::string &line : trace())
-		printf("T| %s cpld %s\n", name, line.c_str());
+	record("log", log());
+	record("cpld", trace());
 }
 
 } // namespace rig

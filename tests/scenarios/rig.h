@@ -106,6 +106,7 @@ protected:
 	// Prints log and trace so far, with interrupt numbers taken out, for the
 	// comparison between the two homes; only where their order is fixed.
 	void record();
+	void record(const char *kind, const std::vector<std::string> &lines);
 
 	bool loaded() const { return loaded_; }
 
