@@ -37,8 +37,9 @@ std::string file_text(const std::string &path)
 	std::ifstream file(path, std::ios::binary);
 
 	if (!file) {
-		fprintf(stderr, "intr-demo: cannot read %s; name the directory that holds what "
-				"intr-cfgc made of the board's XML\n",
+		fprintf(stderr,
+			"intr-demo: cannot read %s; name the directory that holds what "
+			"intr-cfgc made of the board's XML\n",
 			path.c_str());
 		exit(2);
 	}
@@ -81,8 +82,9 @@ size_t register_all()
 	for (const std::string &line : lines_of(world::read("xml"))) {
 		if (line.find(" hwirq_cfg") == std::string::npos)
 			continue;
-		const std::string reply = control("client", "regist " + word_after(line, "index_id") +
-								    " " + word_after(line, "type"));
+		const std::string reply =
+			control("client", "regist " + word_after(line, "index_id") + " " +
+						  word_after(line, "type"));
 		if (reply == "ret=0")
 			leaves++;
 		else
@@ -116,9 +118,13 @@ void fire(const std::string &name, bool latched)
 	}
 	const std::string event = lines_of(world::read("client_events")).front();
 	const size_t context = event.find("context=") + 8;
-	printf("  %-18s %8s/%-4s %s\n", name.c_str(), word_after(event, "index").c_str(),
+	printf("  %-18s %8s/%-4s %s", name.c_str(), word_after(event, "index").c_str(),
 	       word_after(event, "type").c_str(),
 	       event.substr(context, event.find(" count=") - context).c_str());
+	const size_t times = lines_of(world::read("client_events")).size();
+	if (times > 1)
+		printf(", %zu times until the source was quiet", times);
+	printf("\n");
 	fflush(stdout);
 }
 

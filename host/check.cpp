@@ -8,8 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace model
-{
+namespace model {
 
 static std::atomic<host_stop_handler> stop_handler{nullptr};
 static std::mutex log_lock;

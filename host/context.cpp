@@ -12,8 +12,7 @@
 #include <pthread.h>
 #include <vector>
 
-namespace model
-{
+namespace model {
 
 // Threads outlive main()'s static objects; never destroyed on purpose.
 static std::mutex &slots_lock = *new std::mutex;

@@ -15,8 +15,7 @@
 #include <set>
 #include <vector>
 
-namespace model
-{
+namespace model {
 
 enum : u32 {
 	line_pending = 1u << 0,

@@ -16,8 +16,7 @@ struct irq_domain {
 	std::map<unsigned long, u32> mappings; // under domains_mutex
 };
 
-namespace model
-{
+namespace model {
 
 static lock domains_mutex{class_domain};
 static std::set<irq_domain *> domains;

@@ -20,8 +20,7 @@ struct platform_device {
 	bool removed = false;
 };
 
-namespace model
-{
+namespace model {
 
 constexpr std::string_view override_name = "irq_combiner";
 constexpr std::string_view acpi_prefix = "acpi:";

@@ -7,8 +7,7 @@
 
 #include <new>
 
-namespace model
-{
+namespace model {
 
 irqaction chained_action = {
 	.handler = nullptr,

@@ -18,8 +18,7 @@
 #include "model.h"
 #include "platform/kernel_api.h"
 
-namespace model
-{
+namespace model {
 
 constexpr u32 cpu_count = 2;
 constexpr unsigned long all_cpus = 3;
@@ -90,10 +89,10 @@ void services_reset();
 
 // lock.cpp
 enum lock_class : u32 {
-	class_mutex,						      // + enum plat_mutex_kind
-	class_spin = class_mutex + PLAT_MUTEX_KINDS,		      // + kind * levels + level
+	class_mutex, // + enum plat_mutex_kind
+	class_spin = class_mutex + PLAT_MUTEX_KINDS, // + kind * levels + level
 	class_desc = class_spin + PLAT_SPIN_KINDS * PLAT_NEST_LEVELS, // never given a level
-	class_desc_level,					      // + level
+	class_desc_level, // + level
 	class_request = class_desc_level + PLAT_NEST_LEVELS,
 	class_request_level,
 	class_domain = class_request_level + PLAT_NEST_LEVELS,
@@ -117,8 +116,7 @@ bool lock_acquire(lock &target, const char *what);
 bool lock_release(lock &target, const char *what);
 void check_locks_freed(const void *start, size_t size);
 
-class [[nodiscard]] sleeping_guard
-{
+class [[nodiscard]] sleeping_guard {
 public:
 	sleeping_guard(lock &target, const char *what);
 	~sleeping_guard();
@@ -131,8 +129,7 @@ private:
 };
 
 // raw_spin_lock_irqsave for a scope.
-class [[nodiscard]] raw_guard
-{
+class [[nodiscard]] raw_guard {
 public:
 	explicit raw_guard(lock &target);
 	~raw_guard();
@@ -148,7 +145,7 @@ private:
 // context.cpp: what the kernel keeps per CPU and per task, kept per thread.
 struct reader_slot {
 	std::atomic<u64> irqs_off{0}; // odd inside a region with interrupts off
-	std::atomic<u64> srcu{0};     // odd inside a read-side section
+	std::atomic<u64> srcu{0}; // odd inside a read-side section
 };
 
 struct context {
@@ -175,8 +172,7 @@ void irqs_restore(bool were_off);
 bool might_sleep(const char *what); // false: a stop handler let a misuse return
 void wait_for_readers(std::atomic<u64> reader_slot::*section, const char *what);
 
-class [[nodiscard]] hardirq_scope
-{
+class [[nodiscard]] hardirq_scope {
 public:
 	explicit hardirq_scope(u32 cpu);
 	~hardirq_scope();
@@ -273,7 +269,7 @@ struct irq_chip {
 	int (*irq_set_type)(irq_data *data, u32 type);
 	int (*irq_retrigger)(irq_data *data);
 	bool set_type_masked; // IRQCHIP_SET_TYPE_MASKED
-	bool hardirq_only;    // handle_enforce_irqctx
+	bool hardirq_only; // handle_enforce_irqctx
 };
 
 struct irq_data {
@@ -286,8 +282,7 @@ struct irq_data {
 	std::atomic<unsigned long> effective{0};
 };
 
-namespace model
-{
+namespace model {
 
 // One request of a line. Linked and unlinked under the descriptor lock, walked without
 // it by a handler that is marked in progress.

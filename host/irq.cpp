@@ -12,8 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace model
-{
+namespace model {
 
 static std::atomic<irq_desc *> descs[virq_limit];
 

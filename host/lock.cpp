@@ -8,8 +8,7 @@
 #include <algorithm>
 #include <new>
 
-namespace model
-{
+namespace model {
 
 static std::atomic<bool> before[class_count][class_count]; // [a][b]: b was taken under a
 static std::mutex before_lock;
@@ -130,7 +129,7 @@ void check_locks_freed(const void *start, size_t size)
 }
 
 sleeping_guard::sleeping_guard(lock &target, const char *what)
-    : target_(target), taken_(might_sleep(what) && lock_acquire(target, what))
+	: target_(target), taken_(might_sleep(what) && lock_acquire(target, what))
 {
 }
 

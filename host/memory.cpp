@@ -11,8 +11,7 @@
 #include <sys/mman.h>
 #include <vector>
 
-namespace model
-{
+namespace model {
 
 constexpr size_t largest_object = 4u << 20; // of kmalloc
 constexpr size_t page_size = 4096;

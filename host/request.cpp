@@ -10,8 +10,7 @@
 
 #include <cstdio>
 
-namespace model
-{
+namespace model {
 
 static int wake_only(int /*virq*/, void * /*cookie*/)
 {

@@ -6,8 +6,7 @@
 
 #include <cstring>
 
-namespace model
-{
+namespace model {
 
 static constexpr const char *service_names[] = {
 #define FALLIBLE(name) "plat_" #name,

@@ -10,8 +10,7 @@
 #include <pthread.h>
 #include <vector>
 
-namespace
-{
+namespace {
 
 enum task_state : int {
 	task_running,
@@ -33,8 +32,7 @@ struct task_struct {
 	std::thread thread;
 };
 
-namespace model
-{
+namespace model {
 
 static std::mutex tasks_lock;
 static std::vector<task_struct *> tasks;

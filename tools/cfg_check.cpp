@@ -8,10 +8,8 @@
 #include <set>
 #include <utility>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 constexpr u32 netlink_protocols = 32;
 constexpr u32 source_acpi = 1u << 0, source_gpio = 1u << 2;

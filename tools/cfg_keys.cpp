@@ -9,10 +9,8 @@
 #include <cstdio>
 #include <utility>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 using word = std::pair<std::string_view, u32>;
 

@@ -14,8 +14,7 @@
 
 #include "platform/types.h"
 
-namespace cfg
-{
+namespace cfg {
 
 inline constexpr u32 no_register = 0xffffffff;
 inline constexpr u32 no_chip = 0xffffffff;
@@ -97,7 +96,7 @@ inline constexpr u32 not_numbered = 0xffffffff;
 struct entry_rule {
 	node_kind node;
 	std::string_view name; // without the number
-	u32 last;	       // highest number that is read, or not_numbered
+	u32 last; // highest number that is read, or not_numbered
 	std::span<const key_rule> keys;
 	bool is_leaf = false;
 	bool has_label = false;

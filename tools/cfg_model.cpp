@@ -5,10 +5,8 @@
 
 #include <algorithm>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 std::string level_key(u32 level, std::string_view name)
 {

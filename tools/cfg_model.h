@@ -14,8 +14,7 @@
 #include "cfg_keys.h"
 #include "cfg_table.h"
 
-namespace cfg
-{
+namespace cfg {
 
 struct key_value {
 	u32 value;

@@ -8,10 +8,8 @@
 #include <memory>
 #include <tuple>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 // A direct combiner has no registers. In the simulation its leaf drives the
 // line through a made-up always-enabled register of this chip, which no board has.

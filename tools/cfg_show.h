@@ -8,8 +8,7 @@
 
 #include "cfg_model.h"
 
-namespace cfg
-{
+namespace cfg {
 
 // The combiners as trees of register levels with the leaves at their ends.
 std::string show(const document &document);

@@ -6,10 +6,8 @@
 
 #include <algorithm>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 void put(bytes &out, u32 word)
 {
@@ -30,8 +28,7 @@ bool name_is_good(const std::string &name)
 }
 
 // The string part; a text that occurs often is stored once.
-class strings
-{
+class strings {
 public:
 	u32 add(const std::string &name)
 	{

@@ -12,8 +12,7 @@
 
 #include "xml_table.h"
 
-namespace cfg
-{
+namespace cfg {
 
 using keys = std::map<std::string, u32>;
 using entries = std::map<std::string, keys>;

@@ -17,10 +17,8 @@
 
 #include <tinyxml2.h>
 
-namespace cfg
-{
-namespace
-{
+namespace cfg {
+namespace {
 
 constexpr std::string_view blanks = " \t\r\n";
 constexpr std::string_view label_letters = "abcdefghijklmnopqrstuvwxyz0123456789_.-";
@@ -112,11 +110,10 @@ void drop_duplicate_keys(std::string &text, diagnostics &found)
 
 /* One entry */
 
-class entry_reader
-{
+class entry_reader {
 public:
 	entry_reader(const document_node &node, document_entry &entry, diagnostics &found)
-	    : entry(entry), found(found), where(node.name + " " + entry.name + ": ")
+		: entry(entry), found(found), where(node.name + " " + entry.name + ": ")
 	{
 	}
 

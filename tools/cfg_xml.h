@@ -11,8 +11,7 @@
 
 #include "cfg_model.h"
 
-namespace cfg
-{
+namespace cfg {
 
 struct diagnostic {
 	unsigned line;
@@ -20,8 +19,7 @@ struct diagnostic {
 	std::string text;
 };
 
-class diagnostics
-{
+class diagnostics {
 public:
 	void error(unsigned line, std::string text);
 	void warning(unsigned line, std::string text);

@@ -19,8 +19,7 @@
 #include "cfg_table.h"
 #include "cfg_xml.h"
 
-namespace
-{
+namespace {
 
 constexpr int exit_ok = 0, exit_mistakes = 1, exit_trouble = 2;
 constexpr size_t input_max = 16u << 20; // far beyond any table; stops endless devices

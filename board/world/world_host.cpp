@@ -44,8 +44,8 @@ struct part {
 
 // In the order in which the modules are loaded.
 constexpr part parts[] = {
-	{"diag", diag_start, diag_stop},          {"log", log_start, log_stop},
-	{"cpld", cpld_start, cpld_stop},          {"xml", xml_start, xml_stop},
+	{"diag", diag_start, diag_stop},	  {"log", log_start, log_stop},
+	{"cpld", cpld_start, cpld_stop},	  {"xml", xml_start, xml_stop},
 	{"monitor", monitor_start, monitor_stop}, {"board", board_start, board_stop},
 	{"client", client_start, client_stop},
 };

@@ -25,11 +25,31 @@ constexpr char CONTROL_DIR[] = "/proc/diag/";
 // What the kernel writes when something is wrong. A log that holds one of these
 // fails the scenario in which it appeared.
 constexpr const char *complaints[] = {
-	"WARNING", "BUG", "Oops", "Call trace", "Unbalanced", "Kernel panic", "Internal error",
-	"Unable to handle", "possible recursive", "possible circular", "inconsistent lock",
-	"suspicious RCU", "sleeping function", "still has locks held", "UBSAN", "ODEBUG",
-	"unreferenced object", "leaking at least", "nobody cared", "soft lockup", "stall",
-	"refcount_t", "corruption", "enabled interrupts", "did not update eff. affinity",
+	"WARNING",
+	"BUG",
+	"Oops",
+	"Call trace",
+	"Unbalanced",
+	"Kernel panic",
+	"Internal error",
+	"Unable to handle",
+	"possible recursive",
+	"possible circular",
+	"inconsistent lock",
+	"suspicious RCU",
+	"sleeping function",
+	"still has locks held",
+	"UBSAN",
+	"ODEBUG",
+	"unreferenced object",
+	"leaking at least",
+	"nobody cared",
+	"soft lockup",
+	"stall",
+	"refcount_t",
+	"corruption",
+	"enabled interrupts",
+	"did not update eff. affinity",
 };
 
 int kernel_log = -1;

@@ -94,8 +94,7 @@ static int write_cpu_list(const char *desc, list<drv_intr_cpu_cfg> &cpu_list)
 		(void)irq_combiner_reg32_read(cfg.reg_addr, &value); // shown only
 		intr_info("[%s]addr=0x%x, shift=%u, mask=0x%x, value=0x%x, read_value=0x%x", desc,
 			  cfg.reg_addr, cfg.shift, cfg.mask, cfg.value, value);
-		const int ret =
-			drv_intr_cpu_reg_conf(cfg.reg_addr, cfg.shift, cfg.mask, cfg.value);
+		const int ret = drv_intr_cpu_reg_conf(cfg.reg_addr, cfg.shift, cfg.mask, cfg.value);
 		if (ret != 0) {
 			intr_err("[%s]cfg cpu register fail, ret=0x%x", desc, ret);
 			return -EFAULT;

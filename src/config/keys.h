@@ -29,7 +29,7 @@ struct drv_intr_cfg_map_item {
 	const char *key;
 	u32 *dest;
 	const char *default_str; // C notation: 0x, leading 0, decimal
-	const u32 *default_ref;  // used without default_str: the value at the moment of reading
+	const u32 *default_ref; // used without default_str: the value at the moment of reading
 };
 
 // Reads the rows in order. 0, or -EINVAL at the first required key that is

@@ -20,8 +20,8 @@ inline constexpr u32 DRV_LOG_INFO = 2;
 
 #define intr_err(...) drv_log_record(DRV_INTR_MODULE_ID, DRV_LOG_ERROR, 0, __VA_ARGS__)
 #define intr_info(...) drv_log_record(DRV_INTR_MODULE_ID, DRV_LOG_INFO, 0, __VA_ARGS__)
-#define intr_trace(virq, ...)                  \
-	do {                                   \
+#define intr_trace(virq, ...) \
+	do { \
 		if (drv_intr_trace_open(virq)) \
 			intr_info(__VA_ARGS__); \
 	} while (0)

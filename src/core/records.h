@@ -53,8 +53,8 @@ struct drv_intr_global_cfg {
 
 struct drv_intr_common_cfg {
 	u32 chip_id; // default CPLD chip of the leaves' levels
-	u32 async;   // not 0: leaves are demultiplexed by the combiner thread
-	u32 direct;  // not 0: the parent line is passed on, no level register is touched
+	u32 async; // not 0: leaves are demultiplexed by the combiner thread
+	u32 direct; // not 0: the parent line is passed on, no level register is touched
 	u32 gpio;
 	u32 irq_type;
 	u32 int_type;
@@ -108,7 +108,7 @@ struct drv_intr_irq_info {
 	u32 requested; // under `lock`
 	mutex pid_list_lock;
 	list<drv_intr_pid_info> pid_list;
-	drv_intr_handler handler; // written under `lock` after handler_data, read by the leaf handler
+	drv_intr_handler handler; // written under `lock`, after handler_data
 	void *handler_data;
 	drv_intr_hwirq_cfg hwirq_cfg; // a copy; its own `node` is never used
 	list_node node;
@@ -171,7 +171,7 @@ inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
 
 struct drv_intr_ctrl {
 	u32 int_debug_switch; // not 0: interrupt-path tracing on
-	u32 debug_irq;        // 0: trace every interrupt, else only this virq
+	u32 debug_irq; // 0: trace every interrupt, else only this virq
 	proc_dir_entry *proc_dir;
 	sock *nl_sock;
 	drv_intr_global_cfg global_cfg;

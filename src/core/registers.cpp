@@ -41,7 +41,8 @@ int drv_intr_cpu_reg_conf(u32 reg_addr, u32 shift, u32 mask, u32 value)
 
 	if (ret != 0)
 		return ret;
-	word = (word & ~drv_intr_shift_mask(mask, shift)) | drv_intr_shift_mask(mask & value, shift);
+	word = (word & ~drv_intr_shift_mask(mask, shift)) |
+	       drv_intr_shift_mask(mask & value, shift);
 	return irq_combiner_reg32_write(reg_addr, word);
 }
 

@@ -19,11 +19,11 @@ extern "C" {
 
 /*
  * Called once per occurrence. Where the leaf is configured with sync not 0 it
- * runs where the combiner dispatches: in hard-interrupt context, or in the
- * combiner's thread if that is async. Otherwise it runs in the leaf's own
- * interrupt thread. In a thread it may sleep. It may call drv_intr_enable,
- * drv_intr_disable and the find functions, and must not register or unregister
- * its own leaf.
+ * runs where the combiner dispatches: in hard-interrupt context, or in a
+ * combiner's thread if that combiner, or one further out, is async. Otherwise
+ * it runs in the leaf's own interrupt thread. In a thread it may sleep. It may
+ * call drv_intr_enable, drv_intr_disable and the find functions, and must
+ * neither register or unregister its own leaf nor add or remove combiners.
  */
 typedef void (*drv_intr_handler)(u32 index_id, u32 type, void *data);
 

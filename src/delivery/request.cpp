@@ -12,8 +12,9 @@
 #include "core/log.h"
 
 // A leaf with `sync` on a threaded combiner has its handler run in a combiner's
-// thread, where dispatch has turned interrupts off. The handler may sleep there, so they are turned on while it runs; the flow handler holds no
-// lock meanwhile and finds them off again.
+// thread, where dispatch has turned interrupts off. The handler may sleep there,
+// so they are turned on while it runs; the flow handler holds no lock meanwhile
+// and finds them off again.
 class [[nodiscard]] may_sleep_guard {
 public:
 	may_sleep_guard() : opened_(in_task() && irqs_disabled())

@@ -38,18 +38,45 @@ template <typename T> [[nodiscard]] inline T *kzalloc()
 {
 	return static_cast<T *>(plat_kzalloc(sizeof(T)));
 }
-inline void kfree(const void *object) { plat_kfree(object); }
-inline void printk(const char *text) { plat_printk(text); }
+inline void kfree(const void *object)
+{
+	plat_kfree(object);
+}
+inline void printk(const char *text)
+{
+	plat_printk(text);
+}
 
-[[nodiscard]] inline void *ioremap(u64 physical, size_t size) { return plat_ioremap(physical, size); }
-inline void iounmap(void *base) { plat_iounmap(base); }
-[[nodiscard]] inline u32 readl(const void *address) { return plat_readl(address); }
-inline void writel(u32 value, void *address) { plat_writel(value, address); }
+[[nodiscard]] inline void *ioremap(u64 physical, size_t size)
+{
+	return plat_ioremap(physical, size);
+}
+inline void iounmap(void *base)
+{
+	plat_iounmap(base);
+}
+[[nodiscard]] inline u32 readl(const void *address)
+{
+	return plat_readl(address);
+}
+inline void writel(u32 value, void *address)
+{
+	plat_writel(value, address);
+}
 
 using mutex = plat_mutex;
-inline void mutex_init(mutex *lock, plat_mutex_kind kind) { plat_mutex_init(lock, kind); }
-inline void mutex_lock(mutex *lock) { plat_mutex_lock(lock); }
-inline void mutex_unlock(mutex *lock) { plat_mutex_unlock(lock); }
+inline void mutex_init(mutex *lock, plat_mutex_kind kind)
+{
+	plat_mutex_init(lock, kind);
+}
+inline void mutex_lock(mutex *lock)
+{
+	plat_mutex_lock(lock);
+}
+inline void mutex_unlock(mutex *lock)
+{
+	plat_mutex_unlock(lock);
+}
 
 using raw_spinlock = plat_raw_spinlock;
 inline void raw_spin_lock_init(raw_spinlock *lock, plat_spin_kind kind, u32 nest_level)
@@ -57,36 +84,87 @@ inline void raw_spin_lock_init(raw_spinlock *lock, plat_spin_kind kind, u32 nest
 	plat_raw_spin_lock_init(lock, kind, nest_level);
 }
 
-inline void synchronize_srcu() { plat_synchronize_srcu(); }
-inline void synchronize_rcu() { plat_synchronize_rcu(); }
+inline void synchronize_srcu()
+{
+	plat_synchronize_srcu();
+}
+inline void synchronize_rcu()
+{
+	plat_synchronize_rcu();
+}
 
-[[nodiscard]] inline bool in_task() { return plat_in_task() != 0; }
-[[nodiscard]] inline bool irqs_disabled() { return plat_irqs_disabled() != 0; }
-inline void local_irq_enable() { plat_local_irq_enable(); }
-inline void local_irq_disable() { plat_local_irq_disable(); }
-inline void msleep(u32 milliseconds) { plat_msleep(milliseconds); }
+[[nodiscard]] inline bool in_task()
+{
+	return plat_in_task() != 0;
+}
+[[nodiscard]] inline bool irqs_disabled()
+{
+	return plat_irqs_disabled() != 0;
+}
+inline void local_irq_enable()
+{
+	plat_local_irq_enable();
+}
+inline void local_irq_disable()
+{
+	plat_local_irq_disable();
+}
+inline void msleep(u32 milliseconds)
+{
+	plat_msleep(milliseconds);
+}
 
-[[nodiscard]] inline task_struct *kthread_create_on_node(int (*thread)(void *), void *data, int node,
-							 const char *name)
+[[nodiscard]] inline task_struct *kthread_create_on_node(int (*thread)(void *), void *data,
+							 int node, const char *name)
 {
 	return plat_kthread_create_on_node(thread, data, node, name);
 }
-inline int kthread_stop(task_struct *task) { return plat_kthread_stop(task); }
-[[nodiscard]] inline bool kthread_should_stop() { return plat_kthread_should_stop() != 0; }
-inline int wake_up_process(task_struct *task) { return plat_wake_up_process(task); }
-inline void set_current_state_interruptible() { plat_set_current_state_interruptible(); }
-inline void set_current_state_running() { plat_set_current_state_running(); }
-inline void schedule() { plat_schedule(); }
-inline void cond_resched() { plat_cond_resched(); }
+inline int kthread_stop(task_struct *task)
+{
+	return plat_kthread_stop(task);
+}
+[[nodiscard]] inline bool kthread_should_stop()
+{
+	return plat_kthread_should_stop() != 0;
+}
+inline int wake_up_process(task_struct *task)
+{
+	return plat_wake_up_process(task);
+}
+inline void set_current_state_interruptible()
+{
+	plat_set_current_state_interruptible();
+}
+inline void set_current_state_running()
+{
+	plat_set_current_state_running();
+}
+inline void schedule()
+{
+	plat_schedule();
+}
+inline void cond_resched()
+{
+	plat_cond_resched();
+}
 
 using irq_flow_handler = plat_flow_handler;
-[[nodiscard]] inline u32 irq_desc_get_irq(irq_desc *desc) { return plat_irq_desc_get_irq(desc); }
+[[nodiscard]] inline u32 irq_desc_get_irq(irq_desc *desc)
+{
+	return plat_irq_desc_get_irq(desc);
+}
 [[nodiscard]] inline void *irq_desc_get_handler_data(irq_desc *desc)
 {
 	return plat_irq_desc_get_handler_data(desc);
 }
-[[nodiscard]] inline irq_data *irq_get_irq_data(u32 virq) { return plat_irq_get_irq_data(virq); }
-[[nodiscard]] inline u32 irq_data_irq(const irq_data *data) { return plat_irq_data_irq(data); }
+[[nodiscard]] inline irq_data *irq_get_irq_data(u32 virq)
+{
+	return plat_irq_get_irq_data(virq);
+}
+[[nodiscard]] inline u32 irq_data_irq(const irq_data *data)
+{
+	return plat_irq_data_irq(data);
+}
 [[nodiscard]] inline u32 irqd_to_hwirq(const irq_data *data)
 {
 	return static_cast<u32>(plat_irqd_to_hwirq(data));
@@ -103,17 +181,35 @@ using irq_flow_handler = plat_flow_handler;
 {
 	return plat_irq_chip_set_affinity(data, mask, force);
 }
-inline int irq_chip_unmask(irq_data *data) { return plat_irq_chip_unmask(data); }
+inline int irq_chip_unmask(irq_data *data)
+{
+	return plat_irq_chip_unmask(data);
+}
 inline void irq_data_copy_effective_affinity(irq_data *leaf, irq_data *parent)
 {
 	plat_irq_data_copy_effective_affinity(leaf, parent);
 }
-inline void chained_irq_enter(irq_chip *chip, irq_desc *desc) { plat_chained_irq_enter(chip, desc); }
-inline void chained_irq_exit(irq_chip *chip, irq_desc *desc) { plat_chained_irq_exit(chip, desc); }
+inline void chained_irq_enter(irq_chip *chip, irq_desc *desc)
+{
+	plat_chained_irq_enter(chip, desc);
+}
+inline void chained_irq_exit(irq_chip *chip, irq_desc *desc)
+{
+	plat_chained_irq_exit(chip, desc);
+}
 
-inline void disable_irq_nosync(u32 virq) { plat_disable_irq_nosync(virq); }
-inline void enable_irq(u32 virq) { plat_enable_irq(virq); }
-inline int generic_handle_irq(u32 virq) { return plat_generic_handle_irq(virq); }
+inline void disable_irq_nosync(u32 virq)
+{
+	plat_disable_irq_nosync(virq);
+}
+inline void enable_irq(u32 virq)
+{
+	plat_enable_irq(virq);
+}
+inline int generic_handle_irq(u32 virq)
+{
+	return plat_generic_handle_irq(virq);
+}
 inline void irq_modify_status(u32 virq, unsigned long clear, unsigned long set)
 {
 	plat_irq_modify_status(virq, clear, set);
@@ -122,8 +218,14 @@ inline void irq_modify_status(u32 virq, unsigned long clear, unsigned long set)
 {
 	return plat_irq_set_irq_type(virq, type);
 }
-inline int irq_set_handler_data(u32 virq, void *data) { return plat_irq_set_handler_data(virq, data); }
-inline int irq_set_chip_data(u32 virq, void *data) { return plat_irq_set_chip_data(virq, data); }
+inline int irq_set_handler_data(u32 virq, void *data)
+{
+	return plat_irq_set_handler_data(virq, data);
+}
+inline int irq_set_chip_data(u32 virq, void *data)
+{
+	return plat_irq_set_chip_data(virq, data);
+}
 inline void irq_set_chip_and_handler_name(u32 virq, plat_irq_chip *chip, irq_flow_handler handle,
 					  const char *name)
 {
@@ -134,7 +236,10 @@ inline void irq_set_handler(u32 virq, irq_flow_handler handle, int is_chained, c
 	plat___irq_set_handler(virq, handle, is_chained, name);
 }
 inline constexpr irq_flow_handler handle_level_irq = plat_handle_level_irq;
-inline void irq_set_activated(u32 virq) { plat_irq_set_activated(virq); }
+inline void irq_set_activated(u32 virq)
+{
+	plat_irq_set_activated(virq);
+}
 inline void irq_set_lockdep_class(u32 virq, u32 nest_level)
 {
 	plat_irq_set_lockdep_class(virq, nest_level);
@@ -146,7 +251,10 @@ using irq_handler = plat_irq_handler;
 {
 	return plat_request_threaded_irq(virq, handler, thread_fn, flags, name, cookie);
 }
-inline void free_irq(u32 virq, void *cookie) { plat_free_irq(virq, cookie); }
+inline void free_irq(u32 virq, void *cookie)
+{
+	plat_free_irq(virq, cookie);
+}
 
 using irq_chip_ops = plat_irq_chip_ops;
 inline void irq_chip_init(plat_irq_chip *chip, const char *name, const irq_chip_ops *ops)
@@ -165,17 +273,26 @@ using irq_domain_ops = plat_irq_domain_ops;
 {
 	return plat_irq_domain_host_data(domain);
 }
-inline void irq_domain_remove(irq_domain *domain) { plat_irq_domain_remove(domain); }
+inline void irq_domain_remove(irq_domain *domain)
+{
+	plat_irq_domain_remove(domain);
+}
 [[nodiscard]] inline u32 irq_create_mapping(irq_domain *domain, unsigned long hwirq)
 {
 	return plat_irq_create_mapping(domain, hwirq);
 }
-inline void irq_dispose_mapping(u32 virq) { plat_irq_dispose_mapping(virq); }
+inline void irq_dispose_mapping(u32 virq)
+{
+	plat_irq_dispose_mapping(virq);
+}
 [[nodiscard]] inline fwnode_handle *irq_domain_alloc_named_fwnode(const char *name)
 {
 	return plat_irq_domain_alloc_named_fwnode(name);
 }
-inline void irq_domain_free_fwnode(fwnode_handle *fwnode) { plat_irq_domain_free_fwnode(fwnode); }
+inline void irq_domain_free_fwnode(fwnode_handle *fwnode)
+{
+	plat_irq_domain_free_fwnode(fwnode);
+}
 
 using platform_driver = plat_platform_driver;
 [[nodiscard]] inline int platform_driver_register(platform_driver *driver)
@@ -199,8 +316,14 @@ inline void platform_driver_unregister(platform_driver *driver)
 	return plat_dev_fwnode(device);
 }
 
-[[nodiscard]] inline void *symbol_get(const char *name) { return plat_symbol_get(name); }
-inline void symbol_put(const char *name) { plat_symbol_put(name); }
+[[nodiscard]] inline void *symbol_get(const char *name)
+{
+	return plat_symbol_get(name);
+}
+inline void symbol_put(const char *name)
+{
+	plat_symbol_put(name);
+}
 
 [[nodiscard]] inline unsigned long simple_strtoul(const char *text, char **end, u32 base)
 {

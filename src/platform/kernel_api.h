@@ -50,7 +50,8 @@ void plat_kfree(const void *object);
 /* The kernel log, for the few messages that bypass the logging module. */
 void plat_printk(const char *text);
 
-/* Registers. ioremap: device nGnRE; null on failure. readl and writel carry the kernel's barriers. */
+/* Registers. ioremap: device nGnRE; null on failure. readl and writel carry the kernel's barriers.
+ */
 void *plat_ioremap(u64 physical, size_t size);
 void plat_iounmap(void *base);
 u32 plat_readl(const void *address);
@@ -152,7 +153,8 @@ void plat_disable_irq_nosync(u32 virq);
  * one line hold a lock around the call.
  */
 void plat_enable_irq(u32 virq);
-/* Any context. From a thread, interrupts are off for the call. 0 or a bad number: nothing happens. */
+/* Any context. From a thread, interrupts are off for the call. 0 or a bad number: nothing happens.
+ */
 int plat_generic_handle_irq(u32 virq);
 void plat_irq_modify_status(u32 virq, unsigned long clear, unsigned long set);
 int plat_irq_set_irq_type(u32 virq, u32 type);
@@ -171,7 +173,8 @@ void plat_irq_set_activated(u32 virq);
 /* A leaf's descriptor lock is taken inside its parent's callers: one class per nesting level. */
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level);
 
-/* Requests. The handler returns the kernel's IRQ_HANDLED (1); flags are the kernel's IRQF_ values. */
+/* Requests. The handler returns the kernel's IRQ_HANDLED (1); flags are the kernel's IRQF_ values.
+ */
 typedef int (*plat_irq_handler)(int virq, void *cookie);
 int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
 			      unsigned long flags, const char *name, void *cookie);

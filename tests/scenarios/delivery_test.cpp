@@ -93,8 +93,7 @@ struct trace_case {
 	u32 async, sync;
 };
 
-class LeafTrace : public Delivery, public testing::WithParamInterface<trace_case> {
-};
+class LeafTrace : public Delivery, public testing::WithParamInterface<trace_case> {};
 
 // Enable off, status cleared, handler, status cleared, enable on: whatever the
 // way of the leaf, and for a threaded one only after its thread function.

@@ -8,8 +8,7 @@
 
 namespace rig {
 
-class Exports : public Scenario {
-};
+class Exports : public Scenario {};
 
 TEST_F(Exports, mapping_lasts_from_first_demand_to_last_user)
 {

@@ -32,8 +32,7 @@ struct device_case {
 	const char *line;
 };
 
-class BadDevice : public Input, public testing::WithParamInterface<device_case> {
-};
+class BadDevice : public Input, public testing::WithParamInterface<device_case> {};
 
 TEST_P(BadDevice, is_refused_and_the_rest_runs)
 {
@@ -106,11 +105,16 @@ TEST_F(Input, a_table_of_another_instance_configures_nothing_here)
 
 TEST_F(Input, mistyped_commands_say_what_is_wrong)
 {
-	for (const auto &[file, line] :
-	     {std::pair{"cpld", "asert c0.0"}, {"cpld", "assert nobody"}, {"cpld", "source x"},
-	      {"board", "device add"}, {"board", "fault nothing_like_it 1 0"},
-	      {"client", "regist one 3"}, {"client", "subscribe 1 3"}, {"monitor", "refuse"},
-	      {"xml", "drop"}, {"log_ctl", "erase"}}) {
+	for (const auto &[file, line] : {std::pair{"cpld", "asert c0.0"},
+					 {"cpld", "assert nobody"},
+					 {"cpld", "source x"},
+					 {"board", "device add"},
+					 {"board", "fault nothing_like_it 1 0"},
+					 {"client", "regist one 3"},
+					 {"client", "subscribe 1 3"},
+					 {"monitor", "refuse"},
+					 {"xml", "drop"},
+					 {"log_ctl", "erase"}}) {
 		const world::result result = world::control(file, line);
 		EXPECT_LT(result.code, 0) << file << ": " << line;
 		EXPECT_TRUE(result.reply.starts_with(std::string(file) + ": "))

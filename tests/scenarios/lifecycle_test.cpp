@@ -130,11 +130,10 @@ TEST_F(Lifecycle, logging_refuses_the_driver)
 struct failing_step {
 	const char *name;
 	const char *file, *command; // how to make it fail
-	const char *line;           // what must be said
+	const char *line; // what must be said
 };
 
-class BringUpStep : public Lifecycle, public testing::WithParamInterface<failing_step> {
-};
+class BringUpStep : public Lifecycle, public testing::WithParamInterface<failing_step> {};
 
 TEST_P(BringUpStep, fails_alone_and_leaves_nothing)
 {
@@ -363,7 +362,7 @@ TEST_F(Lifecycle, a_mapped_leaf_is_closed_with_its_mapping)
 	EXPECT_EQ(ask("client", "enable 0 3"), 0);
 	EXPECT_EQ(ask("client", "unregist 0 3"), 0);
 	EXPECT_EQ(command("cpld", "peek 0xffffffff " + std::to_string(own.chip) + " " +
-					   std::to_string(own.en)),
+					  std::to_string(own.en)),
 		  "0x0");
 }
 
@@ -391,8 +390,10 @@ TEST_F(Lifecycle, unload_under_fire_leaves_nothing)
 		load();
 		for (const combiner &c : {sync, async, direct}) {
 			for (const leaf &leaf : c.leaves)
-				EXPECT_EQ(regist(leaf, "sleep_ms=" + std::to_string(
-							       leaf.sync && !c.async ? 0 : 3)),
+				EXPECT_EQ(regist(leaf,
+						 "sleep_ms=" + std::to_string(leaf.sync && !c.async
+										      ? 0
+										      : 3)),
 					  0);
 		}
 		wait_events(4);

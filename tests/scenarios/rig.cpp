@@ -72,8 +72,7 @@ std::string level_word(const level &level)
 
 std::string source_command(const combiner &combiner, const leaf &leaf)
 {
-	std::string line =
-		"source " + leaf.name + " 0xffffffff " + std::to_string(combiner.line);
+	std::string line = "source " + leaf.name + " 0xffffffff " + std::to_string(combiner.line);
 
 	for (const level &level : combiner.outer)
 		line += " " + level_word(level);
@@ -236,7 +235,8 @@ void Scenario::fire_open(const leaf &leaf)
 	const level &own = leaf.levels.back();
 	const std::string peek = "peek 0xffffffff " + hex(own.chip) + " " + hex(own.en);
 	const auto open = [&] {
-		const u32 reg = static_cast<u32>(strtoul(command("cpld", peek).c_str(), nullptr, 0));
+		const u32 reg =
+			static_cast<u32>(strtoul(command("cpld", peek).c_str(), nullptr, 0));
 		return (reg & own.mask << own.shift) != 0;
 	};
 

@@ -19,8 +19,7 @@
 #include "cfg_table.h"
 #include "cfg_xml.h"
 
-namespace
-{
+namespace {
 
 using texts = std::vector<std::string>;
 
@@ -398,8 +397,7 @@ TEST(cfgc, example_board_has_no_findings)
 	EXPECT_EQ(texts(), check(read_file(BOARD_XML)));
 }
 
-class cfgc_program : public testing::Test
-{
+class cfgc_program : public testing::Test {
 protected:
 	void SetUp() override
 	{

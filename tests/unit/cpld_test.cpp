@@ -20,7 +20,10 @@ constexpr u32 chip = 2;
 
 std::vector<std::pair<u32, int>> hook_calls;
 
-void record_line(u32 line, int level) { hook_calls.emplace_back(line, level); }
+void record_line(u32 line, int level)
+{
+	hook_calls.emplace_back(line, level);
+}
 
 class cpld : public testing::Test {
 protected:
@@ -121,7 +124,7 @@ TEST_F(cpld, latched_status_is_set_again_while_its_source_stays_asserted)
 	EXPECT_EQ(cpld_sim_line_level(3), 1);
 	run("deassert a");
 	EXPECT_EQ(read_register(0x21), 1u); // latched: deasserting does not clear it
-	clear(0x21, 2);			    // nor does writing its neighbour's bit
+	clear(0x21, 2); // nor does writing its neighbour's bit
 	EXPECT_EQ(read_register(0x21), 1u);
 	clear(0x21, 1);
 	EXPECT_EQ(cpld_sim_line_level(3), 0);
@@ -249,14 +252,15 @@ TEST_F(cpld, source_that_contradicts_the_wiring_is_refused_and_leaves_nothing)
 	enable_all();
 	const std::vector<std::string> before = read_control("cpld_state");
 	const char *wrong[] = {
-		"source a 0xffffffff 3 2:-:0x61:0:1:level",		      // name in use
+		"source a 0xffffffff 3 2:-:0x61:0:1:level", // name in use
 		"source c 0xffffffff 4 2:0x10:0x11:4:1:level 2:-:0x21:2:1:level", // other line
-		"source c 0xffffffff 3 2:0x10:0x11:4:1:latched",	      // other kind
-		"source c 0xffffffff 3 2:0x12:0x11:4:1:level",		      // other enable
-		"source c 0xffffffff 3 2:0x20:0x21:0:1:latched",	      // other outer level
-		"source c 0xffffffff 3 2:0x10:0x11:4:3:level",		      // overlapping field
-		"source c 0xffffffff 3 2:-:0x61:0:1:level 2:-:0x61:0:1:level", // its own outer level
-		"source c 0xffffffff 3 2:-:0x20:1:1:level",		      // status over an enable
+		"source c 0xffffffff 3 2:0x10:0x11:4:1:latched", // other kind
+		"source c 0xffffffff 3 2:0x12:0x11:4:1:level", // other enable
+		"source c 0xffffffff 3 2:0x20:0x21:0:1:latched", // other outer level
+		"source c 0xffffffff 3 2:0x10:0x11:4:3:level", // overlapping field
+		"source c 0xffffffff 3 2:-:0x61:0:1:level 2:-:0x61:0:1:level", // its own outer
+									       // level
+		"source c 0xffffffff 3 2:-:0x20:1:1:level", // status over an enable
 		"source c 0xffffffff 3",
 		"source c 0xffffffff 3 2:-:0x61:32:1:level",
 		"source c 0xffffffff 3 2:-:0x61:31:3:level",
@@ -276,11 +280,13 @@ TEST_F(cpld, source_that_contradicts_the_wiring_is_refused_and_leaves_nothing)
 	// Storage made on the way may remain; wiring may not.
 	std::vector<std::string> after = read_control("cpld_state");
 	std::erase_if(after, [](const std::string &line) {
-		return line.rfind("register", 0) == 0 && line.find("value=0x0") != std::string::npos;
+		return line.rfind("register", 0) == 0 &&
+		       line.find("value=0x0") != std::string::npos;
 	});
 	std::vector<std::string> expected = before;
 	std::erase_if(expected, [](const std::string &line) {
-		return line.rfind("register", 0) == 0 && line.find("value=0x0") != std::string::npos;
+		return line.rfind("register", 0) == 0 &&
+		       line.find("value=0x0") != std::string::npos;
 	});
 	std::erase(after, "line 4 level=0");
 	EXPECT_EQ(after, expected);

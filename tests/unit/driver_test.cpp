@@ -36,8 +36,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-namespace
-{
+namespace {
 
 constexpr u32 BOARD = DRV_INTR_BOARD_INST_ID;
 constexpr u32 TYPE = 3;
@@ -59,8 +58,7 @@ cfg::keys leaf_keys(u32 number)
 		{"l0_status", STATUS}, {"l0_shift", number},   {"l0_wc", 1}};
 }
 
-class Driver : public testing::Test
-{
+class Driver : public testing::Test {
 protected:
 	void SetUp() override
 	{

@@ -22,8 +22,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-namespace
-{
+namespace {
 
 // The kernel's values.
 constexpr unsigned long IRQF_SHARED = 0x80, IRQF_ONESHOT = 0x2000;
@@ -35,8 +34,7 @@ constexpr u32 line = 5;
 constexpr u32 leaf_hwirq = 7;
 
 // What happened, in order, from whatever thread.
-class journal
-{
+class journal {
 public:
 	void add(const std::string &entry)
 	{
@@ -153,8 +151,7 @@ bool eventually(const std::function<bool()> &condition)
 }
 
 // Holds back whoever calls pass() until open() is called.
-class gate
-{
+class gate {
 public:
 	void pass()
 	{
@@ -173,8 +170,7 @@ private:
 	std::atomic<bool> open_{false};
 };
 
-class Model : public testing::Test
-{
+class Model : public testing::Test {
 protected:
 	void SetUp() override
 	{

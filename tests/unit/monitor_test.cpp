@@ -39,7 +39,8 @@ protected:
 	}
 	int set(u32 allow_max, u32 suppress_ms, u32 policy = 1)
 	{
-		return drv_intr_monitor_set_param(virq, virq, allow_max, suppress_ms, policy, nullptr);
+		return drv_intr_monitor_set_param(virq, virq, allow_max, suppress_ms, policy,
+						  nullptr);
 	}
 	int unset() { return drv_intr_monitor_unset_param(virq, virq); }
 	void occur(u32 times)
@@ -94,9 +95,9 @@ TEST_F(monitor, line_is_held_from_the_occurrence_after_allow_max_and_only_once)
 	EXPECT_EQ(suppressions(), 1u);
 	EXPECT_EQ(printed.take().size(), 1u);
 	EXPECT_EQ(read_control("monitor"),
-		  (std::vector<std::string>{
-			  "virq=" + std::to_string(virq) +
-			  " allow_max=3 suppress_ms=600000 policy=1 count=14 suppressed=1 suppress_cnt=1"}));
+		  (std::vector<std::string>{"virq=" + std::to_string(virq) +
+					    " allow_max=3 suppress_ms=600000 policy=1 count=14 "
+					    "suppressed=1 suppress_cnt=1"}));
 	EXPECT_EQ(unset(), 0);
 }
 

@@ -60,13 +60,13 @@ TEST(strings, scanner_converts_one_number)
 	} cases[] = {
 		{"name@%u", "name@12", 1, 12},
 		{"name@%u", "name@12rest", 1, 12},
-		{"name@%u", "name@", -1, untouched},	 // input ends before a conversion
-		{"name@%u", "na", -1, untouched},	 // also inside a literal
-		{"name@%u", "nome@1", 0, untouched},	 // literal differs
+		{"name@%u", "name@", -1, untouched}, // input ends before a conversion
+		{"name@%u", "na", -1, untouched}, // also inside a literal
+		{"name@%u", "nome@1", 0, untouched}, // literal differs
 		{"name@%u", "name@x", 0, untouched},
 		{"%u", "-1", 0, untouched},
 		{"%u", "4294967295", 1, 0xffffffff},
-		{"%u", "4294967296", 0, untouched},	 // no silent wrap
+		{"%u", "4294967296", 0, untouched}, // no silent wrap
 		{"%u", "99999999999999999999999999", 0, untouched},
 		{"%d", "-2147483648", 1, 0x80000000},
 		{"%d", "2147483648", 0, untouched},
@@ -79,7 +79,7 @@ TEST(strings, scanner_converts_one_number)
 		{"%i", "0", 1, 0},
 		{"%u", "0x10", 1, 0},
 		{"%2u", "123", 1, 12},
-		{"%3x", "0x1f", 1, 1},			 // the head counts
+		{"%3x", "0x1f", 1, 1}, // the head counts
 		{" a %u", "  a\t7", 1, 7},
 		{"%%%u", "%5", 1, 5},
 		{"%u", "   ", -1, untouched},
@@ -101,7 +101,8 @@ TEST(strings, scanner_counts_conversions_and_stops_at_the_first_that_fails)
 	EXPECT_EQ(scan("3:4", "%u:%u", &first, &second), 2);
 	EXPECT_EQ(first * 10 + second, 34u);
 	second = untouched;
-	EXPECT_EQ(scan("3:", "%u:%u", &first, &second), 1); // end of input, but not before the first
+	EXPECT_EQ(scan("3:", "%u:%u", &first, &second),
+		  1); // end of input, but not before the first
 	EXPECT_EQ(scan("3;4", "%u:%u", &first, &second), 1);
 	EXPECT_EQ(second, untouched);
 	EXPECT_EQ(scan("abc", "abc"), 0);
@@ -125,7 +126,8 @@ TEST(strings, scanner_refuses_formats_whose_output_it_cannot_bound)
 {
 	char word[4] = "xxx";
 
-	for (const char *format : {"%s", "%0s", "%[a-z]", "%c", "%n", "%lu", "%99999999999s", "%"}) {
+	for (const char *format :
+	     {"%s", "%0s", "%[a-z]", "%c", "%n", "%lu", "%99999999999s", "%"}) {
 		EXPECT_LT(scan("abcdefgh", format, word), -1) << format;
 		EXPECT_STREQ(word, "xxx") << format;
 	}

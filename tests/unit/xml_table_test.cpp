@@ -19,8 +19,7 @@
 #include "xml.h"
 #include "xml_table.h"
 
-namespace
-{
+namespace {
 
 constexpr u32 card = 0x05000000;
 
@@ -96,8 +95,7 @@ void set_word(cfg::bytes &bytes, size_t offset, u32 value)
 		bytes[offset + i] = static_cast<u8>(value >> 8 * i);
 }
 
-class xml_table_test : public testing::Test
-{
+class xml_table_test : public testing::Test {
 protected:
 	void SetUp() override
 	{
