@@ -291,7 +291,8 @@ static int virq_command(struct words *words, char *reply, size_t size)
 	u32 virq;
 
 	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
-		return port_refuse(reply, size, "board: virq: wrong interrupt; use virq line:N");
+		return port_refuse(reply, size, "board: virq: wrong interrupt; use "
+				   "virq line:N, virq virq:N or virq leaf:INDEX:TYPE");
 	snprintf(reply, size, "virq=%u", virq);
 	return 0;
 }

@@ -129,6 +129,10 @@ static void on_interrupt(u32 index_id, u32 type, void *data)
 		port_sleep_ms(registration->sleep_ms);
 	if (registration->hold)
 		wait_until_let_go(seen);
+	if (registration->sleep_ms || registration->hold) {
+		snprintf(mark, sizeof(mark), "done index=0x%x type=%u", index_id, type);
+		cpld_sim_mark(mark);
+	}
 	act_on_own_leaf(registration);
 }
 
@@ -237,8 +241,11 @@ static int regist(u32 index_id, u32 type, const char *line, char *reply, size_t 
 	registration->next = registrations;
 	registrations = registration;
 	ret = drv_intr_set_regist(index_id, type, on_interrupt, registration);
-	if (ret)
-		forget(index_id, type);
+	if (ret) {
+		/* Only this one: the driver may still call an earlier one of the same leaf. */
+		registrations = registration->next;
+		port_free(registration);
+	}
 	snprintf(reply, size, "ret=%d", ret);
 	return 0;
 }
@@ -321,14 +328,6 @@ static int command(const char *line, char *reply, size_t size)
 
 	if (!port_word(&line, name, sizeof(name)))
 		return wrong(reply, size, "");
-	if (strcmp(name, "clear") == 0 && port_line_ends(line)) {
-		clear_events();
-		return 0;
-	}
-	if (strcmp(name, "let_go") == 0 && port_line_ends(line)) {
-		let_go();
-		return 0;
-	}
 	if (!port_word_number(&line, &first))
 		return wrong(reply, size, name);
 	if (!port_line_ends(line))
@@ -343,6 +342,15 @@ static int client_command(const char *line, char *reply, size_t size)
 {
 	int ret;
 
+	/* Without the lock, which a release holds while it waits for a callback. */
+	if (strcmp(line, "clear") == 0) {
+		clear_events();
+		return 0;
+	}
+	if (strcmp(line, "let_go") == 0) {
+		let_go();
+		return 0;
+	}
 	port_mutex_lock(&registrations_lock);
 	ret = command(line, reply, size);
 	port_mutex_unlock(&registrations_lock);

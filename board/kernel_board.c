@@ -271,6 +271,8 @@ void port_fault_off(void)
 	port_mutex_lock(&fault_lock);
 	disarm();
 	fault.symbol[0] = '\0';
+	fault.nth = 0;
+	atomic_set(&fault.calls, 0);
 	port_mutex_unlock(&fault_lock);
 }
 

@@ -40,7 +40,7 @@ int port_fault_count(u32 *calls);
 
 /*
  * The board's CPU-side registers: plain 32-bit words at these physical
- * addresses, which no other device and no memory uses. -EINVAL outside them or
+ * addresses, in memory that is reserved for the board. -EINVAL outside them or
  * unaligned. Process context.
  */
 #define BOARD_MMIO_BASE 0x5ff00000u

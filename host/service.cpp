@@ -93,6 +93,8 @@ int host_fault(const char *symbol, uint32_t nth, long ret)
 void host_fault_off(void)
 {
 	fault_service = service_count;
+	fault_calls = 0;
+	fault_hit = false;
 }
 
 void host_fault_count(uint32_t *seen, int *hit)

@@ -26,6 +26,10 @@ constexpr char CONTROL_DIR[] = "/proc/diag/";
 // fails the scenario in which it appeared.
 constexpr const char *complaints[] = {
 	"WARNING",
+	"INFO: task",
+	"INFO: rcu",
+	"INFO: trying",
+	"possible irq",
 	"BUG",
 	"Oops",
 	"Call trace",

@@ -4,7 +4,7 @@
 . /guest.sh
 
 load_surroundings || exit 1
-cat /board/board.tbl >$control/xml_table || exit 1
+dd if=/board/board.tbl of=$control/xml_table bs=1M 2>/dev/null || exit 1
 while read -r line; do
 	ctl cpld "$line" >/dev/null || exit 1
 done </board/board.sources

@@ -49,30 +49,42 @@ static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
 }
 
 // Enable field off first: nothing new gets past it while the status is cleared.
-static void close_leaf(irq_data *data, const char *desc)
+static bool close_leaf_level(const leaf_line &leaf, const char *desc)
 {
+	if (!set_leaf_enable(leaf, 0, desc))
+		return false;
+	drv_intr_irq_clear(leaf);
+	return true;
+}
+
+static void drv_intr_irq_mask(irq_data *data)
+{
+	static constexpr char desc[] = "intr irq mask";
+	const leaf_line leaf = leaf_of(data);
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	if (leaf.direct) {
+		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
+		drv_intr_hold_parent(leaf.irq_info);
+	} else if (!close_leaf_level(leaf, desc)) {
+		return;
+	}
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+}
+
+static void drv_intr_irq_disable(irq_data *data)
+{
+	static constexpr char desc[] = "intr irq disable";
 	const leaf_line leaf = leaf_of(data);
 
 	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
 	if (leaf.direct) {
 		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
 		disable_irq_nosync(leaf.combiner.virq);
-	} else {
-		if (!set_leaf_enable(leaf, 0, desc))
-			return;
-		drv_intr_irq_clear(leaf);
+	} else if (!close_leaf_level(leaf, desc)) {
+		return;
 	}
 	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
-}
-
-static void drv_intr_irq_mask(irq_data *data)
-{
-	close_leaf(data, "intr irq mask");
-}
-
-static void drv_intr_irq_disable(irq_data *data)
-{
-	close_leaf(data, "intr irq disable");
 }
 
 static void drv_intr_irq_unmask(irq_data *data)
@@ -81,8 +93,10 @@ static void drv_intr_irq_unmask(irq_data *data)
 	const leaf_line leaf = leaf_of(data);
 
 	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	// On a direct combiner the leaf handler has opened the parent already.
-	if (!leaf.direct) {
+	if (leaf.direct) {
+		// The leaf handler has done this, if there was one.
+		drv_intr_give_back_parent(leaf.irq_info);
+	} else {
 		drv_intr_irq_clear(leaf);
 		if (!set_leaf_enable(leaf, 1, desc))
 			return;

@@ -3,6 +3,8 @@
 // Small operations on a combiner's parent line.
 #include "combiner/parent.h"
 
+#include "core/atomic.h"
+
 // With parent_lock held.
 static void enable_parent_line(drv_intr_combiner &combiner)
 {
@@ -22,6 +24,18 @@ void drv_intr_enable_parent(drv_intr_combiner &combiner)
 	const raw_spinlock_guard guard(combiner.parent_lock);
 
 	enable_parent_line(combiner);
+}
+
+void drv_intr_hold_parent(drv_intr_irq_info &irq_info)
+{
+	if (exchange(irq_info.parent_held, 1u) == 0)
+		disable_irq_nosync(irq_info.combiner->virq);
+}
+
+void drv_intr_give_back_parent(drv_intr_irq_info &irq_info)
+{
+	if (exchange(irq_info.parent_held, 0u) != 0)
+		drv_intr_enable_parent(*irq_info.combiner);
 }
 
 void drv_intr_owe_parent(drv_intr_combiner &combiner)

@@ -11,6 +11,11 @@
 // flow handler there that never ends an interrupt. Any context.
 void drv_intr_enable_parent(drv_intr_combiner &combiner);
 
+// Masking a direct leaf disables the parent line; whoever comes first of the leaf's
+// handler, its unmask and its release gives that disable back. Any context.
+void drv_intr_hold_parent(drv_intr_irq_info &irq_info);
+void drv_intr_give_back_parent(drv_intr_irq_info &irq_info);
+
 // The release of a direct leaf closes the parent line; the next request takes back
 // what the releases since the last one did, and nothing else: a disable that a
 // running occurrence or the monitor holds is not theirs. Process context.

@@ -74,8 +74,11 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 		if (combiner.virq != 0)
 			drv_intr_reset_leaf_line(*leaf);
 	}
-	// A card's combiner holds its leaf by itself; nobody else would give it back.
-	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER)
+	// A combiner that mapped its parent leaf by itself gives it back; nobody else
+	// would. One that was handed a line names no leaf, or another one.
+	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER &&
+	    leaf->hwirq_cfg.index_id == combiner.parent_index_id &&
+	    leaf->hwirq_cfg.type == combiner.parent_type)
 		(void)drv_intr_set_unregist(combiner.parent_index_id, combiner.parent_type);
 }
 

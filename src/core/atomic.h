@@ -36,6 +36,11 @@ template <typename T> inline void store_ordered(T &word, T value)
 	__atomic_store_n(&word, value, __ATOMIC_SEQ_CST);
 }
 
+template <typename T> inline T exchange(T &word, T value)
+{
+	return __atomic_exchange_n(&word, value, __ATOMIC_SEQ_CST);
+}
+
 // Both return whether the bit was set before.
 inline bool test_and_set_bit(unsigned bit, unsigned long &word)
 {

@@ -119,6 +119,12 @@ struct drv_intr_irq_info {
 	// Makes "look at the depth, then enable" one step, and keeps `virq` in
 	// place while it is used. Any context.
 	raw_spinlock enable_lock;
+	// Not 0 once a release of the interrupt has begun: no client may enable or
+	// disable it any more. Under `enable_lock`; a new mapping starts with 0.
+	u32 retiring;
+	// Not 0 while the mask of this leaf keeps its direct parent disabled. Set by
+	// the mask, taken by whoever gives the parent back.
+	u32 parent_held;
 	// Odd while the leaf handler runs; written by the handler only.
 	u32 handler_seq;
 	// The combiner whose parent line this leaf is, or null. Under `lock`.

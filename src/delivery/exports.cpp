@@ -46,7 +46,11 @@ static u32 map_leaf(drv_intr_irq_info &irq_info)
 		intr_err("[%s]map hwirq fail", desc);
 		return 0;
 	}
-	write_once(irq_info.virq, virq);
+	{
+		const raw_spinlock_guard guard(irq_info.enable_lock);
+		irq_info.retiring = 0;
+		write_once(irq_info.virq, virq);
+	}
 	intr_info("[%s]clear irq int state, virq=%u", desc, virq);
 	drv_intr_clear_irqinfo(irq_info);
 	intr_info("[%s]success, virq=%u", desc, virq);
@@ -167,7 +171,7 @@ static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 
 		return NOT_USABLE;
 	const raw_spinlock_guard guard(irq_info->enable_lock);
 	const u32 virq = irq_info->virq;
-	if (virq == 0) {
+	if (virq == 0 || irq_info->retiring != 0) {
 		intr_err("[%s]virq invalid, index_id=0x%x, type=%d", desc, index_id, type);
 		return NOT_USABLE;
 	}

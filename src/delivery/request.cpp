@@ -75,7 +75,7 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	run_callback(desc, irq_info, virq);
 	if (combiner.common_cfg.direct != 0) {
 		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
-		drv_intr_enable_parent(combiner);
+		drv_intr_give_back_parent(irq_info);
 	}
 	intr_trace(virq, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
 		   cfg.type);
@@ -106,6 +106,10 @@ static void release_request(drv_intr_irq_info &irq_info)
 {
 	const u32 virq = irq_info.virq;
 
+	{
+		const raw_spinlock_guard guard(irq_info.enable_lock);
+		irq_info.retiring = 1;
+	}
 	if (irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->threaded != 0) {
 		disable_irq_nosync(virq);
 		wait_handler_idle(irq_info);
@@ -163,6 +167,10 @@ static void retire_virq(drv_intr_irq_info &irq_info)
 {
 	{
 		const raw_spinlock_guard guard(irq_info.enable_lock);
+		// A client may have enabled a leaf that was never requested; the
+		// mapping goes without shutting the line down, and its enable field
+		// would stay on.
+		disable_irq_nosync(irq_info.virq);
 		write_once(irq_info.virq, 0u);
 	}
 	const drv_intr_combiner &combiner = *irq_info.combiner;
@@ -195,15 +203,13 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 			intr_err("[%s]unset interrupt suppress info fail, ret=%d", desc, ret);
 		release_request(irq_info);
 		irq_info.requested = 0;
-	} else {
-		// A client may have enabled it all the same; the mapping goes without
-		// shutting the line down, and its enable field would stay on.
-		disable_irq_nosync(virq);
 	}
 	retire_virq(irq_info);
 	irq_dispose_mapping(virq);
-	if (irq_info.combiner->common_cfg.direct != 0)
+	if (irq_info.combiner->common_cfg.direct != 0) {
+		drv_intr_give_back_parent(irq_info);
 		drv_intr_owe_parent(*irq_info.combiner);
+	}
 	intr_info("[%s]success", desc);
 	return 0;
 }

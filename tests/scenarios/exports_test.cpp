@@ -2,7 +2,10 @@
 //
 // The interface for other kernel modules, and what its users may do to each
 // other.
+#include <atomic>
 #include <thread>
+
+#include <gmock/gmock.h>
 
 #include "rig.h"
 
@@ -193,6 +196,9 @@ TEST_F(Exports, unregister_waits_for_a_running_callback)
 		fire(leaf);
 		ASSERT_TRUE(wait_events(1));
 		EXPECT_EQ(unregist(leaf), 0);
+		char done[64];
+		snprintf(done, sizeof(done), "mark done index=0x%x type=%u", leaf.index, leaf.type);
+		EXPECT_THAT(trace(), testing::Contains(done));
 		fire(leaf);
 		world::sleep_ms(20);
 		EXPECT_EQ(events().size(), 1u) << leaf.name;
@@ -214,10 +220,12 @@ TEST_F(Exports, registering_from_many_threads_while_the_leaf_fires)
 	load();
 	ASSERT_EQ(regist(c.leaves[1]), 0);
 	std::vector<std::thread> threads;
+	std::atomic<int> registered = 0;
 	for (int t = 0; t < 3; t++) {
 		threads.emplace_back([&] {
 			for (int round = 0; round < 15; round++) {
-				world::control("client", "regist 0 3");
+				registered +=
+					world::control("client", "regist 0 3").reply == "ret=0";
 				world::control("client", "disable 0 3");
 				world::control("client", "enable 0 3");
 				world::control("client", "unregist 0 3");
@@ -230,6 +238,7 @@ TEST_F(Exports, registering_from_many_threads_while_the_leaf_fires)
 	}
 	for (std::thread &thread : threads)
 		thread.join();
+	EXPECT_EQ(registered, 3 * 15);
 	EXPECT_EQ(ask("client", "find 0 3"), 0);
 	clear_events();
 	fire(c.leaves[1]);

@@ -429,6 +429,7 @@ TEST_F(Lifecycle, two_hundred_loads_and_unloads)
 TEST_F(Lifecycle, devices_come_and_go_under_load)
 {
 	const combiner c = full_combiner();
+	std::atomic<int> added = 0;
 	std::atomic<bool> stop = false;
 
 	configure({witness, c});
@@ -436,14 +437,15 @@ TEST_F(Lifecycle, devices_come_and_go_under_load)
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	std::thread changes([&] {
 		while (!stop) {
-			world::control("board", "device add irq_combiner@4 irq=line:4");
+			added += world::control("board", "device add irq_combiner@4 irq=line:4")
+					 .reply == "probed=1";
 			world::control("client", "regist 0x400 3 tag=gone");
 			world::control("cpld", "pulse " + c.leaves[0].name);
 			world::control("client", "find 0x401 3");
 			world::control("board", "device del irq_combiner@4");
 		}
 	});
-	for (int shot = 0; shot < 60; shot++) {
+	for (int shot = 0; shot < 60 || (added < 10 && shot < 5000); shot++) {
 		const auto delivered = [&] {
 			size_t count = 0;
 			for (const event &event : events())
@@ -456,6 +458,7 @@ TEST_F(Lifecycle, devices_come_and_go_under_load)
 	}
 	stop = true;
 	changes.join();
+	EXPECT_GE(added, 10);
 }
 
 } // namespace rig

@@ -29,7 +29,7 @@ protected:
 		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
 		// Where the dispatch runs in a thread the handler may sleep.
 		const bool threaded = outer.async || inner.async;
-		ASSERT_EQ(regist(inner.leaves[0], threaded ? "sleep_ms=5" : ""), 0);
+		ASSERT_EQ(regist(inner.leaves[0], threaded ? "sleep_ms=30" : ""), 0);
 		ASSERT_EQ(regist(inner.leaves[1]), 0);
 		ASSERT_EQ(regist(inner.leaves[2]), 0);
 	}
@@ -97,6 +97,7 @@ TEST_P(Nested, the_inner_one_goes_while_its_leaf_is_served)
 	bring_up();
 	clear_events();
 	fire(inner.leaves[0]);
+	ASSERT_TRUE(wait_events(1));
 	fire(inner.leaves[1]);
 	del_device("irq_combiner@9");
 	clear_events();

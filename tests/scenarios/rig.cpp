@@ -58,7 +58,8 @@ void add_nodes(cfg::table &table, const combiner &combiner)
 
 	node["global_cfg"] = {{"async", combiner.async},
 			      {"direct", combiner.direct},
-			      {"allow_max", combiner.allow_max}};
+			      {"allow_max", combiner.allow_max},
+			      {"suppress_ms", combiner.suppress_ms}};
 	for (size_t i = 0; i < combiner.leaves.size(); i++)
 		add_leaf_keys(node["hwirq_cfg" + std::to_string(i)], combiner.leaves[i]);
 }

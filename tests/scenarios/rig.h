@@ -42,6 +42,7 @@ struct combiner {
 	u32 direct = 0;
 	std::vector<leaf> leaves;
 	u32 allow_max = 1000000;
+	u32 suppress_ms = 1000;
 	u32 line = id;
 	std::vector<level> outer{}; // of a nested combiner: the levels of the leaf it stands behind
 };
@@ -73,8 +74,8 @@ protected:
 
 	void load();
 	void unload();
-	// A device for combiner `id` besides the board's four, on the line of that number.
-	// `irq` is line:N, leaf:INDEX:TYPE or none. True when the driver took it.
+	// A device besides the board's four; `irq` is line:N, leaf:INDEX:TYPE or none.
+	// True when the driver took it.
 	bool add_device(const std::string &name, const std::string &irq);
 	void del_device(const std::string &name);
 
