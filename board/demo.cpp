@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,16 +45,6 @@ std::string file_text(const std::string &path)
 	return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::vector<std::string> lines_of(const std::string &text)
-{
-	std::vector<std::string> lines;
-	std::istringstream stream(text);
-
-	for (std::string line; std::getline(stream, line);)
-		lines.push_back(line);
-	return lines;
-}
-
 std::string word_after(const std::string &line, const std::string &key)
 {
 	const size_t at = (" " + line).find(" " + key + "=");
@@ -79,7 +68,7 @@ size_t register_all()
 {
 	size_t leaves = 0;
 
-	for (const std::string &line : lines_of(world::read("xml"))) {
+	for (const std::string &line : world::lines_of(world::read("xml"))) {
 		if (line.find(" hwirq_cfg") == std::string::npos)
 			continue;
 		const std::string reply =
@@ -116,12 +105,12 @@ void fire(const std::string &name, bool latched)
 		problem(name + " did not reach the client");
 		return;
 	}
-	const std::string event = lines_of(world::read("client_events")).front();
+	const std::string event = world::lines_of(world::read("client_events")).front();
 	const size_t context = event.find("context=") + 8;
 	printf("  %-18s %8s/%-4s %s", name.c_str(), word_after(event, "index").c_str(),
 	       word_after(event, "type").c_str(),
 	       event.substr(context, event.find(" count=") - context).c_str());
-	const size_t times = lines_of(world::read("client_events")).size();
+	const size_t times = world::lines_of(world::read("client_events")).size();
 	if (times > 1)
 		printf(", %zu times until the source was quiet", times);
 	printf("\n");
@@ -132,7 +121,7 @@ void fire_all(const std::string &sources)
 {
 	printf("  %-18s %8s/%-4s %s\n", "source fired", "index_id", "type",
 	       "where the client's callback ran");
-	for (const std::string &line : lines_of(sources)) {
+	for (const std::string &line : world::lines_of(sources)) {
 		const size_t name = line.find(' ') + 1;
 
 		fire(line.substr(name, line.find(' ', name) - name), line.ends_with("latched"));
@@ -141,7 +130,7 @@ void fire_all(const std::string &sources)
 
 void show_interrupts()
 {
-	for (const std::string &line : lines_of(world::interrupts())) {
+	for (const std::string &line : world::lines_of(world::interrupts())) {
 		if (line.find("CPU0") != std::string::npos ||
 		    line.find(" intr") != std::string::npos)
 			printf("%s\n", line.c_str());
@@ -153,7 +142,7 @@ void set_up_board(const std::string &directory, const std::string &sources)
 	const std::string table = file_text(directory + "/board.tbl");
 
 	control("cpld", "reset");
-	for (const std::string &line : lines_of(sources))
+	for (const std::string &line : world::lines_of(sources))
 		control("cpld", line);
 	const int ret = world::write_blob("xml_table", cfg::bytes(table.begin(), table.end()));
 	if (ret != 0)

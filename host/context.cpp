@@ -199,12 +199,6 @@ void plat_synchronize_rcu(void)
 		wait_for_readers(&reader_slot::irqs_off, "synchronize_rcu");
 }
 
-int plat_in_hardirq(void)
-{
-	count_call(service::in_hardirq);
-	return current().hardirq != 0;
-}
-
 int plat_in_task(void)
 {
 	count_call(service::in_task);

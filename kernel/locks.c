@@ -97,11 +97,6 @@ noinline void plat_synchronize_rcu(void)
 	synchronize_rcu();
 }
 
-noinline int plat_in_hardirq(void)
-{
-	return in_hardirq() != 0;
-}
-
 noinline int plat_in_task(void)
 {
 	return in_task();

@@ -7,6 +7,7 @@
 #ifndef BOARD_WORLD_WORLD_H
 #define BOARD_WORLD_WORLD_H
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,17 @@ std::string interrupts();
 bool thread_exists(const std::string &name);
 
 void sleep_ms(unsigned milliseconds);
+
+// The lines of a text, without their ends.
+inline std::vector<std::string> lines_of(const std::string &text)
+{
+	std::vector<std::string> lines;
+	std::istringstream stream(text);
+
+	for (std::string line; std::getline(stream, line);)
+		lines.push_back(line);
+	return lines;
+}
 
 } // namespace world
 

@@ -92,9 +92,8 @@ std::string whole_file(const std::string &path)
 std::vector<std::string> driver_interrupts()
 {
 	std::vector<std::string> lines;
-	std::istringstream stream(interrupts());
 
-	for (std::string line; std::getline(stream, line);) {
+	for (const std::string &line : lines_of(interrupts())) {
 		if (line.find(" intr") != std::string::npos ||
 		    line.find("drv_irq_") != std::string::npos)
 			lines.push_back(line);
@@ -122,11 +121,10 @@ int remove_module(const std::string &name)
 
 std::string home()
 {
-	std::istringstream modules(whole_file("/proc/modules"));
 	std::string text = "Linux " + whole_file("/proc/sys/kernel/osrelease");
 
 	text.back() = ':';
-	for (std::string line; std::getline(modules, line);) {
+	for (const std::string &line : lines_of(whole_file("/proc/modules"))) {
 		if (line.starts_with("intr"))
 			text += " " + line.substr(0, line.find(' '));
 	}

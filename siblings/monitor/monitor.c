@@ -258,34 +258,39 @@ int drv_intr_monitor_unset_param(u32 virq, u32 dev_virq)
 	return line ? 0 : -ENOENT;
 }
 
-int drv_intr_mng_get_suppress_cnt(u32 virq, u32 *count)
+/* What the reports ask of a line. -ENOENT: it is not watched. */
+static int read_line(u32 virq, u32 *suppress_cnt, bool *suppressed)
 {
-	struct watched_line *line;
-	unsigned long flags;
+	unsigned long flags = port_lock(&monitor_lock);
+	struct watched_line *line = *find_link(virq);
 
-	if (!count)
-		return -EINVAL;
-	flags = port_lock(&monitor_lock);
-	line = *find_link(virq);
-	if (line)
-		*count = line->suppress_cnt;
+	if (line) {
+		*suppress_cnt = line->suppress_cnt;
+		*suppressed = line->suppressed;
+	}
 	port_unlock(&monitor_lock, flags);
 	return line ? 0 : -ENOENT;
 }
 
+int drv_intr_mng_get_suppress_cnt(u32 virq, u32 *count)
+{
+	bool suppressed;
+
+	return count ? read_line(virq, count, &suppressed) : -EINVAL;
+}
+
 int drv_intr_mng_get_irq_state(u32 virq, s32 *state)
 {
-	struct watched_line *line;
-	unsigned long flags;
+	bool suppressed = false;
+	u32 count;
+	int ret;
 
 	if (!state)
 		return -EINVAL;
-	flags = port_lock(&monitor_lock);
-	line = *find_link(virq);
-	if (line)
-		*state = line->suppressed ? 1 : 0;
-	port_unlock(&monitor_lock, flags);
-	return line ? 0 : -ENOENT;
+	ret = read_line(virq, &count, &suppressed);
+	if (ret == 0)
+		*state = suppressed ? 1 : 0;
+	return ret;
 }
 
 static void set_refusal(struct refusal *refusal, u32 nth, s32 ret)

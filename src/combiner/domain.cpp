@@ -48,43 +48,38 @@ static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
 	return false;
 }
 
-// Enable field off first: nothing new gets past it while the status is cleared.
-static bool close_leaf_level(const leaf_line &leaf, const char *desc)
+// What masking and disabling share; they differ in how a direct leaf closes its
+// parent. Enable field off first: nothing new gets past it while the status is
+// cleared.
+static void close_leaf(irq_data *data, const char *desc, void (*close_parent)(drv_intr_irq_info &))
 {
-	if (!set_leaf_enable(leaf, 0, desc))
-		return false;
-	drv_intr_irq_clear(leaf);
-	return true;
+	const leaf_line leaf = leaf_of(data);
+
+	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
+	if (leaf.direct) {
+		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
+		close_parent(leaf.irq_info);
+	} else {
+		if (!set_leaf_enable(leaf, 0, desc))
+			return;
+		drv_intr_irq_clear(leaf);
+	}
+	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
 }
 
 static void drv_intr_irq_mask(irq_data *data)
 {
-	static constexpr char desc[] = "intr irq mask";
-	const leaf_line leaf = leaf_of(data);
+	close_leaf(data, "intr irq mask", drv_intr_hold_parent);
+}
 
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	if (leaf.direct) {
-		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
-		drv_intr_hold_parent(leaf.irq_info);
-	} else if (!close_leaf_level(leaf, desc)) {
-		return;
-	}
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+static void disable_parent(drv_intr_irq_info &irq_info)
+{
+	disable_irq_nosync(irq_info.combiner->virq);
 }
 
 static void drv_intr_irq_disable(irq_data *data)
 {
-	static constexpr char desc[] = "intr irq disable";
-	const leaf_line leaf = leaf_of(data);
-
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	if (leaf.direct) {
-		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
-		disable_irq_nosync(leaf.combiner.virq);
-	} else if (!close_leaf_level(leaf, desc)) {
-		return;
-	}
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+	close_leaf(data, "intr irq disable", disable_parent);
 }
 
 static void drv_intr_irq_unmask(irq_data *data)

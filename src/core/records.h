@@ -103,7 +103,7 @@ struct drv_intr_pid_info {
 struct drv_intr_combiner;
 
 struct drv_intr_irq_info {
-	u32 virq; // 0: no mapping. Set under `lock`, cleared under `lock` and `enable_lock`
+	u32 virq; // 0: no mapping. Written under `lock` and `enable_lock`
 	drv_intr_combiner *combiner;
 	u32 requested; // under `lock`
 	mutex pid_list_lock;

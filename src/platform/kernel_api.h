@@ -97,7 +97,6 @@ void plat_synchronize_srcu(void);
 void plat_synchronize_rcu(void);
 
 /* Context and time. */
-int plat_in_hardirq(void);
 int plat_in_task(void);
 int plat_irqs_disabled(void);
 void plat_local_irq_enable(void);

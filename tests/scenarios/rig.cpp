@@ -6,21 +6,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 
 namespace rig {
 
 namespace {
-
-std::vector<std::string> lines_of(const std::string &text)
-{
-	std::vector<std::string> lines;
-	std::istringstream stream(text);
-
-	for (std::string line; std::getline(stream, line);)
-		lines.push_back(line);
-	return lines;
-}
 
 std::string hex(u32 value)
 {
@@ -268,7 +257,7 @@ std::vector<event> Scenario::events()
 {
 	std::vector<event> events;
 
-	for (const std::string &line : lines_of(world::read("client_events")))
+	for (const std::string &line : world::lines_of(world::read("client_events")))
 		events.push_back(
 			{static_cast<u32>(std::stoul(field(line, "index", "type"), nullptr, 0)),
 			 static_cast<u32>(std::stoul(field(line, "type", "tag"), nullptr, 0)),
@@ -298,7 +287,7 @@ std::vector<std::string> Scenario::log()
 {
 	std::vector<std::string> driver_lines;
 
-	for (const std::string &line : lines_of(world::read("log"))) {
+	for (const std::string &line : world::lines_of(world::read("log"))) {
 		if (line.starts_with("62 "))
 			driver_lines.push_back(line.substr(3));
 	}
@@ -321,7 +310,7 @@ void Scenario::clear_log()
 
 std::vector<std::string> Scenario::trace()
 {
-	return lines_of(world::read("cpld_trace"));
+	return world::lines_of(world::read("cpld_trace"));
 }
 
 void Scenario::clear_trace()
