@@ -30,6 +30,7 @@ void cpld_unlock(unsigned long flags);
 
 /* One level of a source's chain, as a command gives it. enable may be CPLD_NO_REGISTER. */
 struct cpld_level_spec {
+	u32 inst;
 	u32 chip;
 	u32 enable;
 	u32 status;
@@ -49,7 +50,7 @@ int cpld_model_write(u32 inst, u32 chip, u32 reg, u32 bits, u32 value);
 int cpld_model_poke(u32 inst, u32 chip, u32 reg, u32 value);
 
 /* Outermost level first. Return: 0, or -EINVAL/-ENOSPC, *why says why and nothing is changed. */
-int cpld_model_add_source(const char *name, u32 inst, u32 line,
+int cpld_model_add_source(const char *name, u32 line,
 			  const struct cpld_level_spec *levels, u32 count, const char **why);
 int cpld_model_set_source(const char *name, bool asserted);	/* 0 or -ENOENT */
 int cpld_model_line_level(u32 line);

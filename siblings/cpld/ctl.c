@@ -5,7 +5,8 @@
  *
  *   reset
  *   source NAME INST LINE LEVEL...    LEVEL = chip:en:status:shift:mask:kind, outermost
- *                                     first; en may be "-"; kind latched or level
+ *                                     first; en may be "-"; kind latched or level; chip
+ *                                     may be INST/chip, a register of another instance
  *   assert NAME, deassert NAME, pulse NAME
  *   fail read|write|reg_read|reg_write|any NTH COUNT RET, fail off
  *   trace on|off|clear, mark TEXT
@@ -42,19 +43,24 @@ static int command_reset(const char *at, struct reply *reply)
 	return 0;
 }
 
-/* Take the part up to the next colon, or to the end, off *word. */
-static bool next_part(char **word, char **part)
+/* Take the part up to the next separator, or to the end, off *word. */
+static bool next_part_at(char **word, char separator, char **part)
 {
 	char *at = *word;
 
 	if (!at)
 		return false;
 	*part = at;
-	while (*at && *at != ':')
+	while (*at && *at != separator)
 		at++;
 	*word = *at ? at + 1 : NULL;
 	*at = '\0';
 	return true;
+}
+
+static bool next_part(char **word, char **part)
+{
+	return next_part_at(word, ':', part);
 }
 
 static bool next_part_number(char **word, u32 *value)
@@ -64,12 +70,25 @@ static bool next_part_number(char **word, u32 *value)
 	return next_part(word, &part) && port_number(part, value);
 }
 
-/* word is taken apart. */
-static bool parse_level(char *word, struct cpld_level_spec *level)
+/* "CHIP" or "INST/CHIP"; without an instance it is the source's. */
+static bool parse_chip(char *word, u32 inst, struct cpld_level_spec *level)
 {
 	char *part;
 
-	if (!next_part_number(&word, &level->chip) || !next_part(&word, &part))
+	level->inst = inst;
+	if (!next_part_at(&word, '/', &part))
+		return false;
+	if (!word)
+		return port_number(part, &level->chip);
+	return port_number(part, &level->inst) && port_number(word, &level->chip);
+}
+
+/* word is taken apart. */
+static bool parse_level(char *word, u32 inst, struct cpld_level_spec *level)
+{
+	char *part;
+
+	if (!next_part(&word, &part) || !parse_chip(part, inst, level) || !next_part(&word, &part))
 		return false;
 	level->enable = CPLD_NO_REGISTER;
 	if (strcmp(part, "-") && !port_number(part, &level->enable))
@@ -103,7 +122,7 @@ static int command_source(const char *at, struct reply *reply)
 					   "cpld: source %s has too many levels; give at most %u",
 					   name, CPLD_CHAIN_MAX);
 		memcpy(shown, word, sizeof(shown));
-		if (!parse_level(word, &levels[count++]))
+		if (!parse_level(word, inst, &levels[count++]))
 			return port_refuse(reply->text, reply->size,
 					   "cpld: source %s: \"%s\" is no level; write chip:en:status:shift:mask:latched|level, with the field within 32 bits",
 					   name, shown);
@@ -113,7 +132,7 @@ static int command_source(const char *at, struct reply *reply)
 				   "cpld: source %s has no level; give 1 to %u, outermost first",
 				   name, CPLD_CHAIN_MAX);
 	flags = cpld_lock();
-	ret = cpld_model_add_source(name, inst, line, levels, count, &why);
+	ret = cpld_model_add_source(name, line, levels, count, &why);
 	cpld_unlock(flags);
 	if (ret)
 		return port_refuse(reply->text, reply->size,

@@ -291,7 +291,6 @@ int cpld_model_set_source(const char *name, bool asserted)
 
 /* What the next inner level is connected to. */
 struct place {
-	u32 inst;
 	struct line *line;
 	struct level *outer;
 };
@@ -365,12 +364,12 @@ static const char *check_new_level(const struct cpld_level_spec *spec, const str
 /* Return: NULL and place->outer is the level, found or made; or why not. */
 static const char *place_level(struct place *place, const struct cpld_level_spec *spec)
 {
-	struct reg *status = make_register(place->inst, spec->chip, spec->status), *enable = NULL;
+	struct reg *status = make_register(spec->inst, spec->chip, spec->status), *enable = NULL;
 	struct level *level;
 	const char *why;
 
 	if (spec->enable != CPLD_NO_REGISTER)
-		enable = make_register(place->inst, spec->chip, spec->enable);
+		enable = make_register(spec->inst, spec->chip, spec->enable);
 	if (!status || (!enable && spec->enable != CPLD_NO_REGISTER))
 		return "there are too many registers";
 	level = find_level(status, spec);
@@ -407,10 +406,10 @@ static void add_name(const char *name, struct level *level)
 	*head = source;
 }
 
-int cpld_model_add_source(const char *name, u32 inst, u32 line,
-			  const struct cpld_level_spec *levels, u32 count, const char **why)
+int cpld_model_add_source(const char *name, u32 line, const struct cpld_level_spec *levels,
+			  u32 count, const char **why)
 {
-	struct place place = { .inst = inst };
+	struct place place = { 0 };
 	u32 first, i;
 
 	*why = NULL;

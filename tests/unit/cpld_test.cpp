@@ -246,6 +246,21 @@ TEST_F(cpld, taking_the_hook_back_waits_until_it_is_no_longer_running)
 	owner.join();
 }
 
+TEST_F(cpld, levels_of_two_instances_make_one_chain)
+{
+	constexpr u32 card = 0x3000000;
+	u32 status = 0;
+
+	run("source card 0x3000000 3 0xffffffff/2:0x10:0x11:4:1:level 2:0x10:0x11:0:1:latched");
+	write_field(0x10, 4, 1);
+	EXPECT_EQ(drv_cpld_reg_write(card, 2, 0x10, 1), 0);
+	run("assert card");
+	EXPECT_EQ(drv_cpld_reg_read(card, 2, 0x11, &status), 0);
+	EXPECT_EQ(status, 1u);
+	EXPECT_EQ(read_register(0x11), 0x10u);
+	EXPECT_EQ(cpld_sim_line_level(3), 1);
+}
+
 TEST_F(cpld, source_that_contradicts_the_wiring_is_refused_and_leaves_nothing)
 {
 	two_sources();
