@@ -26,9 +26,9 @@
  * later look also marks later, so no mark of a line that has gone quiet stays.
  */
 PORT_LOCK(line_lock);
-static u32 asserted_lines;
+static u64 asserted_lines;
 static bool reassert_armed;
-static u32 changed_lines;
+static u64 changed_lines;
 PORT_LOCK(changed_lock);
 
 static struct port_call changed_call;
@@ -44,7 +44,12 @@ void board_set_leaf_resolver(u32 (*resolver)(u32 index_id, u32 type))
 	port_mutex_unlock(&resolver_lock);
 }
 
-/* Parent lines. */
+/* Parent lines. A set of them is a mask, line 0 the lowest bit. */
+
+static u64 line_bit(u32 line)
+{
+	return 1ull << line;
+}
 
 static void evaluate_line(u32 line)
 {
@@ -53,25 +58,25 @@ static void evaluate_line(u32 line)
 
 	port_line_set_pending(line, level);
 	if (level)
-		asserted_lines |= 1u << line;
+		asserted_lines |= line_bit(line);
 	else
-		asserted_lines &= ~(1u << line);
+		asserted_lines &= ~line_bit(line);
 	port_unlock(&line_lock, flags);
 }
 
-static void evaluate_lines(u32 lines)
+static void evaluate_lines(u64 lines)
 {
 	u32 line;
 
 	for (line = 0; line < BOARD_LINES; line++)
-		if (lines & (1u << line))
+		if (lines & line_bit(line))
 			evaluate_line(line);
 }
 
-static u32 lines_asserted(void)
+static u64 lines_asserted(void)
 {
 	unsigned long flags = port_lock(&line_lock);
-	u32 lines = asserted_lines;
+	u64 lines = asserted_lines;
 
 	port_unlock(&line_lock, flags);
 	return lines;
@@ -108,7 +113,7 @@ static void on_reassert(struct port_timer *timer)
 static void on_changed(struct port_call *call)
 {
 	unsigned long flags = port_lock(&changed_lock);
-	u32 lines = changed_lines;
+	u64 lines = changed_lines;
 
 	(void)call;
 	changed_lines = 0;
@@ -125,7 +130,7 @@ static void on_line_output(u32 line, int level)
 	if (line >= BOARD_LINES)
 		return;
 	flags = port_lock(&changed_lock);
-	changed_lines |= 1u << line;
+	changed_lines |= line_bit(line);
 	port_unlock(&changed_lock, flags);
 	port_call_queue(&changed_call);
 }
@@ -382,11 +387,11 @@ static int board_command(const char *line, char *reply, size_t size)
 
 static void board_show(struct port_out *out)
 {
-	u32 asserted = lines_asserted();
+	u64 asserted = lines_asserted();
 	u32 line;
 
 	for (line = 0; line < BOARD_LINES; line++)
-		if (asserted & (1u << line))
+		if (asserted & line_bit(line))
 			port_printf(out, "line=%u level=1\n", line);
 }
 

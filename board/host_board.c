@@ -7,6 +7,9 @@
 
 #define FIRMWARE_DEVICES 4
 #define COMPATIBLE "quorvatek,irq_combiner"
+#define ACPI_DEVICE "NETB0009:00"
+#define ACPI_COMPATIBLE "acpi:NETB0009"
+#define ACPI_LINES 3
 #define NAME_MAX_SIZE 64
 #define ADDED_MAX 64
 
@@ -126,8 +129,17 @@ int port_mmio_write(u32 address, u32 value)
 	return 0;
 }
 
+/* The lines beyond the interrupt controller's are on GPIO pins. */
 int port_board_start(void)
 {
+	u32 line;
+	int ret;
+
+	for (line = BOARD_GPIO_LINE; line < BOARD_LINES; line++) {
+		ret = host_gpio_map(BOARD_GPIO_BASE + line - BOARD_GPIO_LINE, line);
+		if (ret)
+			return ret;
+	}
 	return 0;
 }
 
@@ -149,4 +161,14 @@ void host_firmware_board(void)
 		virq = host_line_virq(at);
 		host_device_add(name, COMPATIBLE, &virq, 1);
 	}
+}
+
+void host_firmware_board_acpi(void)
+{
+	u32 virqs[ACPI_LINES];
+	u32 line;
+
+	for (line = 0; line < ACPI_LINES; line++)
+		virqs[line] = host_line_virq(line);
+	host_device_add(ACPI_DEVICE, ACPI_COMPATIBLE, virqs, ACPI_LINES);
 }

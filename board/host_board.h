@@ -8,10 +8,12 @@ extern "C" {
 #endif
 
 /*
- * The devices that the firmware's tree describes: "soc:irq_combiner@0" to
- * "soc:irq_combiner@3" on parent lines 0 to 3. After host_start, which has none.
+ * The devices that the firmware describes, after host_start, which has none. By
+ * device tree: "soc:irq_combiner@0" to "soc:irq_combiner@3" on parent lines 0 to
+ * 3. By ACPI: "NETB0009:00" with parent lines 0 to 2 as its interrupts.
  */
 void host_firmware_board(void);
+void host_firmware_board_acpi(void);
 
 #ifdef __cplusplus
 }

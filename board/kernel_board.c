@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The virtual board's home in the kernel: parent lines on the machine's GIC,
- * platform devices, and faults by a probe at a function's entry.
+ * The virtual board's home in the kernel: parent lines on the machine's GIC and
+ * on the board's GPIO controller, platform devices, and faults by a probe at a
+ * function's entry.
  *
- * Line N is shared peripheral interrupt 100 + N, which nothing on the emulated
- * machine uses. A pending mark that software sets is taken once and forgotten,
- * for a level line too.
+ * Line N below BOARD_GPIO_LINE is shared peripheral interrupt 100 + N, which
+ * nothing on the emulated machine uses. A pending mark that software sets is
+ * taken once and forgotten, for a level line too.
  */
+#include <linux/acpi.h>
 #include <linux/io.h>
 #include <linux/irqdomain.h>
 #include <linux/kprobes.h>
@@ -18,21 +20,27 @@
 #include <linux/platform_device.h>
 #include <linux/string.h>
 
+#include "kernel_gpio.h"
 #include "port_board.h"
 
 #define FIRST_SPI 100
 #define SPI_CELL 0
 #define LEVEL_HIGH_CELL 4
 
+/* ACPI counts all interrupts of the GIC, of which 32 are not shared. */
+#define FIRST_GSI (32 + FIRST_SPI)
+/* The lines, from 0, of the device that the board's ACPI table describes. */
+#define FIRMWARE_LINES 3
+
 #define DRIVER_NAME "irq_combiner"
 #define DRIVER_MODULE "intr"
 
 /* Parent lines. */
 
-/* Mapped from start to end of the board, to the numbers that the devices of the device tree get. */
-static u32 line_virqs[BOARD_LINES];
+/* Mapped from start to end of the board, to the numbers that the firmware's devices get. */
+static u32 line_virqs[BOARD_GPIO_LINE];
 
-static u32 map_line(struct device_node *gic, u32 line)
+static u32 map_tree_line(struct device_node *gic, u32 line)
 {
 	struct of_phandle_args args = {
 		.np = gic,
@@ -43,37 +51,69 @@ static u32 map_line(struct device_node *gic, u32 line)
 	return irq_create_of_mapping(&args);
 }
 
-static int map_lines(void)
+static int map_tree_lines(void)
 {
 	struct device_node *gic = of_find_compatible_node(NULL, NULL, "arm,gic-v3");
 	u32 line;
 
 	if (!gic)
 		return -ENODEV;
-	for (line = 0; line < BOARD_LINES; line++)
-		line_virqs[line] = map_line(gic, line);
+	for (line = 0; line < BOARD_GPIO_LINE; line++)
+		line_virqs[line] = map_tree_line(gic, line);
 	of_node_put(gic);
 	return 0;
 }
 
+static u32 map_acpi_line(u32 line)
+{
+	int virq = -ENODEV;
+
+#ifdef CONFIG_ACPI
+	virq = acpi_register_gsi(NULL, FIRST_GSI + line, ACPI_LEVEL_SENSITIVE, ACPI_ACTIVE_HIGH);
+#endif
+	return virq > 0 ? (u32)virq : 0;
+}
+
+static int map_acpi_lines(void)
+{
+	u32 line;
+
+	for (line = 0; line < BOARD_GPIO_LINE; line++)
+		line_virqs[line] = map_acpi_line(line);
+	return 0;
+}
+
+static int map_lines(void)
+{
+	return acpi_disabled ? map_tree_lines() : map_acpi_lines();
+}
+
+/*
+ * An ACPI device gets its numbers once, at boot, and mappings are not counted:
+ * those that it shares with the board must outlive the board.
+ */
 static void unmap_lines(void)
 {
 	u32 line;
 
-	for (line = 0; line < BOARD_LINES; line++)
+	for (line = acpi_disabled ? 0 : FIRMWARE_LINES; line < BOARD_GPIO_LINE; line++)
 		irq_dispose_mapping(line_virqs[line]);
 }
 
 u32 port_line_virq(u32 line)
 {
-	return line < BOARD_LINES ? line_virqs[line] : 0;
+	if (line >= BOARD_LINES)
+		return 0;
+	return line < BOARD_GPIO_LINE ? line_virqs[line] : board_gpio_virq(line - BOARD_GPIO_LINE);
 }
 
 void port_line_set_pending(u32 line, int pending)
 {
 	u32 virq = port_line_virq(line);
 
-	if (virq)
+	if (virq && line >= BOARD_GPIO_LINE)
+		board_gpio_set_pending(line - BOARD_GPIO_LINE, pending != 0);
+	else if (virq)
 		irq_set_irqchip_state(virq, IRQCHIP_STATE_PENDING, pending != 0);
 }
 
@@ -355,15 +395,33 @@ int port_mmio_write(u32 address, u32 value)
 	return 0;
 }
 
-int port_board_start(void)
+static int start_lines(void)
 {
 	int ret = map_lines();
 
 	if (ret)
 		return ret;
-	ret = register_module_notifier(&module_watch);
+	ret = board_gpio_start();
 	if (ret)
 		unmap_lines();
+	return ret;
+}
+
+static void stop_lines(void)
+{
+	board_gpio_stop();
+	unmap_lines();
+}
+
+int port_board_start(void)
+{
+	int ret = start_lines();
+
+	if (ret)
+		return ret;
+	ret = register_module_notifier(&module_watch);
+	if (ret)
+		stop_lines();
 	return ret;
 }
 
@@ -371,5 +429,5 @@ void port_board_stop(void)
 {
 	unregister_module_notifier(&module_watch);
 	remove_all_devices();
-	unmap_lines();
+	stop_lines();
 }

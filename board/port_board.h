@@ -3,10 +3,8 @@
 #ifndef INTR_BOARD_PORT_BOARD_H
 #define INTR_BOARD_PORT_BOARD_H
 
+#include "lines.h"
 #include "port.h"
-
-/* Parent lines that the board has. */
-#define BOARD_LINES 32
 
 #ifdef __cplusplus
 extern "C" {

@@ -90,7 +90,8 @@ void plat_printk(const char *text)
 int host_check_leftovers(void)
 {
 	std::string text;
-	const u32 left = drivers_left(text) + tasks_left(text) + descs_left(text) +
+	const u32 left = files_left(text) + misc_left(text) + proc_left(text) + netlink_left(text) +
+			 drivers_left(text) + tasks_left(text) + descs_left(text) +
 			 domains_left(text) + memory_left(text);
 
 	if (left)
@@ -110,9 +111,15 @@ void host_stop(void)
 {
 	host_check_leftovers();
 	cpus_stop();
+	files_reset();
+	misc_reset();
+	proc_reset();
+	netlink_reset();
+	module_reset();
 	drivers_reset();
 	descs_reset();
 	domains_reset();
+	gpios_reset();
 	memory_reset();
 	services_reset();
 }

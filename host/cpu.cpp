@@ -8,6 +8,8 @@
 // end-of-interrupt. A line is deliverable when it is pending and neither masked
 // nor active, so it never runs on two CPUs at once. The word orders what the
 // hardware orders: raising, unmasking and end-of-interrupt before the taking.
+// A line on a GPIO pin has no end-of-interrupt of its own: it is active until
+// its handler returns, as the pin's controller ends its own interrupt then.
 #include "internal.h"
 
 #include <condition_variable>
@@ -22,9 +24,6 @@ enum : u32 {
 	line_masked = 1u << 1,
 	line_is_active = 1u << 2,
 };
-
-// Shared interrupts begin at 32; the lower numbers are the CPUs' own.
-constexpr unsigned long first_shared = 32;
 
 struct line {
 	std::atomic<u32> state{line_masked};
@@ -113,11 +112,16 @@ static void run_line(line &source, u32 cpu)
 		end_line(source);
 		return;
 	}
+	const bool is_gpio = on_gpio(static_cast<u32>(&source - lines));
 	handle_desc(desc);
 	if (self.held_count)
 		stop("interrupt %u: handler returned with a lock held", desc->data.irq);
 	if (!self.unended_line)
 		return;
+	if (is_gpio) {
+		end_line(source);
+		return;
+	}
 	stop("interrupt %u was taken and never ended: its CPU would take no further interrupt",
 	     desc->data.irq);
 	end_line(source);
@@ -279,7 +283,7 @@ bool cpus_idle()
 
 static line &line_of(const irq_data &data)
 {
-	return lines[data.hwirq - first_shared];
+	return lines[data.hwirq - first_line];
 }
 
 bool line_active(const irq_data &data)
@@ -318,6 +322,19 @@ static int line_set_type(irq_data * /*data*/, u32 type)
 	return type == 1 || type == 4 ? 0 : -einval; // rising edge, high level
 }
 
+static int gpio_set_type(irq_data * /*data*/, u32 type)
+{
+	switch (type) {
+	case 1: // rising, falling, both edges
+	case 2:
+	case 3:
+	case 4: // high, low level
+	case 8:
+		return 0;
+	}
+	return -einval;
+}
+
 static void raise(line &source)
 {
 	source.state.fetch_or(line_pending, std::memory_order_release);
@@ -349,6 +366,30 @@ irq_chip *line_chip()
 	return &chip;
 }
 
+irq_chip *gpio_chip()
+{
+	static constinit irq_chip chip = {
+		.name = "gpio",
+		.irq_enable = nullptr,
+		.irq_disable = nullptr,
+		.irq_mask = line_mask,
+		.irq_unmask = line_unmask,
+		.irq_eoi = nullptr,
+		.irq_set_affinity = nullptr,
+		.irq_set_type = gpio_set_type,
+		.irq_retrigger = nullptr,
+		.set_type_masked = false,
+		.hardirq_only = false,
+	};
+
+	return &chip;
+}
+
+bool is_line(irq_desc &desc)
+{
+	return &desc.chip() == line_chip() || &desc.chip() == gpio_chip();
+}
+
 void lines_start()
 {
 	for (line &source : lines) {
@@ -361,6 +402,11 @@ void lines_start()
 void line_bind(u32 line, irq_desc *desc)
 {
 	lines[line].desc.store(desc, std::memory_order_release);
+}
+
+bool line_used(u32 line)
+{
+	return lines[line].desc.load(std::memory_order_acquire) != nullptr;
 }
 
 } // namespace model
@@ -383,7 +429,7 @@ uint32_t host_line_virq(uint32_t line)
 		return 0;
 	if (const irq_desc *desc = lines[line].desc.load(std::memory_order_acquire))
 		return desc->data.irq;
-	return create_mapping(*root_domain(), first_shared + line);
+	return create_mapping(*root_domain(), first_line + line);
 }
 
 void host_line_set_pending(uint32_t line, int pending)

@@ -25,16 +25,22 @@ static u32 unnamed_count;
 
 static int map_line(irq_domain * /*domain*/, unsigned int virq, unsigned long hwirq)
 {
-	constexpr unsigned long first_shared = 32;
 	constexpr unsigned long level_high = 4;
 	irq_desc &desc = *desc_of(virq);
 	const raw_guard guard(desc.lock);
 
-	desc.data.chip.store(line_chip(), std::memory_order_release);
-	desc.data.effective = all_cpus;
-	desc.settings = level_high | irq_level;
-	set_handler(desc, handle_fasteoi, false);
-	line_bind(static_cast<u32>(hwirq - first_shared), &desc);
+	const u32 line = static_cast<u32>(hwirq - first_line);
+
+	if (on_gpio(line)) {
+		desc.data.chip.store(gpio_chip(), std::memory_order_release);
+		set_handler(desc, handle_level, false);
+	} else {
+		desc.data.chip.store(line_chip(), std::memory_order_release);
+		desc.data.effective = all_cpus;
+		desc.settings = level_high | irq_level;
+		set_handler(desc, handle_fasteoi, false);
+	}
+	line_bind(line, &desc);
 	return 0;
 }
 
@@ -43,7 +49,7 @@ irq_domain *root_domain()
 	static irq_domain root = {
 		.name = "root",
 		.fwnode = nullptr,
-		.hwirq_limit = 32 + HOST_LINES,
+		.hwirq_limit = first_line + HOST_LINES,
 		.map = map_line,
 		.host_data = nullptr,
 		.mappings = {},
@@ -86,8 +92,8 @@ static void dispose(irq_desc &desc)
 		const sleeping_guard guard(domains_mutex, "irq_dispose_mapping");
 
 		desc.data.domain->mappings.erase(desc.data.hwirq);
-		if (&desc.chip() == line_chip())
-			line_bind(static_cast<u32>(desc.data.hwirq - 32), nullptr);
+		if (is_line(desc))
+			line_bind(static_cast<u32>(desc.data.hwirq - first_line), nullptr);
 		{
 			const raw_guard lock(desc.lock);
 

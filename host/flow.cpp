@@ -91,6 +91,18 @@ void handle_fasteoi(irq_desc *desc)
 	desc->chip().irq_eoi(&desc->data);
 }
 
+// Leaves, and the requested lines of a chip without end-of-interrupt.
+void handle_level(irq_desc *desc)
+{
+	const raw_guard guard(desc->lock);
+
+	mask_ack_line(*desc);
+	if (desc->is(irqd_in_progress) || !may_handle(*desc))
+		return;
+	handle_event(*desc);
+	unmask_after_event(*desc);
+}
+
 static void install_chained(irq_desc &desc)
 {
 	const u32 type = static_cast<u32>(desc.settings & irq_type_mask);
@@ -131,13 +143,7 @@ using namespace model;
 void plat_handle_level_irq(struct irq_desc *desc)
 {
 	count_call(service::handle_level_irq);
-	const raw_guard guard(desc->lock);
-
-	mask_ack_line(*desc);
-	if (desc->is(irqd_in_progress) || !may_handle(*desc))
-		return;
-	handle_event(*desc);
-	unmask_after_event(*desc);
+	handle_level(desc);
 }
 
 void plat___irq_set_handler(u32 virq, plat_flow_handler handle, int is_chained,

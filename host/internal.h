@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -27,15 +28,24 @@ constexpr u32 virq_limit = 4096;
 
 enum result : int {
 	eperm = 1,
+	enoent = 2,
 	eintr = 4,
+	eio = 5,
 	enxio = 6,
+	ebadf = 9,
+	eagain = 11,
 	enomem = 12,
+	efault = 14,
 	ebusy = 16,
 	eexist = 17,
 	enodev = 19,
 	einval = 22,
+	emfile = 24,
+	enotty = 25,
 	enosys = 38,
+	eprotonosupport = 93,
 	etimedout = 110,
+	econnrefused = 111,
 };
 
 // check.cpp
@@ -203,9 +213,16 @@ void note_activity();
 void queue_replay(u32 virq);
 void free_after_readers(irq_desc *desc);
 irq_chip *line_chip();
+irq_chip *gpio_chip();
+bool is_line(irq_desc &desc); // of either chip, and not of the driver's
 bool line_active(const irq_data &data);
 void lines_start(); // all masked, nothing pending
 void line_bind(u32 line, irq_desc *desc);
+bool line_used(u32 line);
+
+// gpio.cpp
+bool on_gpio(u32 line);
+void gpios_reset();
 
 // irq.cpp
 irq_desc *desc_of(u32 virq);
@@ -228,6 +245,7 @@ int handle_desc(irq_desc *desc);
 // flow.cpp
 void handle_bad(irq_desc *desc);
 void handle_fasteoi(irq_desc *desc);
+void handle_level(irq_desc *desc);
 void set_handler(irq_desc &desc, plat_flow_handler handle, bool is_chained);
 
 // request.cpp
@@ -235,11 +253,72 @@ void wake_action_thread(irq_desc &desc, struct irqaction &action);
 void synchronize(irq_desc &desc);
 
 // domain.cpp
+// Of the lines, in the controller's numbers: shared interrupt 100, behind 32 of the CPUs' own.
+constexpr unsigned long first_line = 132;
 irq_domain *root_domain();
 u32 create_mapping(irq_domain &domain, unsigned long hwirq);
 u32 domains_left(std::string &text);
 void domains_reset();
 bool fwnode_in_use(const fwnode_handle *fwnode);
+
+// memory.cpp: the objects of one kind that exist, by address. Spread over many
+// locks, so that unrelated threads are not ordered by them.
+class object_set {
+public:
+	void add(const void *object, size_t size);
+	bool remove(const void *object, size_t *size = nullptr); // false: there is none
+	bool has(const void *object);
+	u32 list(const char *what, std::string &text); // " <what> of N bytes" each
+	void clear();
+
+private:
+	struct shard {
+		std::mutex lock;
+		std::map<const void *, size_t> objects;
+	};
+
+	shard &shard_of(const void *object);
+
+	shard shards_[64];
+};
+
+// module.cpp: who holds the module that the driver is. False: it is going.
+bool module_get();
+void module_put();
+bool module_survives_open_files(); // its start has not succeeded, and waits for them
+void module_reset();
+
+// user.cpp
+size_t read_user(void *to, const void *user, size_t size); // bytes done
+size_t write_user(void *user, const void *from, size_t size);
+
+// A call of a process into the driver. What the kernel would die of later when it
+// was left behind is a loud stop at its end.
+class [[nodiscard]] process_call {
+public:
+	explicit process_call(const char *what) : what_(what) {}
+	~process_call();
+	process_call(const process_call &) = delete;
+	process_call &operator=(const process_call &) = delete;
+
+private:
+	const char *what_;
+};
+
+// file.cpp: open files of processes.
+int file_install(std::shared_ptr<file> opened); // a handle above 0
+std::shared_ptr<file> file_of(int handle); // null: not open
+std::shared_ptr<file> file_take(int handle);
+u32 files_left(std::string &text);
+void files_reset();
+
+// misc.cpp, procfs.cpp, netlink.cpp: registered entries, directories, sockets and messages.
+u32 misc_left(std::string &text);
+void misc_reset();
+u32 proc_left(std::string &text);
+void proc_reset();
+u32 netlink_left(std::string &text);
+void netlink_reset();
 
 // memory.cpp, driver_core.cpp
 u32 memory_left(std::string &text);
@@ -256,6 +335,19 @@ struct cpumask {
 struct fwnode_handle {
 	std::string name;
 	bool allocated; // by irq_domain_alloc_named_fwnode, not a device's own
+};
+
+struct inode {};
+
+// An open file of a process: of a misc device or a proc entry.
+struct file {
+	std::string name;
+	plat_misc_device *device = nullptr;
+	std::shared_ptr<proc_dir_entry> entry;
+	std::shared_ptr<seq_file> seq; // made by single_open
+	bool writing = false;
+	std::mutex lock; // over a read, a write or a seek
+	long long position = 0;
 };
 
 struct irq_chip {
@@ -360,7 +452,7 @@ struct irq_desc {
 	std::atomic<u32> counts[model::cpu_count] = {};
 	// Under the lock:
 	u32 istate = 0;
-	u32 depth = 1;
+	std::atomic<u32> depth{1}; // read without
 	unsigned long settings = 0;
 	unsigned long affinity = model::all_cpus;
 

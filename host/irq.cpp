@@ -64,9 +64,8 @@ u32 descs_left(std::string &text)
 		if (!desc)
 			continue;
 		const irqaction *action = desc->action.load(std::memory_order_acquire);
-		const bool is_line = &desc->chip() == line_chip();
 
-		if (is_line && !action)
+		if (is_line(*desc) && !action)
 			continue;
 		text += " interrupt " + std::to_string(desc->data.irq);
 		if (action)
@@ -425,6 +424,21 @@ void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_dat
 {
 	count_call(service::irq_data_copy_effective_affinity);
 	leaf->effective = parent->effective.load();
+}
+
+// A descriptor that is found stays while interrupts are off.
+int plat_irq_get_depth(u32 virq, u32 *depth)
+{
+	long injected;
+
+	if (fails(service::irq_get_depth, injected))
+		return static_cast<int>(injected);
+	const bool flags = irqs_save();
+	const irq_desc *desc = desc_of(virq);
+	if (desc)
+		*depth = desc->depth.load(std::memory_order_relaxed);
+	irqs_restore(flags);
+	return desc ? 0 : -einval;
 }
 
 void plat_disable_irq_nosync(u32 virq)

@@ -6,7 +6,6 @@
 #include "internal.h"
 
 #include <cstdlib>
-#include <map>
 #include <set>
 #include <sys/mman.h>
 #include <vector>
@@ -16,27 +15,71 @@ namespace model {
 constexpr size_t largest_object = 4u << 20; // of kmalloc
 constexpr size_t page_size = 4096;
 
-// Spread over many locks, so that unrelated threads are not ordered by them.
-struct shard {
-	std::mutex lock;
-	std::map<const void *, size_t> objects;
-};
-
 struct mapping {
 	u64 physical;
 	size_t size;
 };
 
-static shard shards[64];
+static object_set objects;
 static std::mutex registers_lock;
 static std::map<const char *, mapping> mappings; // by first address
 static std::map<u64, u32> registers;
 static std::set<u64> failing;
 static std::vector<host_mmio_access> accesses;
 
-static shard &shard_of(const void *object)
+object_set::shard &object_set::shard_of(const void *object)
 {
-	return shards[reinterpret_cast<uintptr_t>(object) / 64 % std::size(shards)];
+	return shards_[reinterpret_cast<uintptr_t>(object) / 64 % std::size(shards_)];
+}
+
+void object_set::add(const void *object, size_t size)
+{
+	shard &part = shard_of(object);
+	const std::lock_guard guard(part.lock);
+
+	part.objects[object] = size;
+}
+
+bool object_set::remove(const void *object, size_t *size)
+{
+	shard &part = shard_of(object);
+	const std::lock_guard guard(part.lock);
+	const auto found = part.objects.find(object);
+
+	if (found == part.objects.end())
+		return false;
+	if (size)
+		*size = found->second;
+	part.objects.erase(found);
+	return true;
+}
+
+bool object_set::has(const void *object)
+{
+	shard &part = shard_of(object);
+	const std::lock_guard guard(part.lock);
+
+	return part.objects.contains(object);
+}
+
+u32 object_set::list(const char *what, std::string &text)
+{
+	size_t count = 0;
+
+	for (shard &part : shards_) {
+		const std::lock_guard guard(part.lock);
+
+		count += part.objects.size();
+		for (const auto &[object, size] : part.objects)
+			text += std::string(" ") + what + " of " + std::to_string(size) + " bytes";
+	}
+	return static_cast<u32>(count);
+}
+
+void object_set::clear()
+{
+	for (shard &part : shards_)
+		part.objects.clear();
 }
 
 static size_t pages(size_t size)
@@ -64,15 +107,7 @@ static bool physical_of(const void *address, const char *what, u64 &physical)
 
 u32 memory_left(std::string &text)
 {
-	size_t left = 0;
-
-	for (shard &part : shards) {
-		const std::lock_guard guard(part.lock);
-
-		left += part.objects.size();
-		for (const auto &[object, size] : part.objects)
-			text += " memory of " + std::to_string(size) + " bytes";
-	}
+	const u32 left = objects.list("memory", text);
 	const std::lock_guard guard(registers_lock);
 	for (const auto &[base, mapped] : mappings)
 		text += " register mapping of " + std::to_string(mapped.size) + " bytes";
@@ -81,8 +116,7 @@ u32 memory_left(std::string &text)
 
 void memory_reset()
 {
-	for (shard &part : shards)
-		part.objects.clear(); // not freed: the leak checker names who allocated it
+	objects.clear(); // not freed: the leak checker names who allocated it
 	for (const auto &[base, mapped] : mappings)
 		munmap(const_cast<char *>(base), pages(mapped.size));
 	mappings.clear();
@@ -106,9 +140,7 @@ void *plat_kzalloc(size_t size)
 		return nullptr;
 	}
 	void *object = calloc(1, size);
-	shard &part = shard_of(object);
-	const std::lock_guard guard(part.lock);
-	part.objects[object] = size;
+	objects.add(object, size);
 	return object;
 }
 
@@ -117,18 +149,10 @@ void plat_kfree(const void *object)
 	count_call(service::kfree);
 	if (!object)
 		return;
-	shard &part = shard_of(object);
 	size_t size;
-	{
-		const std::lock_guard guard(part.lock);
-		const auto found = part.objects.find(object);
-
-		if (found == part.objects.end()) {
-			stop("kfree: %p is no object", object);
-			return;
-		}
-		size = found->second;
-		part.objects.erase(found);
+	if (!objects.remove(object, &size)) {
+		stop("kfree: %p is no object", object);
+		return;
 	}
 	check_locks_freed(object, size);
 	free(const_cast<void *>(object));

@@ -10,10 +10,11 @@
 
 #include "platform/kernel_api.h"
 
-/* What the kernel keeps pointers to while the driver is registered; an empty entry ends the table. */
+/* Kept by the kernel while the driver is registered; an empty entry ends each table. */
 struct driver_storage {
 	struct platform_driver driver;
 	struct of_device_id of_match[2];
+	struct acpi_device_id acpi_match[2];
 };
 
 static_assert(sizeof(struct driver_storage) <= sizeof_field(struct plat_platform_driver, storage));
@@ -24,6 +25,27 @@ static struct driver_storage *storage_of(struct plat_platform_driver *driver)
 	return (struct driver_storage *)driver->storage;
 }
 
+static void set_of_match(struct driver_storage *storage, const char *compatible)
+{
+	strscpy(storage->of_match[0].compatible, compatible,
+		sizeof(storage->of_match[0].compatible));
+	storage->driver.driver.of_match_table = storage->of_match;
+}
+
+static void set_acpi_match(struct driver_storage *storage, const char *id)
+{
+	strscpy((char *)storage->acpi_match[0].id, id, sizeof(storage->acpi_match[0].id));
+	storage->driver.driver.acpi_match_table = storage->acpi_match;
+}
+
+/* Asked before registering: the bus logs an error line for each name that is taken. */
+static const char *free_name(const struct plat_platform_driver *driver)
+{
+	if (driver->second_name && driver_find(driver->name, &platform_bus_type))
+		return driver->second_name;
+	return driver->name;
+}
+
 noinline int plat_platform_driver_register(struct plat_platform_driver *driver)
 {
 	struct driver_storage *storage = storage_of(driver);
@@ -32,14 +54,13 @@ noinline int plat_platform_driver_register(struct plat_platform_driver *driver)
 		.driver = {
 			.probe = driver->probe,
 			.remove = driver->remove,
-			.driver.name = driver->name,
+			.driver.name = free_name(driver),
 		},
 	};
-	if (driver->of_compatible) {
-		strscpy(storage->of_match[0].compatible, driver->of_compatible,
-			sizeof(storage->of_match[0].compatible));
-		storage->driver.driver.of_match_table = storage->of_match;
-	}
+	if (driver->of_compatible)
+		set_of_match(storage, driver->of_compatible);
+	if (driver->acpi_id)
+		set_acpi_match(storage, driver->acpi_id);
 	return __platform_driver_register(&storage->driver, THIS_MODULE);
 }
 

@@ -7,6 +7,7 @@
 #include <linux/irqchip/chained_irq.h>
 #include <linux/irqdesc.h>
 #include <linux/minmax.h>
+#include <linux/rcupdate.h>
 
 #include "platform/kernel_api.h"
 
@@ -99,24 +100,32 @@ noinline void plat_disable_irq_nosync(u32 virq)
 	disable_irq_nosync(virq);
 }
 
-static unsigned int disable_depth(u32 virq)
+/* Descriptors are freed after a grace period, so one that is found stays while it is looked at. */
+static int disable_depth(u32 virq, u32 *depth)
 {
-	struct irq_data *data = irq_get_irq_data(virq);
-	struct irq_desc *desc = data ? irq_data_to_desc(data) : NULL;
-	unsigned long flags;
-	unsigned int depth;
+	struct irq_data *data;
+	int ret = -EINVAL;
 
-	if (!desc)
-		return 0;
-	raw_spin_lock_irqsave(&desc->lock, flags);
-	depth = desc->depth;
-	raw_spin_unlock_irqrestore(&desc->lock, flags);
-	return depth;
+	rcu_read_lock();
+	data = irq_get_irq_data(virq);
+	if (data) {
+		*depth = READ_ONCE(irq_data_to_desc(data)->depth);
+		ret = 0;
+	}
+	rcu_read_unlock();
+	return ret;
+}
+
+noinline int plat_irq_get_depth(u32 virq, u32 *depth)
+{
+	return disable_depth(virq, depth);
 }
 
 noinline void plat_enable_irq(u32 virq)
 {
-	if (disable_depth(virq) > 0)
+	u32 depth;
+
+	if (disable_depth(virq, &depth) == 0 && depth > 0)
 		enable_irq(virq);
 }
 

@@ -8,14 +8,15 @@
 
 #include "platform/kernel_api.h"
 
+/* A report's buffer need not be contiguous: on a fragmented machine it could not be had. */
 noinline void *plat_kzalloc(size_t size)
 {
-	return kzalloc(size, GFP_KERNEL);
+	return kvzalloc(size, GFP_KERNEL);
 }
 
 noinline void plat_kfree(const void *object)
 {
-	kfree(object);
+	kvfree(object);
 }
 
 noinline void plat_printk(const char *text)

@@ -12,7 +12,7 @@ namespace cfg {
 namespace {
 
 constexpr u32 netlink_protocols = 32;
-constexpr u32 source_acpi = 1u << 0, source_gpio = 1u << 2;
+constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;
 
 std::string place(const leaf &leaf)
 {
@@ -113,7 +113,7 @@ void check_board_common(const document &document, const document_entry &common, 
 		check_bitmap(document, common, "acpi_bitmap", found);
 	if (sources & source_gpio)
 		check_bitmap(document, common, "gpio_bitmap", found);
-	if ((sources & source_acpi) && (sources & source_gpio) && both)
+	if ((sources & source_acpi) && (sources & source_gpio) && !(sources & source_dts) && both)
 		found.error(line_of(common, "gpio_bitmap"),
 			    "global_cfg common: acpi_bitmap and gpio_bitmap both name combiners " +
 				    hex(both) + "; give each combiner one source");

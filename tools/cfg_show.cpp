@@ -4,6 +4,8 @@
 // table turned back into XML.
 #include "cfg_show.h"
 
+#include "lines.h"
+
 #include <algorithm>
 #include <memory>
 #include <tuple>
@@ -98,7 +100,9 @@ std::string leaf_text(const combiner &combiner, const leaf &leaf)
 			   std::to_string(leaf.type) + ", hwirq " + std::to_string(leaf.hwirq) +
 			   ", " + std::string(trigger_word(leaf.irq_type));
 
-	text += leaf.sync ? ", hard interrupt" : ", threaded";
+	text += !leaf.sync	 ? ", threaded"
+		: combiner.async ? ", combiner thread"
+				 : ", hard interrupt";
 	if (leaf.slot)
 		text += ", backplane " + hex(*leaf.slot);
 	if (!has_default_storm(leaf))
@@ -168,13 +172,19 @@ std::string bitmap_text(u32 bitmap)
 	return names.empty() ? "none" : join(names);
 }
 
-std::string header(const document &document)
+// The global settings; all defaults where the file has none.
+document_entry global_settings(const document &document)
 {
-	document_entry common{&entry_rules[0], "common", 0, 0, "", 0, {}};
-
 	for (const document_node &node : document.nodes)
 		if (node.kind == node_kind::global && !node.entries.empty())
-			common = node.entries.front();
+			return node.entries.front();
+	return {&entry_rules[0], "common", 0, 0, "", 0, {}};
+}
+
+std::string header(const document &document)
+{
+	const document_entry common = global_settings(document);
+
 	if (!document.is_board())
 		return "card " + std::to_string(document.card_number()) + " (instance " +
 		       hex(document.instance) + "), combiners " +
@@ -201,10 +211,23 @@ std::string source_level(u32 chip, const std::string &en, u32 status, u32 shift,
 	       hex(mask) + (latched ? ":latched" : ":level");
 }
 
+// A combiner that stands behind a GPIO pin is on the pin's line, any other one on
+// the line of its own number.
+u32 parent_line(const document &document, const combiner &combiner)
+{
+	const document_entry common = global_settings(document);
+	bool at_gpio = combiner.int_type == 1;
+
+	if (document.is_board())
+		at_gpio = common.get("cfg_type_bitmap") & 4 &&
+			  common.get("gpio_bitmap") >> combiner.id & 1;
+	return at_gpio ? BOARD_GPIO_LINE + combiner.gpio - BOARD_GPIO_BASE : combiner.id;
+}
+
 std::string source_command(const document &document, const combiner &combiner, const leaf &leaf)
 {
 	std::string text = "source " + display_name(combiner, leaf) + " " + hex(document.instance) +
-			   " " + std::to_string(combiner.id);
+			   " " + std::to_string(parent_line(document, combiner));
 
 	if (combiner.direct)
 		return text + source_level(direct_chip, "-", direct_status + combiner.id,

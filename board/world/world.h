@@ -23,14 +23,26 @@ struct result {
 	std::string reply;
 };
 
+// What tells the kernel about the board's devices.
+enum class firmware { device_tree, acpi };
+
 // Around every scenario. finish names whatever is left or was complained about
-// since start, one line each; empty when all is well.
-void start();
+// since start, one line each; empty when all is well. False: this machine was
+// booted with the other firmware.
+[[nodiscard]] bool start(firmware wanted = firmware::device_tree);
 std::vector<std::string> finish();
 
-// The driver module. 0 or a negative errno.
+// The driver module, loaded once, never retried. 0 or a negative errno.
 int load();
 int unload();
+
+// Takes a device from its driver and gives it back, as a user does through the
+// driver core; a driver is the one that carries this name on the bus. 0 or a
+// negative errno.
+int unbind(const std::string &driver, const std::string &device);
+int bind(const std::string &driver, const std::string &device);
+// The names of the platform drivers of the loaded driver module, sorted.
+std::vector<std::string> platform_drivers();
 
 // The optional module that says what stands in the backplane slot.
 int load_backplane();
@@ -45,11 +57,42 @@ result control(const std::string &file, const std::string &line);
 int write_blob(const std::string &file, const cfg::bytes &data);
 std::string read(const std::string &file);
 
+// The driver's control device: one open, one ioctl, one close. 0 or a negative
+// errno; para goes to the driver as it is, null or unreadable too.
+int ioctl(u32 cmd, void *para);
+// Kept open, as a daemon has it. A handle above 0, or a negative errno.
+int device_open();
+int device_ioctl(int handle, u32 cmd, void *para);
+void device_close(int handle);
+
+// A netlink socket of a process, bound; receive_buffer in bytes, 0 for the usual
+// size. A handle above 0, or a negative errno. Closed by the caller.
+int netlink_open(u32 protocol, u32 receive_buffer = 0);
+u32 netlink_port(int handle);
+// The bytes of the next message, empty when none came in time.
+std::string netlink_receive(int handle, unsigned timeout_ms);
+void netlink_close(int handle);
+
+// The driver's own proc files. A handle above 0, or a negative errno; read and
+// write give the bytes done or a negative errno, seek the position. A buffer is
+// user memory: it may be unreadable.
+int proc_open(const std::string &file, bool writing = false);
+long proc_read(int handle, void *buffer, size_t size);
+long proc_write(int handle, const void *buffer, size_t size);
+long proc_seek(int handle, long position);
+void proc_close(int handle);
+// One page that can be read and written, and behind it one that cannot.
+char *page_before_hole();
+
 // As /proc/interrupts shows them.
 std::string interrupts();
 bool thread_exists(const std::string &name);
 
 void sleep_ms(unsigned milliseconds);
+
+// The kernel's waits for readers (RCU) take a moment instead of tens of
+// milliseconds, at the price of disturbing every CPU.
+void hurry_readers(bool hurry);
 
 // The lines of a text, without their ends.
 inline std::vector<std::string> lines_of(const std::string &text)

@@ -11,6 +11,9 @@
 #include <cstring>
 #include <thread>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "backplane.h"
 #include "board.h"
 #include "cpld.h"
@@ -25,8 +28,6 @@
 namespace world {
 
 namespace {
-
-bool driver_loaded;
 
 std::string owned_text(char *text)
 {
@@ -57,7 +58,7 @@ std::string home()
 	return "the driver runs in this process, over a model of the kernel";
 }
 
-void start()
+bool start(firmware wanted)
 {
 	// What the kernel log would hold also stands in the readable ring.
 	port_host_set_printk([](int, const char *) {});
@@ -70,8 +71,11 @@ void start()
 			abort();
 		}
 	}
-	host_firmware_board();
-	driver_loaded = false;
+	if (wanted == firmware::acpi)
+		host_firmware_board_acpi();
+	else
+		host_firmware_board();
+	return true;
 }
 
 std::vector<std::string> finish()
@@ -85,20 +89,31 @@ std::vector<std::string> finish()
 
 int load()
 {
-	const int ret = drv_intr_module_init();
-
-	driver_loaded = ret == 0;
-	return ret;
+	return host_module_load(drv_intr_module_init);
 }
 
 int unload()
 {
-	if (!driver_loaded)
-		return -ENOENT;
-	drv_intr_module_exit();
-	client_forget_all(); // the driver let go of every leaf
-	driver_loaded = false;
-	return 0;
+	const int ret = host_module_unload(drv_intr_module_exit);
+
+	if (ret == 0)
+		client_forget_all(); // the driver let go of every leaf
+	return ret;
+}
+
+int unbind(const std::string &driver, const std::string &device)
+{
+	return host_device_unbind(driver.c_str(), device.c_str());
+}
+
+int bind(const std::string &driver, const std::string &device)
+{
+	return host_device_bind(driver.c_str(), device.c_str());
+}
+
+std::vector<std::string> platform_drivers()
+{
+	return lines_of(owned_text(host_driver_names()));
 }
 
 int load_backplane()
@@ -145,6 +160,96 @@ std::string read(const std::string &file)
 	return owned_text(port_ctl_read(file.c_str()));
 }
 
+int ioctl(u32 cmd, void *para)
+{
+	const int handle = device_open();
+
+	if (handle < 0)
+		return handle;
+	const int ret = device_ioctl(handle, cmd, para);
+	device_close(handle);
+	return ret;
+}
+
+int device_open()
+{
+	return host_misc_open("intr");
+}
+
+int device_ioctl(int handle, u32 cmd, void *para)
+{
+	return static_cast<int>(host_misc_ioctl(handle, cmd, para));
+}
+
+void device_close(int handle)
+{
+	host_misc_close(handle);
+}
+
+int netlink_open(u32 protocol, u32 receive_buffer)
+{
+	return host_netlink_open(protocol, receive_buffer);
+}
+
+u32 netlink_port(int handle)
+{
+	return host_netlink_port(handle);
+}
+
+std::string netlink_receive(int handle, unsigned timeout_ms)
+{
+	char message[4096];
+	const long size = host_netlink_receive(handle, message, sizeof(message), timeout_ms);
+
+	return size > 0 ? std::string(message, static_cast<size_t>(size)) : "";
+}
+
+void netlink_close(int handle)
+{
+	host_netlink_close(handle);
+}
+
+int proc_open(const std::string &file, bool writing)
+{
+	return host_proc_open(("intr/" + file).c_str(), writing);
+}
+
+long proc_read(int handle, void *buffer, size_t size)
+{
+	return host_proc_read(handle, buffer, size);
+}
+
+long proc_write(int handle, const void *buffer, size_t size)
+{
+	return host_proc_write(handle, buffer, size);
+}
+
+long proc_seek(int handle, long position)
+{
+	return host_proc_seek(handle, position);
+}
+
+void proc_close(int handle)
+{
+	host_proc_close(handle);
+}
+
+char *page_before_hole()
+{
+	static char *const pages = [] {
+		const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+		void *area = mmap(nullptr, 2 * size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+
+		if (area == MAP_FAILED || mprotect(area, size, PROT_READ | PROT_WRITE)) {
+			perror("a page before a hole");
+			abort();
+		}
+		return static_cast<char *>(area);
+	}();
+
+	return pages;
+}
+
 std::string interrupts()
 {
 	return owned_text(host_interrupts_text());
@@ -154,6 +259,9 @@ bool thread_exists(const std::string &name)
 {
 	return host_thread_exists(name.c_str());
 }
+
+// The model's readers are waited for at once.
+void hurry_readers(bool) {}
 
 void sleep_ms(unsigned milliseconds)
 {

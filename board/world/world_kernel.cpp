@@ -4,16 +4,23 @@
 // modules in /modules and the sibling modules, the board and the client loaded.
 #include "world/world.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include <fcntl.h>
+#include <linux/netlink.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace world {
@@ -21,6 +28,11 @@ namespace world {
 namespace {
 
 constexpr char CONTROL_DIR[] = "/proc/diag/";
+constexpr char DRIVER_PROC_DIR[] = "/proc/diag/intr/";
+constexpr char DEVICE[] = "/dev/intr";
+constexpr char DRIVER_MODULE_DIR[] = "/sys/module/intr";
+constexpr char BUS_DRIVERS_DIR[] = "/sys/bus/platform/drivers/";
+constexpr char DRIVER_NAME[] = "irq_combiner";
 
 // What the kernel writes when something is wrong. A log that holds one of these
 // fails the scenario in which it appeared.
@@ -54,6 +66,8 @@ constexpr const char *complaints[] = {
 	"corruption",
 	"enabled interrupts",
 	"did not update eff. affinity",
+	"is already registered, aborting",
+	"Unexpected driver unregister",
 };
 
 int kernel_log = -1;
@@ -101,6 +115,24 @@ std::vector<std::string> driver_interrupts()
 	return lines;
 }
 
+// What a driver that is not loaded must not have left.
+std::vector<std::string> leftover_names()
+{
+	std::vector<std::string> names;
+
+	if (std::filesystem::exists(DRIVER_MODULE_DIR))
+		return names;
+	for (const char *path : {DEVICE, DRIVER_PROC_DIR}) {
+		if (std::filesystem::exists(path))
+			names.push_back(path);
+	}
+	for (const auto &driver : std::filesystem::directory_iterator(BUS_DRIVERS_DIR)) {
+		if (driver.path().filename().string().starts_with(DRIVER_NAME))
+			names.push_back(driver.path());
+	}
+	return names;
+}
+
 int insert_module(const std::string &name)
 {
 	const int file = open(("/modules/" + name + ".ko").c_str(), O_RDONLY | O_CLOEXEC);
@@ -117,6 +149,50 @@ int remove_module(const std::string &name)
 	return syscall(SYS_delete_module, name.c_str(), O_NONBLOCK) < 0 ? -errno : 0;
 }
 
+// The result of a system call, or what it failed with.
+template <typename T> T code_of(T result)
+{
+	return result < 0 ? -errno : result;
+}
+
+int write_whole(const std::string &path, const void *data, size_t size)
+{
+	const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+
+	if (file < 0)
+		return -errno;
+	const int code = ::write(file, data, size) < 0 ? -errno : 0;
+	close(file);
+	return code;
+}
+
+int write_text(const std::string &path, const std::string &text)
+{
+	return write_whole(path, text.data(), text.size());
+}
+
+// The kernel chooses the port. 0 or a negative errno.
+int set_up_netlink(int socket, u32 receive_buffer)
+{
+	const int size = static_cast<int>(receive_buffer);
+	sockaddr_nl address{};
+
+	address.nl_family = AF_NETLINK;
+	if (size > 0 && setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)) < 0)
+		return -errno;
+	return code_of(
+		::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)));
+}
+
+bool wait_readable(int file, std::chrono::steady_clock::time_point end)
+{
+	const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+		end - std::chrono::steady_clock::now());
+	pollfd readable{file, POLLIN, 0};
+
+	return left.count() > 0 && poll(&readable, 1, static_cast<int>(left.count())) > 0;
+}
+
 } // namespace
 
 std::string home()
@@ -131,12 +207,15 @@ std::string home()
 	return text;
 }
 
-void start()
+bool start(firmware wanted)
 {
+	const bool acpi = std::filesystem::exists("/sys/firmware/acpi/tables");
+
 	if (kernel_log < 0) {
 		kernel_log = open("/dev/kmsg", O_RDONLY | O_NONBLOCK);
 		lseek(kernel_log, 0, SEEK_END);
 	}
+	return acpi == (wanted == firmware::acpi);
 }
 
 std::vector<std::string> finish()
@@ -153,6 +232,8 @@ std::vector<std::string> finish()
 	}
 	for (const std::string &line : driver_interrupts())
 		found.push_back("left in /proc/interrupts: " + line);
+	for (const std::string &name : leftover_names())
+		found.push_back("left without the driver: " + name);
 	for (const auto &task : std::filesystem::directory_iterator("/proc")) {
 		const std::string name = whole_file(task.path() / "comm");
 
@@ -173,11 +254,45 @@ int load()
 	return ret != 0 ? ret : insert_module("intr_link");
 }
 
+// A driver that stays, since somebody has its device or a socket open, stays linked.
 int unload()
 {
-	const int ret = remove_module("intr_link");
+	int ret = remove_module("intr_link");
 
-	return ret != 0 ? ret : remove_module("intr");
+	if (ret != 0)
+		return ret;
+	ret = remove_module("intr");
+	if (ret == 0)
+		return 0;
+	const int again = insert_module("intr_link");
+	return again != 0 ? again : ret;
+}
+
+int bind(const std::string &driver, const std::string &device)
+{
+	return write_text(BUS_DRIVERS_DIR + driver + "/bind", device);
+}
+
+int unbind(const std::string &driver, const std::string &device)
+{
+	return write_text(BUS_DRIVERS_DIR + driver + "/unbind", device);
+}
+
+std::vector<std::string> platform_drivers()
+{
+	static constexpr char bus[] = "platform:";
+	std::vector<std::string> names;
+	std::error_code none;
+
+	for (const auto &driver : std::filesystem::directory_iterator(
+		     std::string(DRIVER_MODULE_DIR) + "/drivers", none)) {
+		const std::string name = driver.path().filename();
+
+		if (name.starts_with(bus))
+			names.push_back(name.substr(strlen(bus)));
+	}
+	std::sort(names.begin(), names.end());
+	return names;
 }
 
 int load_backplane()
@@ -192,16 +307,10 @@ int unload_backplane()
 
 int set_affinity(long virq, unsigned long cpus)
 {
-	const int fd = open(("/proc/irq/" + std::to_string(virq) + "/smp_affinity").c_str(),
-			    O_WRONLY | O_CLOEXEC);
 	char text[32];
 
-	if (fd < 0)
-		return -errno;
-	const int size = snprintf(text, sizeof(text), "%lx", cpus);
-	const int code = ::write(fd, text, static_cast<size_t>(size)) < 0 ? -errno : 0;
-	close(fd);
-	return code;
+	snprintf(text, sizeof(text), "%lx", cpus);
+	return write_text("/proc/irq/" + std::to_string(virq) + "/smp_affinity", text);
 }
 
 result control(const std::string &file, const std::string &line)
@@ -223,18 +332,121 @@ result control(const std::string &file, const std::string &line)
 
 int write_blob(const std::string &file, const cfg::bytes &data)
 {
-	const int fd = open((CONTROL_DIR + file).c_str(), O_WRONLY | O_CLOEXEC);
-
-	if (fd < 0)
-		return -errno;
-	const int code = ::write(fd, data.data(), data.size()) < 0 ? -errno : 0;
-	close(fd);
-	return code;
+	return write_whole(CONTROL_DIR + file, data.data(), data.size());
 }
 
 std::string read(const std::string &file)
 {
 	return whole_file(CONTROL_DIR + file);
+}
+
+int device_open()
+{
+	return code_of(open(DEVICE, O_RDWR | O_CLOEXEC));
+}
+
+int device_ioctl(int handle, u32 cmd, void *para)
+{
+	return code_of(::ioctl(handle, cmd, para));
+}
+
+void device_close(int handle)
+{
+	close(handle);
+}
+
+int ioctl(u32 cmd, void *para)
+{
+	const int device = device_open();
+
+	if (device < 0)
+		return device;
+	const int code = device_ioctl(device, cmd, para);
+	device_close(device);
+	return code;
+}
+
+int netlink_open(u32 protocol, u32 receive_buffer)
+{
+	const int socket =
+		::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, static_cast<int>(protocol));
+
+	if (socket < 0)
+		return -errno;
+	const int code = set_up_netlink(socket, receive_buffer);
+	if (code == 0)
+		return socket;
+	close(socket);
+	return code;
+}
+
+u32 netlink_port(int handle)
+{
+	sockaddr_nl address{};
+	socklen_t size = sizeof(address);
+
+	getsockname(handle, reinterpret_cast<sockaddr *>(&address), &size);
+	return address.nl_pid;
+}
+
+// A message that found the buffer full makes one receive fail, and is no end.
+std::string netlink_receive(int handle, unsigned timeout_ms)
+{
+	const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+	char message[4096];
+
+	for (;;) {
+		const ssize_t size = recv(handle, message, sizeof(message), MSG_DONTWAIT);
+
+		if (size >= 0)
+			return std::string(message, static_cast<size_t>(size));
+		if (errno == ENOBUFS || errno == EINTR)
+			continue;
+		if (errno != EAGAIN || !wait_readable(handle, end))
+			return "";
+	}
+}
+
+void netlink_close(int handle)
+{
+	close(handle);
+}
+
+int proc_open(const std::string &file, bool writing)
+{
+	return code_of(
+		open((DRIVER_PROC_DIR + file).c_str(), (writing ? O_RDWR : O_RDONLY) | O_CLOEXEC));
+}
+
+long proc_read(int handle, void *buffer, size_t size)
+{
+	return code_of(::read(handle, buffer, size));
+}
+
+long proc_write(int handle, const void *buffer, size_t size)
+{
+	return code_of(::write(handle, buffer, size));
+}
+
+long proc_seek(int handle, long position)
+{
+	return code_of(lseek(handle, position, SEEK_SET));
+}
+
+void proc_close(int handle)
+{
+	close(handle);
+}
+
+// Made once, and kept: the second page stays in place so that nothing else gets there.
+char *page_before_hole()
+{
+	static const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+	static void *const pages =
+		mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+
+	mprotect(static_cast<char *>(pages) + page, page, PROT_NONE);
+	return static_cast<char *>(pages);
 }
 
 std::string interrupts()
@@ -251,11 +463,14 @@ bool thread_exists(const std::string &name)
 	return false;
 }
 
+void hurry_readers(bool hurry)
+{
+	std::ofstream("/sys/kernel/rcu_expedited") << (hurry ? "1" : "0");
+}
+
 void sleep_ms(unsigned milliseconds)
 {
-	const timespec time = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
-
-	nanosleep(&time, nullptr);
+	std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 } // namespace world

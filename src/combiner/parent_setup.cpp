@@ -7,6 +7,7 @@
 #include "combiner/domain.h"
 #include "combiner/parent.h"
 #include "core/log.h"
+#include "delivery/request.h"
 
 // The line of another combiner would lose its handler to this one.
 static bool is_parent_line(const drv_intr_combiner &combiner, u32 virq)
@@ -61,25 +62,32 @@ int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 	return 0;
 }
 
+// Whether clients may enable and disable the leaf that is the parent line.
+static void set_retiring(drv_intr_irq_info &leaf, u32 retiring)
+{
+	const raw_spinlock_guard guard(leaf.enable_lock);
+
+	leaf.retiring = retiring;
+}
+
 void drv_intr_release_parent(drv_intr_combiner &combiner)
 {
 	drv_intr_irq_info *leaf = combiner.parent_leaf;
 
 	if (!leaf)
 		return;
-	{
-		const mutex_guard guard(leaf->lock);
-
-		leaf->feeds = nullptr;
-		if (combiner.virq != 0)
-			drv_intr_reset_leaf_line(*leaf);
+	const mutex_guard guard(leaf->lock);
+	leaf->feeds = nullptr;
+	if (combiner.virq != 0) {
+		drv_intr_reset_leaf_line(*leaf);
+		set_retiring(*leaf, 0);
 	}
 	// A combiner that mapped its parent leaf by itself gives it back; nobody else
 	// would. One that was handed a line names no leaf, or another one.
-	if (combiner.virq != 0 && combiner.common_cfg.int_type == DRV_INTR_COMBINER &&
+	if (combiner.common_cfg.int_type == DRV_INTR_COMBINER &&
 	    leaf->hwirq_cfg.index_id == combiner.parent_index_id &&
 	    leaf->hwirq_cfg.type == combiner.parent_type)
-		(void)drv_intr_set_unregist(combiner.parent_index_id, combiner.parent_type);
+		(void)drv_intr_unregist_leaf(*leaf); // says what it does
 }
 
 static int drv_intr_set_irq_type(drv_intr_combiner &combiner, u32 virq)
@@ -162,12 +170,15 @@ static void drv_intr_stop_thread(drv_intr_combiner &combiner)
 
 // The disable of our own comes first: a monitor that gives back its suppression
 // then only lowers the depth. After the handler is gone an enabled line would
-// reach a flow handler that never ends its interrupt.
+// reach a flow handler that never ends its interrupt, so that from here on
+// neither we nor a client may enable it.
 static void detach_parent(drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
 
 	drv_intr_close_parent(combiner);
+	if (combiner.parent_leaf)
+		set_retiring(*combiner.parent_leaf, 1);
 	disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
 	irq_set_handler(virq, nullptr, 1, nullptr);

@@ -30,11 +30,12 @@ int drv_intr_get_cfg_by_map(u32 inst_id, const drv_intr_xml_path &path, u32 coun
 	return 0;
 }
 
+static constexpr drv_intr_xml_path global_path = {DRV_INTR_XML_ROOT, DRV_INTR_XML_GLOBAL_CFG,
+						  DRV_INTR_XML_COMMON};
+
 int drv_intr_get_cfg()
 {
 	static constexpr char desc[] = "intr get cfg";
-	static constexpr drv_intr_xml_path path = {DRV_INTR_XML_ROOT, DRV_INTR_XML_GLOBAL_CFG,
-						   DRV_INTR_XML_COMMON};
 	drv_intr_global_cfg &cfg = drv_intr_get_ctrl()->global_cfg;
 	const drv_intr_cfg_map_item items[] = {
 		{0, "cfg_type_bitmap", &cfg.cfg_type_bitmap, "2", nullptr},
@@ -42,8 +43,8 @@ int drv_intr_get_cfg()
 		{0, "gpio_bitmap", &cfg.gpio_bitmap, "0", nullptr},
 		{0, "netlink_id", &cfg.netlink_id, "30", nullptr},
 	};
-	const int ret =
-		drv_intr_get_cfg_by_map(DRV_INTR_BOARD_INST_ID, path, array_size(items), items);
+	const int ret = drv_intr_get_cfg_by_map(DRV_INTR_BOARD_INST_ID, global_path,
+						array_size(items), items);
 
 	if (ret != 0) {
 		intr_err("[%s]get cfg from xml fail", desc);
@@ -54,6 +55,50 @@ int drv_intr_get_cfg()
 	intr_info("[%s]gpio_bitmap=0x%x", desc, cfg.gpio_bitmap);
 	intr_info("[%s]netlink_id=%u", desc, cfg.netlink_id);
 	return 0;
+}
+
+void drv_intr_get_card_combiner_bitmap(u32 inst_id, u32 &bitmap)
+{
+	if (xml_get_element_value_u32(inst_id, global_path.name1, global_path.name2,
+				      global_path.name3, "combiner_bitmap", &bitmap) != 0)
+		bitmap = 0;
+}
+
+struct value_word {
+	u32 value;
+	const char *word;
+};
+
+template <u32 count> static const char *word_of(const value_word (&words)[count], u32 value)
+{
+	for (const value_word &row : words) {
+		if (row.value == value)
+			return row.word;
+	}
+	return "unknown";
+}
+
+const char *drv_intr_get_int_type_desc(u32 int_type)
+{
+	static constexpr value_word words[] = {
+		{DRV_INTR_EXTERNAL, "external"},
+		{DRV_INTR_GPIO, "gpio"},
+		{DRV_INTR_COMBINER, "combiner"},
+	};
+
+	return word_of(words, int_type);
+}
+
+const char *drv_intr_get_irq_type_desc(u32 irq_type)
+{
+	static constexpr value_word words[] = {
+		{DRV_INTR_TYPE_EDGE_RISING, "rising"},
+		{DRV_INTR_TYPE_EDGE_FALLING, "falling"},
+		{DRV_INTR_TYPE_LEVEL_HIGH, "high"},
+		{DRV_INTR_TYPE_LEVEL_LOW, "low"},
+	};
+
+	return word_of(words, irq_type);
 }
 
 int drv_intr_get_xml_common_cfg(const char *cfg_name, u32 inst_id, drv_intr_common_cfg *common)

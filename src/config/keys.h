@@ -10,7 +10,7 @@
 
 #include "core/records.h"
 
-inline constexpr char DRV_INTR_XML_ROOT[] = "irq_combiner";
+inline constexpr char DRV_INTR_XML_ROOT[] = "irq_combiner"; // level-1 name
 inline constexpr char DRV_INTR_XML_GLOBAL_CFG[] = "global_cfg";
 inline constexpr char DRV_INTR_XML_COMMON[] = "common";
 
@@ -39,6 +39,13 @@ struct drv_intr_cfg_map_item {
 
 // Fills the control block's global_cfg. Called once, at module start.
 [[nodiscard]] int drv_intr_get_cfg();
+
+// Which combiners (bits 0 to 3) the card's configuration names; 0 without the key.
+void drv_intr_get_card_combiner_bitmap(u32 inst_id, u32 &bitmap);
+
+// The word that people read for a value; "unknown" for values that have none.
+[[nodiscard]] const char *drv_intr_get_int_type_desc(u32 int_type);
+[[nodiscard]] const char *drv_intr_get_irq_type_desc(u32 irq_type);
 
 // All keys are optional: only a failing reader gives anything but 0.
 [[nodiscard]] int drv_intr_get_xml_common_cfg(const char *cfg_name, u32 inst_id,

@@ -16,6 +16,7 @@ drv_intr_ctrl *drv_intr_get_ctrl()
 
 void drv_intr_ctrl_init()
 {
+	g_drv_intr_ctrl = {};
 	g_drv_intr_ctrl.combiner_list.init();
 	mutex_init(&g_drv_intr_lock, PLAT_MUTEX_DRIVER);
 }
@@ -26,7 +27,7 @@ int drv_intr_get_combiner_id(const char *text, u32 *combiner_id)
 
 	// A name without a number is no combiner's: as number 0 it would take
 	// combiner 0's place.
-	if (sscanf_s(text, "irq_combiner@%u", &number) != 1)
+	if (sscanf_s(text, DRV_INTR_COMBINER_NAME_FORMAT, &number) != 1)
 		return -EFAULT;
 	*combiner_id = number;
 	return 0;

@@ -20,15 +20,17 @@
 #include "delivery/drv_intr.h"
 #include "platform/kernel.h"
 
-struct proc_dir_entry;
-struct sock;
-
 inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;
 inline constexpr u32 DRV_INTR_NO_REG = 0xffffffff;
 inline constexpr u32 DRV_INTR_MAX_LEVELS = 5;
 inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
+// A combiner's configuration node, and the end of its device's name.
+inline constexpr char DRV_INTR_COMBINER_NAME[] = "irq_combiner";
+#define DRV_INTR_COMBINER_NAME_FORMAT "irq_combiner@%u"
 
 // Linux trigger types, bits of `irq_type`.
+inline constexpr u32 DRV_INTR_TYPE_EDGE_RISING = 1;
+inline constexpr u32 DRV_INTR_TYPE_EDGE_FALLING = 2;
 inline constexpr u32 DRV_INTR_TYPE_LEVEL_HIGH = 4;
 inline constexpr u32 DRV_INTR_TYPE_LEVEL_LOW = 8;
 
@@ -107,7 +109,7 @@ struct drv_intr_irq_info {
 	drv_intr_combiner *combiner;
 	u32 requested; // under `lock`
 	mutex pid_list_lock;
-	list<drv_intr_pid_info> pid_list;
+	list<drv_intr_pid_info> pid_list; // in order of subscription; under pid_list_lock
 	drv_intr_handler handler; // written under `lock`, after handler_data
 	void *handler_data;
 	drv_intr_hwirq_cfg hwirq_cfg; // a copy; its own `node` is never used
@@ -179,20 +181,24 @@ struct drv_intr_ctrl {
 	u32 int_debug_switch; // not 0: interrupt-path tracing on
 	u32 debug_irq; // 0: trace every interrupt, else only this virq
 	proc_dir_entry *proc_dir;
-	sock *nl_sock;
+	sock *nl_sock; // null: no notification is sent. Used inside an srcu_reader
 	drv_intr_global_cfg global_cfg;
 	list<drv_intr_combiner> combiner_list; // written under g_drv_intr_lock
+
+	// Not 0: no combiner may be made any more. Under g_drv_intr_lock.
+	u32 stopping;
 };
 
 extern drv_intr_ctrl g_drv_intr_ctrl;
 
-// The one lock of writers: probe, remove, start and stop, in process context.
+// The one lock of writers: probe, remove, cards, start and stop, in process context.
 extern mutex g_drv_intr_lock;
 
 // Never null.
 [[nodiscard]] drv_intr_ctrl *drv_intr_get_ctrl();
 
-// Makes the control block's list empty and its lock usable. Before anything else.
+// Makes the control block empty, with both debug switches off, and its lock usable.
+// Before anything else.
 void drv_intr_ctrl_init();
 
 // Reads the number of "irq_combiner@<number>". 0, or -EFAULT with *combiner_id untouched.

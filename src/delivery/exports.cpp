@@ -27,8 +27,19 @@ static drv_intr_irq_info *find_leaf(const char *desc, u32 index_id, u32 type)
 
 static constexpr char mapping_desc[] = "mapping irq";
 
-// With the leaf's lock held. The leaf's number, 0 on failure.
-static u32 map_leaf(drv_intr_irq_info &irq_info)
+// Two leaves of one hwirq would share one number, and the release of one would
+// take it from under the other: only the first of them can be mapped.
+static bool owns_hwirq(drv_intr_irq_info &irq_info)
+{
+	const u32 hwirq = irq_info.hwirq_cfg.hwirq;
+
+	if (drv_intr_get_irq_info_by_hwirq(*irq_info.combiner, hwirq) == &irq_info)
+		return true;
+	intr_err("[%s]hwirq=%u is another leaf's", mapping_desc, hwirq);
+	return false;
+}
+
+u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info)
 {
 	static constexpr const char *desc = mapping_desc;
 	const drv_intr_combiner &combiner = *irq_info.combiner;
@@ -40,7 +51,7 @@ static u32 map_leaf(drv_intr_irq_info &irq_info)
 	// Not before the whole bring-up is through: its set-up of the registers
 	// would close a leaf that is in use already.
 	u32 virq = 0;
-	if (load_acquire(combiner.ready) != 0)
+	if (load_acquire(combiner.ready) != 0 && owns_hwirq(irq_info))
 		virq = irq_create_mapping(combiner.domain, cfg.hwirq);
 	if (virq == 0) {
 		intr_err("[%s]map hwirq fail", desc);
@@ -68,7 +79,7 @@ u32 drv_mapping_irq(u32 index_id, u32 type)
 	if (virq != 0)
 		return virq;
 	const mutex_guard guard(irq_info->lock);
-	return map_leaf(*irq_info);
+	return drv_intr_map_leaf(*irq_info);
 }
 
 u32 drv_find_mapping_irq(u32 index_id, u32 type)
@@ -136,30 +147,39 @@ int drv_intr_set_regist(u32 index_id, u32 type, drv_intr_handler handler, void *
 	if (!irq_info)
 		return FAILED;
 	const mutex_guard guard(irq_info->lock);
-	if (map_leaf(*irq_info) == 0)
+	if (drv_intr_map_leaf(*irq_info) == 0)
 		return FAILED;
 	intr_info("[%s]enter, index_id=0x%x, type=%d", desc, index_id, type);
 	return regist_leaf(desc, *irq_info, handler, data);
 }
 
-int drv_intr_set_unregist(u32 index_id, u32 type)
-{
-	static constexpr char desc[] = "intr set unregist";
-	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = find_leaf(desc, index_id, type);
+static constexpr char unregist_desc[] = "intr set unregist";
 
-	if (!irq_info)
-		return NOT_USABLE;
-	const mutex_guard guard(irq_info->lock);
-	intr_info("[%s]enter, index_id=0x%x, type=%d", desc, index_id, type);
-	drv_intr_clear_handler(*irq_info);
-	const int ret = drv_intr_free_irq(*irq_info);
+int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info)
+{
+	static constexpr const char *desc = unregist_desc;
+
+	intr_info("[%s]enter, index_id=0x%x, type=%d", desc, irq_info.hwirq_cfg.index_id,
+		  irq_info.hwirq_cfg.type);
+	drv_intr_clear_handler(irq_info);
+	const int ret = drv_intr_free_irq(irq_info);
 	if (ret != 0) {
 		intr_err("[%s]free irq fail, ret=%d", desc, ret);
 		return FAILED;
 	}
 	intr_info("[%s]success", desc);
 	return 0;
+}
+
+int drv_intr_set_unregist(u32 index_id, u32 type)
+{
+	const srcu_reader reader;
+	drv_intr_irq_info *irq_info = find_leaf(unregist_desc, index_id, type);
+
+	if (!irq_info)
+		return NOT_USABLE;
+	const mutex_guard guard(irq_info->lock);
+	return drv_intr_unregist_leaf(*irq_info);
 }
 
 static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 virq))

@@ -3,13 +3,14 @@
 // The one Linux interrupt request of a leaf, and its handler.
 //
 // One occurrence: the flow handler masks the leaf (enable off, status cleared),
-// runs the handler, and unmasks it (status cleared, enable on); a threaded
-// leaf is unmasked once its thread function has returned. On a direct combiner
+// runs the handler (subscribers first, then the callback), and unmasks it (status cleared, enable
+// on); a threaded leaf is unmasked once its thread function has returned. On a direct combiner
 // masking disabled the parent line, which the handler takes back.
 #include "delivery/request.h"
 
 #include "combiner/parent.h"
 #include "core/log.h"
+#include "delivery/notify.h"
 
 // A leaf with `sync` on a threaded combiner has its handler run in a combiner's
 // thread, where dispatch has turned interrupts off. The handler may sleep there,
@@ -72,6 +73,7 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 
 	intr_trace(virq, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
 		   cfg.type);
+	drv_intr_notify_all_pid(irq_info);
 	run_callback(desc, irq_info, virq);
 	if (combiner.common_cfg.direct != 0) {
 		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
@@ -222,10 +224,8 @@ void drv_intr_abandon_irq(drv_intr_irq_info &irq_info)
 	{
 		const mutex_guard pid_guard(irq_info.pid_list_lock);
 
-		while (drv_intr_pid_info *pid_info = irq_info.pid_list.first()) {
-			irq_info.pid_list.unlink(*pid_info);
-			kfree(pid_info);
-		}
+		while (drv_intr_pid_info *pid_info = irq_info.pid_list.first())
+			drv_intr_del_pid(irq_info, *pid_info, 0);
 	}
 	(void)drv_intr_free_irq(irq_info); // always 0
 }

@@ -5,15 +5,20 @@
 
 #include "combiner/lifecycle.h"
 #include "config/keys.h"
+#include "control/device.h"
+#include "control/proc.h"
 #include "core/log.h"
+#include "delivery/notify.h"
 #include "discovery/platform.h"
 
 static constexpr u32 LOG_REGISTER_VALUE = 0x20000;
 
+// For good: a process that still has the control device open brings no card up again.
 static void free_all_combiners(drv_intr_ctrl &ctrl)
 {
 	const mutex_guard guard(g_drv_intr_lock);
 
+	ctrl.stopping = 1;
 	drv_intr_all_combiner_free(ctrl);
 }
 
@@ -46,13 +51,22 @@ int drv_intr_module_init(void)
 		intr_err("[%s]get cfg fail", desc);
 		return ret;
 	}
+	ret = drv_intr_register_device();
+	if (ret != 0) {
+		intr_err("[%s]misc_register fail, ret=%d", desc, ret);
+		return ret;
+	}
 	ret = drv_intr_init_combiner(ctrl);
 	if (ret != 0) {
 		intr_err("[%s]init combiner fail, ret=%d", desc, ret);
 		drv_intr_unregister_drivers();
 		free_all_combiners(ctrl);
+		drv_intr_deregister_device();
 		return ret;
 	}
+	// Without proc files or without notification the driver still works.
+	(void)drv_intr_init_proc();
+	(void)drv_intr_init_netlink_ker(ctrl.global_cfg.netlink_id);
 	intr_info("[%s]success", desc);
 	return 0;
 }
@@ -62,7 +76,10 @@ void drv_intr_module_exit(void)
 	static constexpr char desc[] = "intr module exit";
 
 	intr_info("[%s]enter", desc);
+	drv_intr_uninit_netlink_ker();
+	drv_intr_del_proc();
 	drv_intr_unregister_drivers();
 	free_all_combiners(*drv_intr_get_ctrl());
+	drv_intr_deregister_device();
 	intr_info("[%s]success", desc);
 }

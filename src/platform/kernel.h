@@ -25,6 +25,7 @@ inline constexpr unsigned long IRQ_NOREQUEST = 1ul << 11;
 inline constexpr unsigned long IRQ_DISABLE_UNLAZY = 1ul << 19;
 inline constexpr int IRQ_HANDLED = 1;
 inline constexpr int NUMA_NO_NODE = -1;
+inline constexpr int MSG_DONTWAIT = 0x40;
 
 // A pointer in the last page is an error value, as the kernel returns them.
 template <typename T> [[nodiscard]] inline bool IS_ERR(T *pointer)
@@ -198,6 +199,10 @@ inline void chained_irq_exit(irq_chip *chip, irq_desc *desc)
 	plat_chained_irq_exit(chip, desc);
 }
 
+[[nodiscard]] inline int irq_get_depth(u32 virq, u32 *depth)
+{
+	return plat_irq_get_depth(virq, depth);
+}
 inline void disable_irq_nosync(u32 virq)
 {
 	plat_disable_irq_nosync(virq);
@@ -314,6 +319,91 @@ inline void platform_driver_unregister(platform_driver *driver)
 [[nodiscard]] inline fwnode_handle *dev_fwnode(platform_device *device)
 {
 	return plat_dev_fwnode(device);
+}
+
+[[nodiscard]] inline gpio_desc *gpio_to_desc(u32 gpio)
+{
+	return plat_gpio_to_desc(gpio);
+}
+inline int gpiod_direction_input(gpio_desc *gpio)
+{
+	return plat_gpiod_direction_input(gpio);
+}
+[[nodiscard]] inline int gpiod_to_irq(const gpio_desc *gpio)
+{
+	return plat_gpiod_to_irq(gpio);
+}
+
+[[nodiscard]] inline sock *netlink_kernel_create(u32 protocol)
+{
+	return plat_netlink_kernel_create(protocol);
+}
+inline void netlink_kernel_release(sock *sock)
+{
+	plat_netlink_kernel_release(sock);
+}
+[[nodiscard]] inline sk_buff *nlmsg_new(size_t payload)
+{
+	return plat_nlmsg_new(payload);
+}
+inline void nlmsg_free(sk_buff *message)
+{
+	plat_nlmsg_free(message);
+}
+[[nodiscard]] inline void *nlmsg_put(sk_buff *message, u32 portid, u32 seq, u32 type, u32 payload,
+				     u32 flags)
+{
+	return plat_nlmsg_put(message, portid, seq, type, payload, flags);
+}
+inline void netlink_set_source(sk_buff *message, u32 portid, u32 dst_group)
+{
+	plat_netlink_set_source(message, portid, dst_group);
+}
+[[nodiscard]] inline int netlink_unicast(sock *sock, sk_buff *message, u32 portid, int nonblock)
+{
+	return plat_netlink_unicast(sock, message, portid, nonblock);
+}
+
+[[nodiscard]] inline unsigned long copy_from_user(void *to, const void *user, unsigned long size)
+{
+	return plat_copy_from_user(to, user, size);
+}
+[[nodiscard]] inline unsigned long copy_to_user(void *user, const void *from, unsigned long size)
+{
+	return plat_copy_to_user(user, from, size);
+}
+
+using misc_device = plat_misc_device;
+[[nodiscard]] inline int misc_register(misc_device *device)
+{
+	return plat_misc_register(device);
+}
+inline void misc_deregister(misc_device *device)
+{
+	plat_misc_deregister(device);
+}
+
+using proc_ops = plat_proc_ops;
+[[nodiscard]] inline proc_dir_entry *proc_mkdir(const char *name, proc_dir_entry *parent)
+{
+	return plat_proc_mkdir(name, parent);
+}
+[[nodiscard]] inline proc_dir_entry *
+proc_create_data(const char *name, u16 mode, proc_dir_entry *parent, proc_ops *ops, void *data)
+{
+	return plat_proc_create_data(name, mode, parent, ops, data);
+}
+inline void proc_remove(proc_dir_entry *entry)
+{
+	plat_proc_remove(entry);
+}
+[[nodiscard]] inline int single_open(file *file, int (*show)(seq_file *seq, void *data), void *data)
+{
+	return plat_single_open(file, show, data);
+}
+inline void seq_puts(seq_file *seq, const char *text)
+{
+	plat_seq_puts(seq, text);
 }
 
 [[nodiscard]] inline void *symbol_get(const char *name)

@@ -24,12 +24,19 @@ extern "C" {
 #endif
 
 struct cpumask;
+struct file;
 struct fwnode_handle;
+struct gpio_desc;
+struct inode;
 struct irq_chip;
 struct irq_data;
 struct irq_desc;
 struct irq_domain;
 struct platform_device;
+struct proc_dir_entry;
+struct seq_file;
+struct sk_buff;
+struct sock;
 struct task_struct;
 
 /* Storage of embedded objects. */
@@ -43,7 +50,10 @@ struct plat_irq_chip {
 	unsigned long storage[48];
 };
 
-/* Memory. kzalloc is GFP_KERNEL: process context, may sleep; null on failure. */
+/*
+ * Memory. kzalloc is GFP_KERNEL: process context, may sleep; null on failure.
+ * Large objects need not be physically contiguous; they are freed in process context.
+ */
 void *plat_kzalloc(size_t size);
 void plat_kfree(const void *object);
 
@@ -145,6 +155,9 @@ void plat_chained_irq_enter(struct irq_chip *chip, struct irq_desc *desc);
 void plat_chained_irq_exit(struct irq_chip *chip, struct irq_desc *desc);
 
 /* Line state. */
+/* How often the line is disabled now. 0, or -22 without a descriptor, *depth untouched. Any
+ * context. */
+int plat_irq_get_depth(u32 virq, u32 *depth);
 void plat_disable_irq_nosync(u32 virq);
 /*
  * A line whose disable depth is 0 is left alone, without the core's warning and
@@ -209,10 +222,15 @@ void plat_irq_domain_free_fwnode(struct fwnode_handle *fwnode);
  * Platform drivers. The record lives as long as the registration; registering
  * probes the matching devices that exist. platform_get_irq: above 0, or there
  * is none.
+ *
+ * The bus takes each name once: second_name is used where it has a driver of
+ * the first one already.
  */
 struct plat_platform_driver {
 	const char *name;
+	const char *second_name; /* null: a taken name is a failure, -16 */
 	const char *of_compatible; /* null: no device-tree matching */
+	const char *acpi_id; /* null: no ACPI matching */
 	int (*probe)(struct platform_device *device);
 	int (*remove)(struct platform_device *device);
 	unsigned long storage[128];
@@ -222,6 +240,71 @@ void plat_platform_driver_unregister(struct plat_platform_driver *driver);
 const char *plat_platform_device_name(const struct platform_device *device);
 int plat_platform_get_irq(struct platform_device *device, u32 index);
 struct fwnode_handle *plat_dev_fwnode(struct platform_device *device);
+
+/*
+ * GPIO lines by their global number. An unknown number has no descriptor; the
+ * other two take a null one, the last with a result not above 0, as for any
+ * line without an interrupt.
+ */
+struct gpio_desc *plat_gpio_to_desc(u32 gpio);
+int plat_gpiod_direction_input(struct gpio_desc *gpio);
+int plat_gpiod_to_irq(const struct gpio_desc *gpio);
+
+/*
+ * Netlink, in the initial network namespace, without input and groups. The
+ * socket is null where the protocol number is taken or out of range. A message
+ * is allocated without sleeping and belongs to netlink_unicast from there on,
+ * whatever it returns: above 0 sent, else -errno. Never blocks with nonblock.
+ */
+struct sock *plat_netlink_kernel_create(u32 protocol);
+void plat_netlink_kernel_release(struct sock *sock);
+struct sk_buff *plat_nlmsg_new(size_t payload);
+void plat_nlmsg_free(struct sk_buff *message);
+/* The payload's place in the message, or null: no room for it. */
+void *plat_nlmsg_put(struct sk_buff *message, u32 portid, u32 seq, u32 type, u32 payload,
+		     u32 flags);
+/* Who sends the message, and to which group; NETLINK_CB. */
+void plat_netlink_set_source(struct sk_buff *message, u32 portid, u32 dst_group);
+int plat_netlink_unicast(struct sock *sock, struct sk_buff *message, u32 portid, int nonblock);
+
+/* User memory. Process context, may sleep. The number of bytes that could not be copied. */
+unsigned long plat_copy_from_user(void *to, const void *user, unsigned long size);
+unsigned long plat_copy_to_user(void *user, const void *from, unsigned long size);
+
+/*
+ * A misc character device with a minor of its own number. An open file holds
+ * the module. ioctl serves native and 32-bit callers alike; the latter's
+ * argument is zero-extended.
+ */
+struct plat_misc_device {
+	const char *name;
+	int (*open)(struct inode *inode, struct file *file);
+	int (*release)(struct inode *inode, struct file *file);
+	long (*ioctl)(struct file *file, unsigned int cmd, unsigned long arg);
+	unsigned long storage[64];
+};
+int plat_misc_register(struct plat_misc_device *device);
+void plat_misc_deregister(struct plat_misc_device *device);
+
+/*
+ * Proc files. Reading and seeking are those of a single-record sequence file,
+ * which open makes with single_open; they end with the file's removal, which
+ * waits for calls that run. The record lives until then.
+ */
+struct plat_proc_ops {
+	int (*open)(struct inode *inode, struct file *file);
+	/* null: writing is refused. Bytes taken, or -errno; buffer is user memory. */
+	long (*write)(struct file *file, const char *buffer, size_t count, long long *position);
+	unsigned long storage[16];
+};
+struct proc_dir_entry *plat_proc_mkdir(const char *name, struct proc_dir_entry *parent);
+struct proc_dir_entry *plat_proc_create_data(const char *name, u16 mode,
+					     struct proc_dir_entry *parent,
+					     struct plat_proc_ops *ops, void *data);
+void plat_proc_remove(struct proc_dir_entry *entry);
+int plat_single_open(struct file *file, int (*show)(struct seq_file *seq, void *data), void *data);
+/* One formatted write, "%s". */
+void plat_seq_puts(struct seq_file *seq, const char *text);
 
 /* A GPL-only symbol by name; holds a reference on its module until symbol_put. Null when absent. */
 void *plat_symbol_get(const char *name);

@@ -103,6 +103,25 @@ TEST_F(Input, a_table_of_another_instance_configures_nothing_here)
 	command("xml", "drop 0x03000000");
 }
 
+// Their one number would be taken from under the second when the first is released.
+TEST_F(Input, of_two_leaves_with_one_hwirq_only_the_first_can_be_used)
+{
+	combiner twins = make_combiner(0, 2);
+
+	twins.leaves[1].hwirq = twins.leaves[0].hwirq;
+	configure({twins});
+	load();
+	ASSERT_EQ(regist(twins.leaves[0]), 0);
+	EXPECT_EQ(regist(twins.leaves[1]), 14);
+	EXPECT_TRUE(logged("1 [mapping irq]hwirq=0 is another leaf's"));
+	EXPECT_EQ(subscribe(twins.leaves[1], 1), -14);
+	EXPECT_EQ(unregist(twins.leaves[1]), 0);
+	clear_events();
+	fire_open(twins.leaves[0]);
+	expect_events(1);
+	EXPECT_EQ(unregist(twins.leaves[0]), 0);
+}
+
 TEST_F(Input, mistyped_commands_say_what_is_wrong)
 {
 	for (const auto &[file, line] : {std::pair{"cpld", "asert c0.0"},

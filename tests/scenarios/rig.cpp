@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace rig {
 
@@ -43,31 +44,36 @@ void add_leaf_keys(cfg::keys &keys, const leaf &leaf)
 
 void add_nodes(cfg::table &table, const combiner &combiner)
 {
-	cfg::entries &node = table.nodes["irq_combiner@" + std::to_string(combiner.id)];
+	cfg::entries &node = table.nodes["irq_combiner@" + std::to_string(combiner.node)];
 
 	node["global_cfg"] = {{"async", combiner.async},
 			      {"direct", combiner.direct},
+			      {"gpio", combiner.gpio},
+			      {"irq_type", combiner.irq_type},
+			      {"int_type", combiner.int_type},
 			      {"allow_max", combiner.allow_max},
 			      {"suppress_ms", combiner.suppress_ms}};
 	for (size_t i = 0; i < combiner.leaves.size(); i++)
 		add_leaf_keys(node["hwirq_cfg" + std::to_string(i)], combiner.leaves[i]);
 }
 
-std::string level_word(const level &level)
+std::string level_word(u32 inst, const level &level)
 {
-	return hex(level.chip) + ":" + (level.en == 0xffffffff ? "-" : hex(level.en)) + ":" +
-	       hex(level.status) + ":" + std::to_string(level.shift) + ":" + hex(level.mask) + ":" +
+	return hex(inst) + "/" + hex(level.chip) + ":" +
+	       (level.en == 0xffffffff ? "-" : hex(level.en)) + ":" + hex(level.status) + ":" +
+	       std::to_string(level.shift) + ":" + hex(level.mask) + ":" +
 	       (level.latched ? "latched" : "level");
 }
 
 std::string source_command(const combiner &combiner, const leaf &leaf)
 {
-	std::string line = "source " + leaf.name + " 0xffffffff " + std::to_string(combiner.line);
+	std::string line = "source " + leaf.name + " " + hex(combiner.inst) + " " +
+			   std::to_string(combiner.line);
 
 	for (const level &level : combiner.outer)
-		line += " " + level_word(level);
+		line += " " + level_word(combiner.outer_inst, level);
 	for (const level &level : leaf.levels)
-		line += " " + level_word(level);
+		line += " " + level_word(combiner.inst, level);
 	// The hardware of a direct combiner has no registers that the driver knows.
 	if (leaf.levels.empty())
 		line += " 0xfffffffe:-:" + hex(0x1000 + combiner.id) + ":0:0x1:level";
@@ -104,6 +110,78 @@ combiner make_combiner(u32 id, u32 leaves, u32 depth)
 	return combiner;
 }
 
+combiner make_card_combiner(u32 card_no, u32 index, u32 leaves, u32 depth)
+{
+	combiner combiner = make_combiner(32 + 4 * card_no + index, leaves, depth);
+
+	combiner.inst = card_inst(card_no);
+	combiner.node = index;
+	for (u32 number = 0; number < leaves; number++) {
+		combiner.leaves[number].name = "k" + std::to_string(card_no) + "i" +
+					       std::to_string(index) + "." + std::to_string(number);
+		combiner.leaves[number].inst = combiner.inst;
+		combiner.leaves[number].index = card_no * 0x10000 + index * 0x100 + number;
+	}
+	return combiner;
+}
+
+void place_at_gpio(combiner &combiner, u32 pin)
+{
+	combiner.int_type = 1;
+	combiner.gpio = BOARD_GPIO_BASE + pin;
+	combiner.line = BOARD_GPIO_LINE + pin;
+}
+
+void place_behind(combiner &combiner, const rig::combiner &outer, const leaf &leaf)
+{
+	combiner.int_type = 2;
+	combiner.line = outer.line;
+	combiner.outer_inst = outer.inst;
+	combiner.outer = outer.outer;
+	combiner.outer.insert(combiner.outer.end(), leaf.levels.begin(), leaf.levels.end());
+}
+
+subscriber::subscriber(u32 receive_buffer, u32 protocol)
+	: handle_(world::netlink_open(protocol, receive_buffer))
+{
+	EXPECT_GT(handle_, 0) << "no netlink socket of protocol " << protocol;
+	if (handle_ > 0)
+		port_ = world::netlink_port(handle_);
+}
+
+void subscriber::close()
+{
+	if (handle_ > 0)
+		world::netlink_close(handle_);
+	handle_ = -1;
+}
+
+std::optional<drv_intr_nl_leaf> subscriber::receive(unsigned timeout_ms)
+{
+	const std::string bytes = world::netlink_receive(handle_, timeout_ms);
+	drv_intr_nl_msg message;
+
+	if (bytes.empty())
+		return {};
+	EXPECT_EQ(bytes.size(), sizeof(message));
+	if (bytes.size() != sizeof(message))
+		return {};
+	memcpy(&message, bytes.data(), sizeof(message));
+	EXPECT_EQ(message.nlmsg_len, sizeof(message));
+	EXPECT_EQ(message.nlmsg_type, 0);
+	EXPECT_EQ(message.nlmsg_flags, 0);
+	EXPECT_EQ(message.nlmsg_seq, 0u);
+	EXPECT_EQ(message.nlmsg_pid, 0u);
+	return message.leaf;
+}
+
+bool subscriber::receives(const leaf &leaf, unsigned timeout_ms)
+{
+	const std::optional<drv_intr_nl_leaf> got = receive(timeout_ms);
+
+	return got && got->index_id == leaf.index && got->type == leaf.type;
+}
+
 bool eventually(const std::function<bool()> &condition, unsigned deadline_ms)
 {
 	for (unsigned waited = 0;; waited += 2) {
@@ -117,7 +195,7 @@ bool eventually(const std::function<bool()> &condition, unsigned deadline_ms)
 
 void Scenario::SetUp()
 {
-	world::start();
+	ASSERT_TRUE(world::start(firmware())) << "this machine was booted with other firmware";
 	command("cpld", "reset");
 	command("cpld", "trace on");
 	clear_log();
@@ -136,29 +214,47 @@ void Scenario::TearDown()
 	command("monitor", "off");
 	command("cpld", "reset");
 	command("client", "clear");
-	world::control("xml", "drop 0xffffffff");
+	for (const auto &[inst, table] : tables_)
+		world::control("xml", "drop " + hex(inst));
 	for (const std::string &complaint : world::finish())
 		ADD_FAILURE() << complaint;
 }
 
 void Scenario::configure(const std::vector<combiner> &combiners)
 {
-	table_ = {};
+	for (auto &[inst, table] : tables_)
+		table.nodes.clear();
+	table(); // the board's, also when it describes nothing
 	for (const combiner &combiner : combiners) {
-		add_nodes(table_, combiner);
+		add_nodes(table(combiner.inst), combiner);
+		if (combiner.inst != XML_TABLE_BOARD)
+			table(combiner.inst).nodes["global_cfg"]["common"]["combiner_bitmap"] |=
+				1u << combiner.node;
 		for (const leaf &leaf : combiner.leaves)
 			command("cpld", source_command(combiner, leaf));
 	}
-	install();
+	for (const auto &[inst, table] : tables_)
+		install(inst);
 }
 
-void Scenario::install()
+cfg::table &Scenario::table(u32 inst)
+{
+	return tables_.try_emplace(inst, cfg::table{inst, {}}).first->second;
+}
+
+void Scenario::install(u32 inst)
 {
 	cfg::bytes bytes;
 	std::string why;
 
-	ASSERT_TRUE(cfg::write_table(table_, bytes, why)) << why;
+	ASSERT_TRUE(cfg::write_table(table(inst), bytes, why)) << why;
 	ASSERT_EQ(world::write_blob("xml_table", bytes), 0);
+}
+
+void Scenario::drop_table(u32 inst)
+{
+	command("xml", "drop " + hex(inst));
+	tables_.erase(inst);
 }
 
 void Scenario::load()
@@ -223,7 +319,7 @@ long Scenario::unregist(const leaf &leaf)
 void Scenario::fire_open(const leaf &leaf)
 {
 	const level &own = leaf.levels.back();
-	const std::string peek = "peek 0xffffffff " + hex(own.chip) + " " + hex(own.en);
+	const std::string peek = "peek " + hex(leaf.inst) + " " + hex(own.chip) + " " + hex(own.en);
 	const auto open = [&] {
 		const u32 reg =
 			static_cast<u32>(strtoul(command("cpld", peek).c_str(), nullptr, 0));
@@ -237,6 +333,86 @@ void Scenario::fire_open(const leaf &leaf)
 int Scenario::depth(const std::string &line)
 {
 	return static_cast<int>(ask("board", "depth " + line));
+}
+
+static int leaf_command(u32 cmd, const leaf &leaf, u32 argument)
+{
+	drv_intr_ioctl_para para{};
+
+	para.index_id = leaf.index;
+	para.type = leaf.type;
+	para.pid = argument; // shares its place with `enable`
+	return world::ioctl(cmd, &para);
+}
+
+int Scenario::subscribe(const leaf &leaf, u32 port)
+{
+	return leaf_command(DRV_INTR_IOC_SET_PID, leaf, port);
+}
+
+int Scenario::unsubscribe(const leaf &leaf, u32 port)
+{
+	return leaf_command(DRV_INTR_IOC_UNSET_PID, leaf, port);
+}
+
+int Scenario::enable(const leaf &leaf, u32 on)
+{
+	return leaf_command(DRV_INTR_IOC_SET_INT_EN, leaf, on);
+}
+
+static int card_command(u32 cmd, u32 inst)
+{
+	drv_intr_ioctl_para para{};
+
+	para.inst_id = inst;
+	return world::ioctl(cmd, &para);
+}
+
+int Scenario::card_up(u32 inst)
+{
+	return card_command(DRV_INTR_IOC_INIT_CARD, inst);
+}
+
+int Scenario::card_down(u32 inst)
+{
+	return card_command(DRV_INTR_IOC_DEINIT_CARD, inst);
+}
+
+std::string Scenario::report(u32 cmd, u32 virq)
+{
+	std::vector<char> buffer(DRV_INTR_REPORT_MAX);
+	drv_intr_ioctl_para para{};
+
+	para.buf = reinterpret_cast<uintptr_t>(buffer.data());
+	para.buf_len = DRV_INTR_REPORT_MAX;
+	para.virq = virq;
+	return world::ioctl(cmd, &para) == 0 ? buffer.data() : "";
+}
+
+std::string Scenario::proc(const std::string &file)
+{
+	const int handle = world::proc_open(file);
+	std::vector<char> part(1 << 16);
+	std::string text;
+
+	EXPECT_GT(handle, 0) << file;
+	if (handle <= 0)
+		return text;
+	for (long got; (got = world::proc_read(handle, part.data(), part.size())) > 0;)
+		text.append(part.data(), static_cast<size_t>(got));
+	world::proc_close(handle);
+	return text;
+}
+
+int Scenario::set_proc(const std::string &file, const std::string &text)
+{
+	const int handle = world::proc_open(file, true);
+
+	if (handle <= 0)
+		return handle;
+	const long done = world::proc_write(handle, text.data(), text.size());
+	world::proc_close(handle);
+	return static_cast<int>(done < 0 ? done : 0);
 }
 
 // The text of one field of "a=... b=... c=..."; fields may hold blanks or nothing.

@@ -7,11 +7,15 @@
 #define TESTS_SCENARIOS_RIG_H
 
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "lines.h"
+#include "uapi/intr.h"
 #include "world/world.h"
 
 namespace rig {
@@ -34,6 +38,7 @@ struct leaf {
 	u32 irq_type = 8;
 	std::vector<level> levels; // outermost first
 	u32 allow_max = 100000;
+	u32 inst = XML_TABLE_BOARD; // of its registers
 };
 
 struct combiner {
@@ -45,12 +50,51 @@ struct combiner {
 	u32 suppress_ms = 1000;
 	u32 line = id;
 	std::vector<level> outer{}; // of a nested combiner: the levels of the leaf it stands behind
+	u32 inst = XML_TABLE_BOARD; // whose configuration and registers
+	u32 outer_inst = XML_TABLE_BOARD; // of the outer levels' registers
+	u32 node = id; // number of the node; of a card's combiner its index there
+	u32 int_type = 0; // 1: behind GPIO pin `gpio`, 2: behind a leaf
+	u32 gpio = 0;
+	u32 irq_type = 8;
 };
 
 // A leaf of combiner `id` behind `depth` levels; the outer ones are shared by all
 // its leaves. Named "c<id>.<number>", index_id 0x<id>00 + number. Latched leaf level.
 leaf make_leaf(u32 id, u32 number, u32 depth = 2);
 combiner make_combiner(u32 id, u32 leaves, u32 depth = 2);
+
+// The combiner that is number `index` of card `card_no`, with instance id
+// card_no << 24, names "k<card>i<index>.<number>" and index_ids from
+// 0x<card>0<index>00 on; its registers are those of the card's instance.
+combiner make_card_combiner(u32 card_no, u32 index, u32 leaves, u32 depth = 2);
+// Behind a GPIO pin of the board, counted from 0.
+void place_at_gpio(combiner &combiner, u32 pin);
+// Behind a leaf of another combiner, as a card's combiner has it: (card number, 7).
+void place_behind(combiner &combiner, const rig::combiner &outer, const leaf &leaf);
+inline u32 card_inst(u32 card_no)
+{
+	return card_no << 24;
+}
+
+// A process with a bound netlink socket of the driver's protocol.
+class subscriber {
+public:
+	explicit subscriber(u32 receive_buffer = 0, u32 protocol = 30);
+	~subscriber() { close(); }
+	subscriber(const subscriber &) = delete;
+	subscriber &operator=(const subscriber &) = delete;
+
+	u32 port() const { return port_; }
+	void close();
+	// The next message, checked to be one of the driver; nothing when none came.
+	std::optional<drv_intr_nl_leaf> receive(unsigned timeout_ms = 5000);
+	bool receives(const leaf &leaf, unsigned timeout_ms = 5000);
+	bool silent() { return !receive(30); }
+
+private:
+	int handle_;
+	u32 port_ = 0;
+};
 
 struct event {
 	u32 index, type;
@@ -66,11 +110,13 @@ protected:
 	void SetUp() override;
 	void TearDown() override;
 
-	// Configuration and sources of these combiners, before load().
+	// Configuration and sources of these combiners, before load(): a table for
+	// each instance, a card's with the bitmap of its combiners.
 	void configure(const std::vector<combiner> &combiners);
-	cfg::table &table() { return table_; }
-	// Writes the table again after it was changed by hand.
-	void install();
+	cfg::table &table(u32 inst = XML_TABLE_BOARD);
+	// Writes an instance's table again after it was changed by hand.
+	void install(u32 inst = XML_TABLE_BOARD);
+	void drop_table(u32 inst);
 
 	void load();
 	void unload();
@@ -92,6 +138,18 @@ protected:
 	void fire_open(const leaf &leaf);
 	int depth(const std::string &line);
 
+	// Commands of the control device: 0 or a negative errno.
+	int subscribe(const leaf &leaf, u32 port);
+	int unsubscribe(const leaf &leaf, u32 port);
+	int enable(const leaf &leaf, u32 on = 1);
+	int card_up(u32 inst);
+	int card_down(u32 inst);
+	// A report's text; empty when it is refused.
+	std::string report(u32 cmd, u32 virq = 0);
+	// The driver's proc file, read as cat does.
+	std::string proc(const std::string &file);
+	int set_proc(const std::string &file, const std::string &text);
+
 	std::vector<event> events();
 	void clear_events();
 	bool wait_events(size_t count);
@@ -110,9 +168,11 @@ protected:
 	void record(const char *kind, const std::vector<std::string> &lines);
 
 	bool loaded() const { return loaded_; }
+	// The firmware that this suite's machine was booted with.
+	virtual world::firmware firmware() const { return world::firmware::device_tree; }
 
 private:
-	cfg::table table_;
+	std::map<u32, cfg::table> tables_;
 	std::vector<std::string> devices_;
 	bool loaded_ = false;
 };

@@ -359,6 +359,13 @@ TEST(cfgc, sources_give_each_leaf_its_chain)
 			  parse(board("<node name='slot_isr_0x1a'>" + leaf(0, "combiner_id='0'") +
 				      "</node><node name='irq_combiner@0'><entry name='global_cfg' "
 				      "chip_id='7'/></node>"))));
+	EXPECT_EQ("source combiner3.leaf0 0xffffffff 34 0x2:0x10:0x11:0:0x1:level\n",
+		  cfg::sources(parse(board("<node name='global_cfg'><entry name='common' "
+					   "cfg_type_bitmap='4' gpio_bitmap='8'/></node>"
+					   "<node name='irq_combiner@3'><entry name='global_cfg' "
+					   "chip_id='2' gpio='402'/>" +
+					   leaf(0) + "</node>"))))
+		<< "pin 2 of the board is its line 34";
 }
 
 TEST(cfgc, picture_joins_leaves_that_share_a_level)

@@ -62,11 +62,8 @@ class Driver : public testing::Test {
 protected:
 	void SetUp() override
 	{
-		world::start();
+		ASSERT_TRUE(world::start());
 		drv_intr_ctrl_init();
-		g_drv_intr_ctrl.global_cfg = {};
-		g_drv_intr_ctrl.int_debug_switch = 0;
-		g_drv_intr_ctrl.debug_irq = 0;
 		calls[0] = calls[1] = 0;
 	}
 
@@ -75,7 +72,6 @@ protected:
 		if (loaded_) {
 			EXPECT_EQ(world::unload(), 0);
 		}
-		g_drv_intr_ctrl.int_debug_switch = 0;
 		write_control("xml", "drop 0xffffffff");
 		write_control("cpld", "reset");
 		EXPECT_THAT(world::finish(), IsEmpty());

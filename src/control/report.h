@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The text reports for people. Each function writes its text at `buffer`, at
+// most size - 1 characters and always a NUL, and returns the number of
+// characters without it: what does not fit is cut. They log nothing and change
+// nothing. size is above 0, buffer zero-filled.
+//
+// The four whole reports walk the records inside an srcu_reader of their own;
+// counters and states may change between two lines. Process context.
+#ifndef INTR_CONTROL_REPORT_H
+#define INTR_CONTROL_REPORT_H
+
+#include "core/records.h"
+
+u32 drv_intr_dbg_print_runtime(char *buffer, u32 size);
+u32 drv_intr_dbg_print_cfg(char *buffer, u32 size);
+u32 drv_intr_dbg_print_int_debug_switch(char *buffer, u32 size);
+
+// The leaf with this Linux interrupt number: 0, nothing written, when there is
+// none, for number 0, or when the monitor cannot answer for it.
+u32 drv_intr_dbg_print_irq(char *buffer, u32 size, u32 virq);
+
+// The word for a debug switch.
+[[nodiscard]] inline const char *drv_intr_on_off(u32 value)
+{
+	return value != 0 ? "on" : "off";
+}
+
+enum drv_intr_report : u32 {
+	DRV_INTR_REPORT_RUNTIME,
+	DRV_INTR_REPORT_CFG,
+	DRV_INTR_REPORT_DEBUG_SWITCH,
+};
+
+// Puts one report into the sequence file; nothing for any other type, or without memory.
+void drv_intr_dbg_show(seq_file *seq, u32 report_type);
+
+#endif

@@ -1,0 +1,800 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// What people read: the text reports to the byte, the proc files, and what the
+// debug switches let into the log.
+#include <algorithm>
+#include <cstring>
+
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+
+#include "rig.h"
+
+namespace rig {
+
+static constexpr u32 REGISTERS = 0x5ff00000; // the board's CPU-side registers
+static constexpr const char *proc_files[] = {"int_debug_switch", "debug_irq", "runtime", "cfg"};
+
+// A text with the numbers that only the running system knows.
+static std::string fill(std::string text, const std::map<std::string, long> &numbers)
+{
+	for (const auto &[name, value] : numbers) {
+		for (size_t at; (at = text.find(name)) != std::string::npos;)
+			text.replace(at, name.size(), std::to_string(value));
+	}
+	return text;
+}
+
+class Report : public Scenario {
+protected:
+	// A combiner of every kind, and one of which nothing is said.
+	void bring_up()
+	{
+		combiner c0 = make_combiner(0, 2, 2);
+
+		c0.async = 1;
+		c0.irq_type = 1;
+		c0.leaves[0].levels[0].en = 0xffffffff;
+		c0.leaves[0].sync = 1;
+		c0.leaves[1].irq_type = 4;
+		c0.leaves[1].levels[0].shift = 8;
+		c0.leaves[1].levels[0].mask = 0x3;
+		configure({c0});
+		cfg::nodes &nodes = table().nodes;
+		nodes["global_cfg"]["common"] = {
+			{"cfg_type_bitmap", 7}, {"acpi_bitmap", 0xf00}, {"netlink_id", 31}};
+		cfg::entries &first = nodes["irq_combiner@0"];
+		first["global_cfg"]["chip_id"] = 2;
+		first["cpu_default_cfg0"] = cpu_write(0x10, 8, 0xff, 0xab);
+		first["cpu_cfg0"] = cpu_write(0x10, 16, 0xf, 0x5);
+		first["cpu_cfg1"] = cpu_write(0x20, 0, 1, 1);
+		nodes["irq_combiner@1"]["global_cfg"] = {{"int_type", 2}, {"irq_type", 2}};
+		nodes["irq_combiner@2"]["global_cfg"] = {
+			{"int_type", 1}, {"irq_type", 4}, {"gpio", 401}, {"direct", 1}};
+		nodes["irq_combiner@2"]["hwirq_cfg0"] = {{"type", 7}, {"hwirq", 5}};
+		nodes["irq_combiner@3"]["global_cfg"] = {{"int_type", 9}, {"irq_type", 3}};
+		install();
+		load();
+		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+		leaf_ = c0.leaves[0];
+	}
+
+	static cfg::keys cpu_write(u32 offset, u32 shift, u32 mask, u32 value)
+	{
+		return {{"reg_addr", REGISTERS + offset},
+			{"shift", shift},
+			{"mask", mask},
+			{"value", value}};
+	}
+
+	long line_virq(u32 line) { return ask("board", "virq line:" + std::to_string(line)); }
+	std::map<std::string, long> numbers()
+	{
+		std::map<std::string, long> numbers;
+
+		for (u32 line = 0; line < 5; line++)
+			numbers["$P" + std::to_string(line)] = line_virq(line);
+		numbers["$L"] = ask("client", "find 0 3");
+		numbers["$D"] = ask("client", "find 0xffffffff 7");
+		return numbers;
+	}
+
+	leaf leaf_;
+};
+
+static constexpr char CFG_TEXT[] = R"(global cfg
+  cfg_type_bitmap       : 0x7(bit0=acpi, bit1=dts, bit2=gpio)
+  acpi_bitmap           : 0xf00
+  gpio_bitmap           : 0x0
+  netlink_id            : 31
+
+intr0
+common cfg
+  chip id               : 2
+  allow_max             : 1000000
+  suppress_ms           : 1000
+  policy                : 1
+  direct                : 0
+  irq_type              : 1(rising)
+  int_type              : 0(external, only valid for card combiner)
+  gpio                  : 0
+cpu default cfg
+  cfg0
+    reg_addr            : 0x5ff00010
+    shift               : 8
+    mask                : 0xff
+    value               : 0xab
+cpu cfg
+  cfg0
+    reg_addr            : 0x5ff00010
+    shift               : 16
+    mask                : 0xf
+    value               : 0x5
+  cfg1
+    reg_addr            : 0x5ff00020
+    shift               : 0
+    mask                : 0x1
+    value               : 0x1
+hwirq cfg
+  cfg0
+    index_id            : 0x0
+    type                : 3
+    hwirq               : 0
+    irq_type            : 8
+    allow_max           : 100000
+    suppress_ms         : 1000
+    policy              : 1
+    level_num           : 2
+    sync                : 1
+    level_reg_info
+      level0
+        chip_id         : 0x1
+        en_reg          : 0xffffffff
+        status_reg      : 0x20
+        shift           : 0
+        mask            : 0x1
+        statuc_wc       : 0
+      level1
+        chip_id         : 0x1
+        en_reg          : 0x40
+        status_reg      : 0x60
+        shift           : 0
+        mask            : 0x1
+        statuc_wc       : 1
+  cfg1
+    index_id            : 0x1
+    type                : 3
+    hwirq               : 1
+    irq_type            : 4
+    allow_max           : 100000
+    suppress_ms         : 1000
+    policy              : 1
+    level_num           : 2
+    sync                : 0
+    level_reg_info
+      level0
+        chip_id         : 0x1
+        en_reg          : 0x10
+        status_reg      : 0x20
+        shift           : 8
+        mask            : 0x3
+        statuc_wc       : 0
+      level1
+        chip_id         : 0x1
+        en_reg          : 0x40
+        status_reg      : 0x60
+        shift           : 1
+        mask            : 0x1
+        statuc_wc       : 1
+
+intr1
+common cfg
+  chip id               : 4294967295
+  allow_max             : 2500
+  suppress_ms           : 1000
+  policy                : 1
+  direct                : 0
+  irq_type              : 2(falling)
+  int_type              : 2(combiner, only valid for card combiner)
+  gpio                  : 0
+
+intr2
+common cfg
+  chip id               : 4294967295
+  allow_max             : 2500
+  suppress_ms           : 1000
+  policy                : 1
+  direct                : 1
+  irq_type              : 4(high)
+  int_type              : 1(gpio, only valid for card combiner)
+  gpio                  : 401
+hwirq cfg
+  cfg0
+    index_id            : 0xffffffff
+    type                : 7
+    hwirq               : 5
+    irq_type            : 8
+    allow_max           : 250
+    suppress_ms         : 1000
+    policy              : 1
+    level_num           : 0
+    sync                : 0
+
+intr3
+common cfg
+  chip id               : 4294967295
+  allow_max             : 2500
+  suppress_ms           : 1000
+  policy                : 1
+  direct                : 0
+  irq_type              : 3(unknown)
+  int_type              : 9(unknown, only valid for card combiner)
+  gpio                  : 0
+
+intr4
+common cfg
+  chip id               : 4294967295
+  allow_max             : 2500
+  suppress_ms           : 1000
+  policy                : 1
+  direct                : 0
+  irq_type              : 8(low)
+  int_type              : 0(external, only valid for card combiner)
+  gpio                  : 0
+)";
+
+static constexpr char RUNTIME_TEXT[] = R"(intr ctrl
+  debug_irq             : 0
+  int_debug_switch      : 0
+
+combiner0
+  inst_id               : 0xffffffff
+  virq                  : $P0
+  hwirq                 : 132
+  parent int cnt        : 0
+  virq depth            : 0
+  irq info
+    irq info0
+      index_id          : 0x0
+      type              : 3
+      hwirq             : 0
+      virq              : $L
+      virq depth        : 2
+    irq info1
+      index_id          : 0x1
+      type              : 3
+      hwirq             : 1
+      virq              : 0
+
+combiner1
+  inst_id               : 0xffffffff
+  virq                  : $P1
+  hwirq                 : 133
+  parent int cnt        : 0
+  index_id              : 0
+  type                  : 0
+  virq depth            : 0
+  irq info
+    no irq info
+
+combiner2
+  inst_id               : 0xffffffff
+  virq                  : $P2
+  hwirq                 : 134
+  parent int cnt        : 0
+  virq depth            : 1
+  irq info
+    irq info0
+      index_id          : 0xffffffff
+      type              : 7
+      hwirq             : 5
+      virq              : $D
+      virq depth        : 1
+
+combiner3
+  inst_id               : 0xffffffff
+  virq                  : $P3
+  hwirq                 : 135
+  parent int cnt        : 0
+  virq depth            : 0
+  irq info
+    no irq info
+
+combiner4
+  inst_id               : 0xffffffff
+  virq                  : $P4
+  hwirq                 : 136
+  parent int cnt        : 0
+  virq depth            : 0
+  irq info
+    no irq info
+
+)";
+
+static constexpr char LEAF_TEXT[] = R"(    runtime info
+      Suppress count    : 0
+      Suppress state    : 0(0=normal, 1=suppressed)
+      index_id          : 0x0
+      type              : 3
+      hwirq             : 0
+      virq              : $L
+      virq depth        : 2
+
+    cfg info
+)";
+
+// Its lines, as they stand in the whole configuration, too.
+static std::string first_leaf_of(const std::string &cfg)
+{
+	const size_t start = cfg.find("    index_id"), end = cfg.find("  cfg1\n    index_id");
+
+	return cfg.substr(start, end - start);
+}
+
+TEST_F(Report, of_every_kind_of_combiner_and_leaf)
+{
+	bring_up();
+	ASSERT_EQ(regist(leaf_), 0);
+	EXPECT_EQ(ask("client", "disable 0 3"), 0);
+	EXPECT_EQ(ask("client", "disable 0 3"), 0);
+	EXPECT_GT(ask("client", "map 0xffffffff 7"), 0); // and not requested
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_CFG), CFG_TEXT);
+	EXPECT_EQ(proc("cfg"), CFG_TEXT);
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_RUNTIME), fill(RUNTIME_TEXT, numbers()));
+	EXPECT_EQ(proc("runtime"), fill(RUNTIME_TEXT, numbers()));
+	const auto virq = static_cast<u32>(numbers()["$L"]);
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_VIRQ, virq),
+		  fill(LEAF_TEXT, numbers()) + first_leaf_of(CFG_TEXT));
+}
+
+TEST_F(Report, of_the_bitmaps_that_are_in_use)
+{
+	static constexpr char netlink[] = "  netlink_id            : 30\n";
+
+	for (const auto &[bitmap, lines] :
+	     {std::pair{2u, ""}, {3u, "  acpi_bitmap           : 0x100\n"}}) {
+		configure({});
+		table().nodes["global_cfg"]["common"] = {{"cfg_type_bitmap", bitmap},
+							 {"acpi_bitmap", 0x100},
+							 {"gpio_bitmap", 0x200}};
+		install();
+		load();
+		const std::string head = "global cfg\n  cfg_type_bitmap       : 0x" +
+					 std::to_string(bitmap) +
+					 "(bit0=acpi, bit1=dts, bit2=gpio)\n" + lines + netlink;
+		EXPECT_EQ(report(DRV_INTR_IOC_DBG_CFG).substr(0, head.size()), head);
+		unload();
+	}
+	// A board of GPIO combiners only, and none of them.
+	configure({});
+	table().nodes["global_cfg"]["common"] = {{"cfg_type_bitmap", 4}};
+	install();
+	load();
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_CFG),
+		  std::string("global cfg\n  cfg_type_bitmap       : 0x4(bit0=acpi, bit1=dts, "
+			      "bit2=gpio)\n  gpio_bitmap           : 0x0\n") +
+			  netlink);
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_RUNTIME), "intr ctrl\n"
+						    "  debug_irq             : 0\n"
+						    "  int_debug_switch      : 0\n\n");
+}
+
+TEST_F(Report, that_is_larger_than_the_largest_buffer)
+{
+	combiner c = make_combiner(0, 60, 5);
+
+	configure({c});
+	load();
+	const std::string text = report(DRV_INTR_IOC_DBG_CFG);
+	EXPECT_EQ(text.size(), DRV_INTR_REPORT_MAX - 1);
+	EXPECT_EQ(proc("cfg"), text);
+	size_t leaves = 0;
+	for (size_t at = 0;
+	     (at = text.find("\n  cfg" + std::to_string(leaves) + "\n", at)) != std::string::npos;)
+		leaves++;
+	EXPECT_GT(leaves, 40u); // one after the other, up to the cut
+}
+
+// The leaf between two combiners is the parent line that the monitor bounds.
+TEST_F(Report, of_a_suppressed_leaf)
+{
+	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 1);
+
+	inner.allow_max = 20;
+	inner.suppress_ms = 2000;
+	inner.leaves[0].sync = 1;
+	inner.line = outer.id;
+	inner.outer = outer.leaves[1].levels;
+	configure({outer, inner});
+	load();
+	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
+	ASSERT_EQ(regist(inner.leaves[0]), 0);
+	const auto virq = static_cast<u32>(ask("client", "find 0x401 3"));
+	const auto head = [&](int count, int state, int depth) {
+		return fill("    runtime info\n"
+			    "      Suppress count    : $C\n"
+			    "      Suppress state    : $S(0=normal, 1=suppressed)\n"
+			    "      index_id          : 0x401\n"
+			    "      type              : 3\n"
+			    "      hwirq             : 1\n"
+			    "      virq              : $V\n"
+			    "      virq depth        : $D\n",
+			    {{"$C", count}, {"$S", state}, {"$V", virq}, {"$D", depth}});
+	};
+	const auto reads = [&](const std::string &text) {
+		return report(DRV_INTR_IOC_DBG_VIRQ, virq).starts_with(text);
+	};
+	EXPECT_TRUE(reads(head(0, 0, 0))) << report(DRV_INTR_IOC_DBG_VIRQ, virq);
+	command("cpld", "assert " + inner.leaves[0].name); // and nobody takes it away
+	EXPECT_TRUE(eventually([&] { return reads(head(1, 1, 1)); }))
+		<< report(DRV_INTR_IOC_DBG_VIRQ, virq);
+	command("cpld", "deassert " + inner.leaves[0].name);
+	EXPECT_TRUE(eventually([&] { return reads(head(1, 0, 0)); }))
+		<< report(DRV_INTR_IOC_DBG_VIRQ, virq);
+}
+
+TEST_F(Report, counts_parent_interrupts)
+{
+	const combiner c = make_combiner(0, 1);
+	const auto count = [&] {
+		const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
+		return std::stoul(text.substr(text.find("parent int cnt") + 24));
+	};
+
+	configure({c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	for (size_t fired = 1; fired <= 3; fired++) {
+		const unsigned long before = count();
+		fire_open(c.leaves[0]);
+		ASSERT_TRUE(wait_events(fired));
+		EXPECT_GT(count(), before);
+	}
+}
+
+class Proc : public Scenario {
+protected:
+	void SetUp() override
+	{
+		Scenario::SetUp();
+		if (HasFatalFailure())
+			return;
+		configure({make_combiner(0, 20, 3), make_combiner(1, 1)});
+		load();
+		clear_log();
+	}
+
+	static long write_to(const std::string &file, const void *data, size_t size)
+	{
+		const int handle = world::proc_open(file, true);
+
+		if (handle <= 0)
+			return handle;
+		const long done = world::proc_write(handle, data, size);
+		world::proc_close(handle);
+		return done;
+	}
+
+	u32 switch_value()
+	{
+		drv_intr_ioctl_para para{};
+
+		EXPECT_EQ(world::ioctl(DRV_INTR_IOC_GET_INT_DEBUG_EN, &para), 0);
+		return para.result;
+	}
+
+	// The number behind "debug irq: ".
+	u32 debug_irq()
+	{
+		const std::string text = proc("debug_irq");
+
+		return static_cast<u32>(std::stoul(text.substr(text.find("debug irq: ") + 11)));
+	}
+};
+
+TEST_F(Proc, reads_the_same_in_whatever_pieces)
+{
+	for (const char *file : proc_files) {
+		const std::string text = proc(file);
+		const auto size = static_cast<long>(text.size());
+		char one, rest[512];
+		std::string pieces;
+
+		ASSERT_FALSE(text.empty()) << file;
+		const int handle = world::proc_open(file);
+		ASSERT_GT(handle, 0) << file;
+		while (pieces.size() <= text.size() && world::proc_read(handle, &one, 1) == 1)
+			pieces += one;
+		EXPECT_EQ(pieces, text) << file;
+		for (const long position : {size / 2, 1l, size - 1, 0l, size}) {
+			EXPECT_EQ(world::proc_seek(handle, position), position) << file;
+			const long due = std::min<long>(size - position, sizeof(rest));
+			ASSERT_EQ(world::proc_read(handle, rest, sizeof(rest)), due) << file;
+			EXPECT_EQ(std::string(rest, static_cast<size_t>(due)),
+				  text.substr(static_cast<size_t>(position),
+					      static_cast<size_t>(due)))
+				<< file;
+		}
+		EXPECT_EQ(world::proc_seek(handle, 0), 0) << file;
+		EXPECT_EQ(world::proc_read(handle, nullptr, 1), -14) << file;
+		world::proc_close(handle);
+	}
+	EXPECT_GT(proc("cfg").size(), 8192u); // more than a page or two
+	EXPECT_EQ(proc("debug_irq"), proc("int_debug_switch"));
+	EXPECT_EQ(proc("debug_irq"), "interrupt debug switch: 0(off)\ndebug irq: 0\n");
+}
+
+struct written_number {
+	const char *text;
+	u32 value;
+};
+
+// Both files, by the same rules; each starts from a value that must be replaced.
+TEST_F(Proc, writes_store_a_number)
+{
+	for (const written_number &c : {written_number{"1\n", 1},
+					{"0x2a", 42},
+					{"0X2A\n", 42},
+					{"010", 8},
+					{"18 and more", 18},
+					{"abc", 0},
+					{"-1", 0},
+					{" 7", 0},
+					{"\n", 0},
+					{"", 0},
+					{"4294967295", 0xffffffff},
+					{"4294967297", 1},
+					{"00000000017", 15},
+					{"000000000001", 0},
+					{"1234567890123456789\n", 3755744309u}}) {
+		const std::string now = std::to_string(c.value);
+		const size_t size = strlen(c.text);
+		ASSERT_EQ(set_proc("int_debug_switch", "7"), 0);
+		ASSERT_EQ(set_proc("debug_irq", "9"), 0);
+		clear_log();
+		EXPECT_EQ(write_to("debug_irq", c.text, size), static_cast<long>(size)) << c.text;
+		EXPECT_EQ(write_to("int_debug_switch", c.text, size), static_cast<long>(size));
+		EXPECT_EQ(debug_irq(), c.value) << c.text;
+		EXPECT_EQ(switch_value(), c.value) << c.text;
+		const std::vector<std::string> expected = {
+			"2 [irq combiner debug irq write]debug irq is set, old:9, new:" + now,
+			"2 [irq combiner int debug switch write]interrupt debug switch is set, "
+			"old:7(on), new:" +
+				now + (c.value ? "(on)" : "(off)"),
+		};
+		EXPECT_EQ(log(), expected) << c.text;
+	}
+	ASSERT_EQ(set_proc("int_debug_switch", "0"), 0);
+	clear_log();
+	ASSERT_EQ(set_proc("int_debug_switch", "1\n"), 0);
+	EXPECT_TRUE(logged("old:0(off), new:1(on)"));
+	// A write neither uses nor moves the place where reading goes on.
+	const int handle = world::proc_open("debug_irq", true);
+	ASSERT_GT(handle, 0);
+	EXPECT_EQ(world::proc_seek(handle, 5), 5);
+	EXPECT_EQ(world::proc_write(handle, "3", 1), 1);
+	char text[6] = "";
+	EXPECT_EQ(world::proc_read(handle, text, 5), 5);
+	EXPECT_STREQ(text, "rupt ");
+	EXPECT_EQ(debug_irq(), 3u);
+	world::proc_close(handle);
+}
+
+TEST_F(Proc, writes_that_are_refused)
+{
+	char *hole = world::page_before_hole() + sysconf(_SC_PAGESIZE);
+
+	ASSERT_EQ(set_proc("int_debug_switch", "5"), 0);
+	ASSERT_EQ(set_proc("debug_irq", "6"), 0);
+	hole[-1] = '1';
+	clear_log();
+	for (const char *file : {"int_debug_switch", "debug_irq"}) {
+		EXPECT_EQ(write_to(file, nullptr, 1), -14) << file;
+		EXPECT_EQ(write_to(file, hole - 1, 2), -14) << file;
+	}
+	for (const char *file : {"runtime", "cfg"})
+		EXPECT_EQ(write_to(file, "1", 1), -5) << file;
+	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+	EXPECT_EQ(proc("debug_irq"), "interrupt debug switch: 5(on)\ndebug irq: 6\n");
+	// Only what is looked at must be readable.
+	std::copy_n("12345678901", 11, hole - 11);
+	EXPECT_EQ(write_to("debug_irq", hole - 11, 20), 20);
+	EXPECT_EQ(debug_irq(), 3755744309u);
+}
+
+TEST_F(Proc, without_memory_a_file_is_empty)
+{
+	for (const char *file : proc_files) {
+		command("board", "fault plat_kzalloc 1 0");
+		EXPECT_EQ(proc(file), "") << file;
+		command("board", "fault off");
+		EXPECT_NE(proc(file), "") << file;
+	}
+}
+
+TEST_F(Proc, a_file_that_is_open_when_the_driver_goes_fails)
+{
+	char text[16];
+	std::vector<int> handles;
+
+	for (const char *file : proc_files) {
+		handles.push_back(world::proc_open(file, true));
+		ASSERT_GT(handles.back(), 0) << file;
+	}
+	EXPECT_EQ(world::proc_read(handles[2], text, sizeof(text)), 16); // in the middle
+	unload();
+	for (const bool loaded_again : {false, true}) {
+		for (const int handle : handles) {
+			EXPECT_EQ(world::proc_read(handle, text, sizeof(text)), -5);
+			EXPECT_EQ(world::proc_write(handle, "1", 1), -5);
+		}
+		if (!loaded_again)
+			load();
+	}
+	EXPECT_EQ(switch_value(), 0u);
+	for (const int handle : handles)
+		world::proc_close(handle);
+}
+
+class ReportTrace : public Report {
+protected:
+	void trace_only(long virq)
+	{
+		EXPECT_EQ(set_proc("int_debug_switch", "1"), 0);
+		EXPECT_EQ(set_proc("debug_irq", std::to_string(virq)), 0);
+		clear_log();
+	}
+
+	// The functions that wrote into the log: what stands in brackets.
+	std::vector<std::string> writers()
+	{
+		std::vector<std::string> names;
+
+		for (const std::string &line : log()) {
+			const std::string name = line.substr(3, line.find(']') - 3);
+			if (std::find(names.begin(), names.end(), name) == names.end())
+				names.push_back(name);
+		}
+		return names;
+	}
+
+	size_t lines_with(const std::string &text)
+	{
+		const std::vector<std::string> lines = log();
+
+		return static_cast<size_t>(
+			std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
+				return line.find(text) != std::string::npos;
+			}));
+	}
+};
+
+TEST_F(ReportTrace, switched_off_an_occurrence_writes_nothing)
+{
+	combiner sync = make_combiner(0, 1), async = make_combiner(1, 1),
+		 direct{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
+
+	async.async = 1;
+	sync.leaves[0].sync = 1;
+	configure({sync, async, direct});
+	load();
+	EXPECT_EQ(set_proc("debug_irq", std::to_string(line_virq(0))), 0);
+	for (const combiner &c : {sync, async, direct})
+		ASSERT_EQ(regist(c.leaves[0], "quiesce=" + c.leaves[0].name), 0);
+	clear_log();
+	for (const combiner &c : {sync, async, direct})
+		command("cpld", "assert " + c.leaves[0].name);
+	expect_events(3);
+	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+}
+
+// One leaf's lines are all there, in order, and nobody else's among them.
+TEST_F(ReportTrace, of_one_leaf_to_the_letter)
+{
+	combiner c = make_combiner(0, 2, 1);
+
+	c.leaves[0].sync = 1;
+	configure({c});
+	load();
+	for (const leaf &leaf : c.leaves)
+		ASSERT_EQ(regist(leaf), 0);
+	const long virq = ask("client", "find 0 3");
+	trace_only(virq);
+	fire(c.leaves[0]);
+	EXPECT_TRUE(eventually([&] { return lines_with("[intr irq unmask]success") != 0; }));
+	const std::string clear = R"(2 [intr irq clear]enter, virq=$V
+2 [intr clear irqinfo]enter, virq=$V
+2 [intr clear irqinfo]virq=$V, chip_id=1, en_reg=0x40, status_reg=0x60, shift=0, mask=1, status_wc=1
+2 [intr clear irqinfo]virq=$V, before clr, status(0x60)=0x$B, wr-value=0x1
+2 [intr clear irqinfo]virq=$V, after clr, status(0x60)=0x0
+2 [intr clear irqinfo]success, virq=$V
+2 [intr irq clear]success, virq=$V
+)";
+	const std::string expected = R"(2 [intr irq mask]enter, virq=$V
+2 [intr set irq leaf int en]enter, index_id=0x0, type=3, en=0
+2 [intr set irq leaf int en]success, index_id=0x0, type=3
+)" + fill(clear, {{"$B", 1}}) + R"(2 [intr irq mask]success, virq=$V
+2 [intr irq handler]enter, virq=$V, index_id=0x0, type=3
+2 [intr irq handler]begin callback
+2 [intr irq handler]end callback
+2 [intr irq handler]success, virq=$V, index_id=0x0, type=3
+2 [intr irq unmask]enter, virq=$V
+)" + fill(clear, {{"$B", 0}}) + R"(2 [intr set irq leaf int en]enter, index_id=0x0, type=3, en=1
+2 [intr set irq leaf int en]success, index_id=0x0, type=3
+2 [intr irq unmask]success, virq=$V
+)";
+	EXPECT_EQ(log(), world::lines_of(fill(expected, {{"$V", virq}})));
+	record("log", log());
+	clear_log();
+	fire(c.leaves[1]);
+	ASSERT_TRUE(wait_events(2));
+	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+}
+
+TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
+{
+	combiner c = make_combiner(1, 1), other = make_combiner(0, 1);
+
+	c.async = 1;
+	configure({other, c});
+	load();
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	ASSERT_EQ(regist(other.leaves[0]), 0);
+	const long virq = line_virq(1);
+	trace_only(virq);
+	fire(other.leaves[0]);
+	ASSERT_TRUE(wait_events(1));
+	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
+	fire(c.leaves[0]);
+	ASSERT_TRUE(wait_events(2));
+	const std::string of_line = "virq=" + std::to_string(virq) + ", hwirq=133";
+	for (const auto &[begin, end] :
+	     {std::pair{"[combiner handler]enter, " + of_line,
+			"[combiner handler]success, " + of_line},
+	      {std::string("]begin scan, intr1"), std::string("]end scan, intr1")}}) {
+		EXPECT_TRUE(eventually([&] {
+			return lines_with(end) != 0 && lines_with(begin) == lines_with(end);
+		})) << testing::PrintToString(log());
+	}
+	EXPECT_EQ(writers(),
+		  (std::vector<std::string>{"combiner handler", "drv_intr_combiner_thread"}));
+	EXPECT_EQ(lines_with("[drv_intr_combiner_thread]chained irq valid, virq=" +
+			     std::to_string(ask("client", "find 0x100 3"))),
+		  1u);
+}
+
+TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
+{
+	combiner c = make_combiner(1, 2);
+	combiner direct{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
+
+	c.async = 1;
+	configure({c, direct});
+	load();
+	subscriber process;
+	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
+	ASSERT_EQ(regist(c.leaves[1]), 0);
+	ASSERT_EQ(regist(direct.leaves[0], "quiesce=" + direct.leaves[0].name), 0);
+	trace_only(0);
+	clear_log();
+	fire(c.leaves[0]);
+	EXPECT_TRUE(process.receives(c.leaves[0]));
+	EXPECT_EQ(enable(c.leaves[0]), 0);
+	EXPECT_EQ(enable(c.leaves[0], 0), 0);
+	EXPECT_EQ(enable(c.leaves[0]), 0);
+	fire(c.leaves[1]);
+	ASSERT_TRUE(wait_events(1));
+	// The last of the lines that these two occurrences write.
+	EXPECT_TRUE(eventually([&] {
+		const std::vector<std::string> names = writers();
+		return std::find(names.begin(), names.end(), "intr irq unmask") != names.end() &&
+		       lines_with("]end scan, intr1") >= 1;
+	}));
+	EXPECT_THAT(writers(),
+		    testing::UnorderedElementsAre(
+			    "combiner handler", "drv_intr_combiner_thread", "intr irq handler",
+			    "intr notify pid", "intr set irq leaf int en", "intr clear irqinfo",
+			    "intr irq clear", "intr irq mask", "intr irq unmask",
+			    "intr irq disable", "intr irq enable", "intr enable", "intr disable"));
+	EXPECT_EQ(lines_with("[intr notify pid]notify pid success, index_id=0x100, type=3, pid=" +
+			     std::to_string(process.port())),
+		  1u);
+	// A direct leaf passes everything on to the parent.
+	clear_log();
+	const std::string parent = std::to_string(line_virq(2));
+	command("cpld", "assert " + direct.leaves[0].name);
+	ASSERT_TRUE(wait_events(2));
+	EXPECT_TRUE(eventually([&] { return lines_with("[intr irq unmask]success") == 1; }));
+	EXPECT_EQ(ask("client", "disable 0x200 3"), 0);
+	EXPECT_EQ(ask("client", "enable 0x200 3"), 0);
+	for (const char *line : {"[intr irq mask]disable parent irq, virq=",
+				 "[intr irq handler]enable parent irq, virq=",
+				 "[intr irq disable]disable parent irq, virq=",
+				 "[intr irq enable]enable parent irq, virq="})
+		EXPECT_EQ(lines_with(line + parent), 1u) << line;
+	EXPECT_EQ(set_proc("int_debug_switch", "0"), 0);
+}
+
+} // namespace rig
