@@ -40,6 +40,25 @@ run_logged()
 	fi
 }
 
+# install_missing PACKAGE...: the machine's own Debian packages.
+install_missing()
+{
+	local missing=() package
+	for package in "$@"; do
+		dpkg-query -W -f '${Status}\n' "$package" 2>/dev/null | grep -q '^install ok installed' ||
+			missing+=("$package")
+	done
+	[ ${#missing[@]} -eq 0 ] && return
+	[ "$(id -u)" -eq 0 ] ||
+		die "packages are missing; as root: apt-get install ${missing[*]}"
+	say "installing ${missing[*]}"
+	export DEBIAN_FRONTEND=noninteractive
+	apt-get -qq update >&2 ||
+		die "apt-get update failed; repair the machine's package sources or network, then try again"
+	apt-get -qq -y --no-install-recommends install "${missing[@]}" >"$build/logs/install.log" 2>&1 ||
+		die "apt-get could not install ${missing[*]}; see $build/logs/install.log"
+}
+
 # cmake_build DIRECTORY SOURCE OPTION...: configures and builds. A directory that
 # was configured for another place of the project is made anew.
 cmake_build()

@@ -1,0 +1,668 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// intrctl as people and scripts use it, against the driver in a booted kernel.
+// Only what it prints, how it ends and what it leaves behind is looked at.
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/netlink.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "rig.h"
+#include "uapi/intr.h"
+
+namespace rig {
+
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using words = std::vector<std::string>;
+
+constexpr unsigned PATIENCE_MS = 20000;
+
+// A file in memory that takes one output of a program.
+class capture {
+public:
+	capture() : file_(memfd_create("output", MFD_CLOEXEC)) {}
+	~capture() { close(file_); }
+	capture(const capture &) = delete;
+	capture &operator=(const capture &) = delete;
+
+	int file() const { return file_; }
+	std::string text() const
+	{
+		std::string all;
+		char part[4096];
+
+		for (ssize_t size;
+		     (size = pread(file_, part, sizeof(part), static_cast<off_t>(all.size()))) > 0;)
+			all.append(part, static_cast<size_t>(size));
+		return all;
+	}
+
+private:
+	int file_;
+};
+
+// A pipe that takes nothing until it is read.
+class full_pipe {
+public:
+	full_pipe()
+	{
+		if (pipe2(ends_, O_CLOEXEC | O_NONBLOCK) != 0)
+			abort();
+		while (write(ends_[1], ".", 1) > 0)
+			;
+		fcntl(ends_[1], F_SETFL, 0);
+	}
+	~full_pipe()
+	{
+		close(ends_[0]);
+		close(ends_[1]);
+	}
+	full_pipe(const full_pipe &) = delete;
+	full_pipe &operator=(const full_pipe &) = delete;
+
+	int input() const { return ends_[1]; }
+	// All that came out so far, without the filling.
+	const std::string &drain()
+	{
+		char part[4096];
+
+		for (ssize_t size; (size = read(ends_[0], part, sizeof(part))) > 0;)
+			text_.append(part, static_cast<size_t>(size));
+		std::erase(text_, '.');
+		return text_;
+	}
+
+private:
+	int ends_[2];
+	std::string text_;
+};
+
+// One run of intrctl; ended with this object at the latest.
+class program {
+public:
+	static constexpr uid_t ROOT = 0, NOBODY = 65534;
+
+	explicit program(const words &words, int output = -1, uid_t user = ROOT) : pid_(fork())
+	{
+		if (pid_ == 0)
+			become(words, output < 0 ? out_.file() : output, err_.file(), user);
+	}
+	~program()
+	{
+		if (!running_)
+			return;
+		kill(pid_, SIGKILL);
+		waitpid(pid_, nullptr, 0);
+	}
+	program(const program &) = delete;
+	program &operator=(const program &) = delete;
+
+	std::string out() const { return out_.text(); }
+	std::string err() const { return err_.text(); }
+	bool running()
+	{
+		if (running_ && waitpid(pid_, &status_, WNOHANG) == pid_)
+			running_ = false;
+		return running_;
+	}
+	void send(int signal) { kill(pid_, signal); }
+	// Returns when it does not run any more, which a signal alone does not say.
+	void stop()
+	{
+		send(SIGSTOP);
+		waitpid(pid_, nullptr, WUNTRACED);
+	}
+	// The exit code, or -1: it did not end, or not by itself.
+	int end()
+	{
+		if (!eventually([&] { return !running(); }, PATIENCE_MS) || !WIFEXITED(status_))
+			return -1;
+		return WEXITSTATUS(status_);
+	}
+	int end(int signal)
+	{
+		send(signal);
+		return end();
+	}
+
+private:
+	[[noreturn]] static void become(const words &words, int out, int err, uid_t user)
+	{
+		static char name[] = "intrctl";
+		std::vector<char *> arguments = {name};
+
+		for (const std::string &word : words)
+			arguments.push_back(const_cast<char *>(word.c_str()));
+		arguments.push_back(nullptr);
+		dup2(out, STDOUT_FILENO);
+		dup2(err, STDERR_FILENO);
+		if (setresuid(user, user, user) == 0)
+			execv("/bin/intrctl", arguments.data());
+		_exit(127);
+	}
+
+	capture out_, err_;
+	int status_ = 0;
+	bool running_ = true;
+	pid_t pid_;
+};
+
+} // namespace
+
+class Intrctl : public Scenario {
+protected:
+	struct outcome {
+		int code;
+		std::string out, err;
+	};
+
+	static outcome run(const words &words)
+	{
+		program program(words);
+		const int code = program.end();
+
+		return {code, program.out(), program.err()};
+	}
+	static void expect_done(const words &words)
+	{
+		const outcome outcome = run(words);
+
+		EXPECT_EQ(outcome.code, 0) << outcome.err;
+		EXPECT_EQ(outcome.err, "");
+	}
+	// One line on the error output, nothing else.
+	static void expect_refused(const words &words, int code, const std::string &why)
+	{
+		const outcome outcome = run(words);
+
+		EXPECT_EQ(outcome.code, code) << outcome.err;
+		EXPECT_EQ(outcome.out, "");
+		EXPECT_THAT(outcome.err, HasSubstr(why));
+		EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1)
+			<< outcome.err;
+	}
+
+	// Combiner 1 with leaves 0x100/3 and 0x101/3, and the driver.
+	void load_two_leaves()
+	{
+		board_ = make_combiner(1, 2);
+		configure({board_});
+		load();
+	}
+	const leaf &first() const { return board_.leaves[0]; }
+	const leaf &second() const { return board_.leaves[1]; }
+
+	void wait_subscribed(const char *index = "0x100")
+	{
+		EXPECT_TRUE(
+			wait_log(std::string("[intr ioctl set pid]success, index_id=") + index));
+	}
+	bool unsubscribed(const char *index = "0x100")
+	{
+		return logged(std::string("[intr ioctl unset pid]success, index_id=") + index);
+	}
+	bool wait_log(const std::string &text)
+	{
+		return eventually([&] { return logged(text); }, PATIENCE_MS);
+	}
+	static bool wait_out(const program &program, const std::string &text)
+	{
+		return eventually([&] { return program.out() == text; }, PATIENCE_MS);
+	}
+	bool wait_depth(int wanted, const char *leaf = "leaf:0x100:3")
+	{
+		return eventually([&] { return depth(leaf) == wanted; }, PATIENCE_MS);
+	}
+
+	// What waits in the socket of that port, or -1.
+	static long unread_bytes(u32 port)
+	{
+		std::ifstream file("/proc/net/netlink");
+
+		for (std::string line; std::getline(file, line);) {
+			unsigned protocol = 0, owner = 0;
+			long unread = -1;
+
+			if (sscanf(line.c_str(), "%*s %u %u %*s %ld", &protocol, &owner, &unread) ==
+				    3 &&
+			    protocol == 30 && owner == port)
+				return unread;
+		}
+		return -1;
+	}
+
+	// The port that the last subscription names.
+	u32 subscribed_port()
+	{
+		u32 port = 0;
+
+		for (const std::string &line : log()) {
+			const size_t at = line.find("pid=");
+
+			if (line.find("[intr ioctl set pid]success") != std::string::npos &&
+			    at != std::string::npos)
+				port = static_cast<u32>(std::stoul(line.substr(at + 4)));
+		}
+		return port;
+	}
+
+	combiner board_;
+};
+
+static const words watch_first = {"watch", "0x100", "3"};
+
+static words with(words words, const rig::words &more)
+{
+	words.insert(words.end(), more.begin(), more.end());
+	return words;
+}
+
+TEST_F(Intrctl, watch_prints_each_occurrence_at_once_and_opens_the_leaf_again)
+{
+	load_two_leaves();
+	program watch({"watch", "0x100", "3", "257", "3", "0x100", "3"});
+	wait_subscribed("0x101");
+	fire_open(first());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\n"));
+	fire_open(first());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\nindex_id=0x100 type=3 n=2\n"));
+	fire_open(second());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\nindex_id=0x100 type=3 n=2\n"
+				    "index_id=0x101 type=3 n=3\n"));
+	EXPECT_TRUE(watch.running());
+	EXPECT_EQ(watch.end(SIGTERM), 0);
+	EXPECT_EQ(watch.err(), "");
+	EXPECT_TRUE(unsubscribed("0x100"));
+	EXPECT_TRUE(unsubscribed("0x101"));
+	EXPECT_FALSE(logged("cmd fail"));
+}
+
+TEST_F(Intrctl, watch_ends_after_so_many_events_with_all_answered)
+{
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0); // holds the leaf, so that its depth stays
+	program watch(with(watch_first, {"--num-events", "2", "--format", "json"}));
+	wait_subscribed();
+	for (int n = 1; n <= 2; n++) {
+		fire_open(first());
+		EXPECT_TRUE(wait_events(n));
+	}
+	EXPECT_EQ(watch.end(), 0) << watch.err();
+	EXPECT_EQ(watch.out(), "{\"index_id\":256,\"type\":3,\"n\":1}\n"
+			       "{\"index_id\":256,\"type\":3,\"n\":2}\n");
+	EXPECT_TRUE(unsubscribed());
+	EXPECT_EQ(depth("leaf:0x100:3"), 0);
+}
+
+TEST_F(Intrctl, watch_ends_when_idle)
+{
+	load_two_leaves();
+	program watch(with(watch_first, {"--idle-timeout", "1.5"}));
+	wait_subscribed();
+	const auto fired = std::chrono::steady_clock::now();
+	fire_open(first());
+	EXPECT_EQ(watch.end(), 3) << watch.err();
+	EXPECT_GE(std::chrono::steady_clock::now() - fired, std::chrono::milliseconds(1500));
+	EXPECT_EQ(watch.out(), "index_id=0x100 type=3 n=1\n");
+	EXPECT_EQ(watch.err(), "");
+	EXPECT_TRUE(unsubscribed());
+}
+
+TEST_F(Intrctl, watch_unsubscribes_at_each_ending_signal)
+{
+	load_two_leaves();
+	for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+		SCOPED_TRACE(strsignal(signal));
+		clear_log();
+		program watch(watch_first);
+		wait_subscribed();
+		EXPECT_EQ(watch.end(signal), 0) << watch.err();
+		EXPECT_TRUE(unsubscribed());
+	}
+}
+
+TEST_F(Intrctl, watch_takes_over_a_leaf_that_was_left_disabled)
+{
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	expect_done({"disable", "0x100", "3"});
+	ASSERT_EQ(depth("leaf:0x100:3"), 1);
+	program idle(with(watch_first, {"--no-enable", "--idle-timeout", "0.2"}));
+	EXPECT_EQ(idle.end(), 3);
+	EXPECT_EQ(depth("leaf:0x100:3"), 1);
+	program watch(with(watch_first, {"--num-events", "1"}));
+	EXPECT_TRUE(wait_depth(0));
+	fire_open(first());
+	EXPECT_EQ(watch.end(), 0);
+}
+
+TEST_F(Intrctl, watch_without_enable_leaves_that_to_others)
+{
+	load_two_leaves();
+	program watch(with(watch_first, {"--no-enable"}));
+	wait_subscribed();
+	fire_open(first());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\n"));
+	EXPECT_TRUE(wait_depth(1));
+	expect_done({"enable", "0x100", "3"});
+	fire_open(first());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\nindex_id=0x100 type=3 n=2\n"));
+	EXPECT_EQ(watch.end(SIGTERM), 0);
+}
+
+TEST_F(Intrctl, watch_answers_what_it_has_not_read)
+{
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	program watch(watch_first);
+	wait_subscribed();
+	ASSERT_TRUE(wait_depth(0));
+	watch.stop();
+	fire_open(first());
+	EXPECT_TRUE(wait_depth(1));
+	watch.send(SIGTERM);
+	EXPECT_EQ(watch.end(SIGCONT), 0) << watch.err();
+	EXPECT_EQ(watch.out(), "");
+	EXPECT_EQ(depth("leaf:0x100:3"), 0);
+}
+
+TEST_F(Intrctl, watch_that_cannot_print_answers_and_ends)
+{
+	const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	program watch(watch_first, full);
+	wait_subscribed();
+	fire_open(first());
+	EXPECT_EQ(watch.end(), 1);
+	EXPECT_EQ(watch.err(), "intrctl: standard output: No space left on device\n");
+	EXPECT_TRUE(unsubscribed());
+	EXPECT_EQ(depth("leaf:0x100:3"), 0);
+	program report({"report", "cfg"}, full);
+	EXPECT_EQ(report.end(), 1);
+	EXPECT_THAT(report.err(), HasSubstr("standard output: No space left"));
+	close(full);
+}
+
+TEST_F(Intrctl, watch_can_be_ended_while_nobody_reads_its_output)
+{
+	full_pipe output;
+
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	program watch(watch_first, output.input());
+	wait_subscribed();
+	fire_open(first());
+	EXPECT_TRUE(wait_depth(1)); // answered only when it is printed
+	EXPECT_TRUE(eventually([&] { return unread_bytes(subscribed_port()) == 0; }, PATIENCE_MS));
+	EXPECT_EQ(depth("leaf:0x100:3"), 1);
+	EXPECT_EQ(watch.end(SIGTERM), 0) << watch.err();
+	EXPECT_EQ(depth("leaf:0x100:3"), 0);
+}
+
+// A socket that had no room takes no message before it is empty: a subscription
+// made until then would end again.
+TEST_F(Intrctl, watch_subscribes_again_once_all_is_read_after_an_overrun)
+{
+	const std::string overrun = "nlmsg_unicast fail";
+	full_pipe output;
+
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	program watch(with(watch_first, {"--receive-buffer", "1"}), output.input());
+	wait_subscribed();
+	const u32 port = subscribed_port();
+	watch.stop();
+	clear_log();
+	// Somebody else enables the leaf, so that messages pile up.
+	for (size_t n = 1; n < 100 && !logged(overrun); n++) {
+		fire_open(first());
+		ASSERT_TRUE(wait_events(n));
+		ASSERT_TRUE(
+			eventually([&] { return depth("leaf:0x100:3") == 1 || logged(overrun); }));
+		expect_done({"enable", "0x100", "3"});
+	}
+	ASSERT_TRUE(logged(overrun));
+	EXPECT_EQ(depth("leaf:0x100:3"), 0);
+	const long unread = unread_bytes(port);
+	watch.send(SIGCONT);
+	// One message is read and cannot be printed; the others wait.
+	EXPECT_TRUE(eventually([&] { return unread_bytes(port) < unread; }, PATIENCE_MS));
+	world::sleep_ms(50);
+	EXPECT_GT(unread_bytes(port), 0);
+	EXPECT_FALSE(logged("[intr ioctl set pid]enter"));
+	output.drain();
+	EXPECT_TRUE(wait_log("[intr ioctl set pid]success, index_id=0x100"));
+	EXPECT_THAT(watch.err(), HasSubstr("receive buffer overrun"));
+	EXPECT_THAT(output.drain(), HasSubstr(" n=2\n"));
+	const size_t printed = output.drain().size();
+	fire_open(first());
+	EXPECT_TRUE(eventually([&] { return output.drain().size() > printed; }, PATIENCE_MS));
+	EXPECT_EQ(watch.end(SIGTERM), 0) << watch.err();
+}
+
+TEST_F(Intrctl, watch_ignores_messages_of_other_processes)
+{
+	load_two_leaves();
+	program watch(watch_first);
+	wait_subscribed();
+	const drv_intr_nl_msg message = {sizeof(message), 0, 0, 0, 0, {0x100, 3}};
+	const int socket = world::netlink_open(30);
+	ASSERT_GT(socket, 0);
+	sockaddr_nl to{};
+	to.nl_family = AF_NETLINK;
+	to.nl_pid = subscribed_port();
+	ASSERT_EQ(sendto(socket, &message, sizeof(message), 0,
+			 reinterpret_cast<const sockaddr *>(&to), sizeof(to)),
+		  static_cast<ssize_t>(sizeof(message)));
+	const std::string from = std::to_string(world::netlink_port(socket));
+	world::netlink_close(socket);
+	EXPECT_TRUE(eventually([&] { return !watch.err().empty(); }, PATIENCE_MS));
+	EXPECT_EQ(watch.err(), "intrctl: netlink: a message from port " + from +
+				       " ignored: not sent by the kernel\n");
+	fire_open(first());
+	EXPECT_TRUE(wait_out(watch, "index_id=0x100 type=3 n=1\n"));
+	EXPECT_EQ(watch.end(SIGTERM), 0);
+}
+
+TEST_F(Intrctl, watch_ends_a_subscription_that_it_finds_on_its_port)
+{
+	load_two_leaves();
+	ASSERT_EQ(regist(second()), 0);
+	program watch(watch_first);
+	wait_subscribed();
+	drv_intr_ioctl_para para{};
+	para.index_id = 0x101;
+	para.type = 3;
+	para.pid = subscribed_port();
+	ASSERT_EQ(world::ioctl(DRV_INTR_IOC_SET_PID, &para), 0);
+	fire_open(second());
+	EXPECT_TRUE(wait_log("[intr ioctl unset pid]success, index_id=0x101"));
+	EXPECT_TRUE(wait_depth(0, "leaf:0x101:3"));
+	EXPECT_THAT(watch.err(), HasSubstr("leaf index_id=0x101 type=3: subscribed by somebody"));
+	EXPECT_EQ(watch.out(), "");
+	EXPECT_EQ(watch.end(SIGTERM), 0);
+}
+
+TEST_F(Intrctl, watch_of_an_unknown_leaf_keeps_no_subscription)
+{
+	load_two_leaves();
+	expect_refused({"watch", "0x100", "3", "0x999", "3"}, 1,
+		       "leaf index_id=0x999 type=3: subscribing refused by the driver");
+	EXPECT_TRUE(unsubscribed("0x100"));
+}
+
+TEST_F(Intrctl, enable_and_disable_count)
+{
+	load_two_leaves();
+	expect_refused({"enable", "0x100", "3"}, 1,
+		       "leaf index_id=0x100 type=3: enabling refused by the driver");
+	expect_refused({"disable", "0x999", "3"}, 1, "/proc/diag/log");
+	ASSERT_EQ(regist(first()), 0);
+	for (const int depth_then : {1, 2}) {
+		expect_done({"disable", "256", "3"});
+		EXPECT_EQ(depth("leaf:0x100:3"), depth_then);
+	}
+	for (const int depth_then : {1, 0, 0}) {
+		expect_done({"enable", "0x100", "0x3"});
+		EXPECT_EQ(depth("leaf:0x100:3"), depth_then);
+	}
+}
+
+TEST_F(Intrctl, netlink_protocol_is_the_configured_one)
+{
+	board_ = make_combiner(1, 1);
+	configure({board_});
+	table().nodes["global_cfg"]["common"]["netlink_id"] = 27;
+	install();
+	load();
+	EXPECT_EQ(run({"netlink-id"}).out, "27\n");
+	program watch(with(watch_first, {"--num-events", "1"}));
+	wait_subscribed();
+	fire_open(first());
+	EXPECT_EQ(watch.end(), 0) << watch.err();
+}
+
+TEST_F(Intrctl, netlink_protocol_that_the_kernel_lacks)
+{
+	configure({make_combiner(1, 1)});
+	table().nodes["global_cfg"]["common"]["netlink_id"] = 40;
+	install();
+	load();
+	expect_refused(watch_first, 1, "netlink protocol 40: the kernel has no such protocol");
+}
+
+TEST_F(Intrctl, debug_switches)
+{
+	const struct {
+		words change;
+		const char *show, *report;
+	} steps[] = {
+		{{"debug"},
+		 "int_debug_switch=0\n",
+		 "interrupt debug switch: 0(off)\ndebug irq: 0\n"},
+		{{"debug", "on", "0x2a"},
+		 "int_debug_switch=1\n",
+		 "interrupt debug switch: 1(on)\ndebug irq: 42\n"},
+		{{"debug", "on"},
+		 "int_debug_switch=1\n",
+		 "interrupt debug switch: 1(on)\ndebug irq: 0\n"},
+		{{"debug", "off"},
+		 "int_debug_switch=0\n",
+		 "interrupt debug switch: 0(off)\ndebug irq: 0\n"},
+	};
+
+	load_two_leaves();
+	for (const auto &step : steps) {
+		expect_done(step.change);
+		EXPECT_EQ(run({"debug", "show"}).out, step.show);
+		EXPECT_EQ(run({"report", "switch"}).out, step.report);
+	}
+}
+
+TEST_F(Intrctl, reports_are_those_of_the_proc_files)
+{
+	load_two_leaves();
+	ASSERT_EQ(regist(first()), 0);
+	for (const char *name : {"runtime", "cfg"}) {
+		const outcome report = run({"report", name});
+
+		EXPECT_EQ(report.code, 0) << report.err;
+		EXPECT_THAT(report.out, HasSubstr("0x100"));
+		EXPECT_EQ(report.out, proc(name));
+	}
+	const long virq = ask("client", "find 0x100 3");
+	const outcome one = run({"report", "virq", std::to_string(virq)});
+	EXPECT_EQ(one.code, 0) << one.err;
+	EXPECT_THAT(one.out, HasSubstr("Suppress count"));
+	EXPECT_EQ(one.out, report(DRV_INTR_IOC_DBG_VIRQ, static_cast<u32>(virq)));
+	expect_refused({"report", "virq", "4000000000"}, 1,
+		       "is 4000000000 the interrupt of a leaf");
+}
+
+TEST_F(Intrctl, a_report_that_is_cut_says_so)
+{
+	configure({make_combiner(1, 100), make_combiner(2, 100)});
+	load();
+	const outcome report = run({"report", "cfg"});
+	EXPECT_EQ(report.code, 0);
+	EXPECT_EQ(report.out.size(), DRV_INTR_REPORT_MAX - 1);
+	EXPECT_THAT(report.err, HasSubstr("cut at 65535 characters"));
+}
+
+// Card 5 with one combiner and one leaf, behind the board's first GPIO pin.
+static combiner make_card()
+{
+	combiner card = make_card_combiner(5, 0, 1);
+
+	place_at_gpio(card, 0);
+	return card;
+}
+
+TEST_F(Intrctl, cards_come_and_go)
+{
+	configure({make_card()});
+	load();
+	expect_done({"card", "up", "--card", "5"});
+	EXPECT_THAT(run({"report", "runtime"}).out, HasSubstr("combiner52\n"));
+	expect_refused({"card", "up", "0x05000000"}, 1,
+		       "card inst_id=0x5000000: bringing up refused");
+	expect_done({"card", "down", "0x05000000"});
+	EXPECT_THAT(run({"report", "runtime"}).out, Not(HasSubstr("combiner52")));
+	expect_done({"card", "up", "83886080"});
+	expect_done({"card", "down", "--card", "0x5"});
+	expect_done({"card", "up", "5"}); // card 0, which has no combiners
+	EXPECT_THAT(run({"report", "runtime"}).out, Not(HasSubstr("combiner52")));
+	expect_refused({"card", "up", "0xffffffff"}, 1, "is its table loaded");
+	expect_refused({"card", "down", "0xffffffff"}, 1, "is it a card's id?");
+}
+
+TEST_F(Intrctl, watch_tells_that_a_card_has_gone)
+{
+	const combiner card = make_card();
+	const leaf &leaf = card.leaves[0];
+
+	board_ = make_combiner(1, 1);
+	configure({board_, card});
+	load();
+	expect_done({"card", "up", "--card", "5"});
+	program watch(
+		{"watch", std::to_string(leaf.index), std::to_string(leaf.type), "0x100", "3"});
+	wait_subscribed("0x100");
+	fire_open(leaf);
+	EXPECT_TRUE(eventually([&] { return !watch.out().empty(); }, PATIENCE_MS));
+	expect_done({"card", "down", "--card", "5"});
+	EXPECT_EQ(watch.end(SIGTERM), 1);
+	EXPECT_THAT(watch.err(), HasSubstr("the subscription had ended before"));
+	EXPECT_TRUE(unsubscribed("0x100"));
+}
+
+TEST_F(Intrctl, device_that_is_missing_closed_or_another)
+{
+	expect_refused({"netlink-id"}, 1, "/dev/intr: no such device; load the driver");
+	load_two_leaves();
+	expect_refused({"--device", "/dev/null", "netlink-id"}, 1,
+		       "/dev/null: not the interrupt driver's control device");
+	program nobody({"report", "cfg"}, -1, program::NOBODY);
+	EXPECT_EQ(nobody.end(), 1);
+	EXPECT_EQ(nobody.err(), "intrctl: /dev/intr: no permission; run as root\n");
+	EXPECT_THAT(nobody.out(), IsEmpty());
+	expect_refused({"enable", "0x100", "4294967296"}, 2, "\"4294967296\"");
+}
+
+} // namespace rig
