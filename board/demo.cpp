@@ -1,21 +1,27 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // The main job, shown: a configured board comes up, its sources fire one by
-// one, a kernel client is called back, and after unloading nothing is left.
+// one, a kernel client is called back and a process gets its netlink messages, a
+// card is plugged and pulled, and after unloading nothing is left.
 //
 // Usage: intr-demo DIR, where DIR holds what intr-cfgc made of the board's XML:
-// board.txt (the picture), board.tbl (the table), board.sources (the sources).
-// Exit code: 0 when every source reached the client and nothing was left.
+// board.txt (the picture), board.tbl (the table), board.sources (the sources), and
+// card.txt, card.tbl and card.sources of a card.
+// Exit code: 0 when every source reached client and process and nothing was left.
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "uapi/intr.h"
 #include "world/world.h"
 
 namespace {
+
+constexpr u32 card_instance = 0x03000000;
 
 int problems;
 
@@ -31,6 +37,11 @@ void title(const char *text)
 	fflush(stdout);
 }
 
+// What intr-cfgc made of one XML, read before anything is started.
+struct compiled {
+	std::string picture, table, sources;
+};
+
 std::string file_text(const std::string &path)
 {
 	std::ifstream file(path, std::ios::binary);
@@ -43,6 +54,13 @@ std::string file_text(const std::string &path)
 		exit(2);
 	}
 	return {std::istreambuf_iterator<char>(file), {}};
+}
+
+compiled read_compiled(const std::string &directory, const std::string &name)
+{
+	const std::string path = directory + "/" + name;
+
+	return {file_text(path + ".txt"), file_text(path + ".tbl"), file_text(path + ".sources")};
 }
 
 std::string word_after(const std::string &line, const std::string &key)
@@ -63,24 +81,117 @@ std::string control(const std::string &file, const std::string &line)
 	return result.reply;
 }
 
-// Every leaf of the table gets a callback. Returns how many leaves there are.
-size_t register_all()
+struct leaf {
+	std::string index, type; // as the table shows them
+	bool notified; // a process can be told of it
+};
+
+u32 number(const std::string &text)
 {
-	size_t leaves = 0;
+	return static_cast<u32>(strtoul(text.c_str(), nullptr, 0));
+}
+
+// One occurrence is told to a process unless it is handled in hard-interrupt
+// context: a sync leaf on a combiner without async.
+std::vector<leaf> leaves_of(u32 instance)
+{
+	const std::string start = instance == XML_TABLE_BOARD ? "0xffffffff " : "0x3000000 ";
+	std::vector<leaf> leaves;
+	bool async = false;
 
 	for (const std::string &line : world::lines_of(world::read("xml"))) {
-		if (line.find(" hwirq_cfg") == std::string::npos)
+		if (!line.starts_with(start))
 			continue;
-		const std::string reply =
-			control("client", "regist " + word_after(line, "index_id") + " " +
-						  word_after(line, "type"));
-		if (reply == "ret=0")
-			leaves++;
-		else
-			problem("a leaf cannot be registered: " + line + ": " + reply);
+		if (line.find(" global_cfg ") != std::string::npos)
+			async = word_after(line, "async") == "0x1";
+		if (line.find(" hwirq_cfg") != std::string::npos)
+			leaves.push_back({word_after(line, "index_id"), word_after(line, "type"),
+					  async || word_after(line, "sync") != "0x1"});
 	}
 	return leaves;
 }
+
+void register_client(const std::vector<leaf> &leaves)
+{
+	for (const leaf &leaf : leaves) {
+		const std::string reply =
+			control("client", "regist " + leaf.index + " " + leaf.type);
+		if (reply != "ret=0")
+			problem("leaf " + leaf.index + "/" + leaf.type +
+				" cannot be registered: " + reply);
+	}
+}
+
+// What a process does to receive leaves: a netlink socket, and its port
+// subscribed to each leaf.
+class process {
+public:
+	bool open()
+	{
+		drv_intr_ioctl_para para{};
+
+		if (world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para) != 0)
+			return false;
+		protocol = para.result;
+		socket_ = world::netlink_open(protocol);
+		return socket_ > 0;
+	}
+	void close() { world::netlink_close(socket_); }
+
+	size_t subscribe(const std::vector<leaf> &leaves)
+	{
+		size_t done = 0;
+
+		for (const leaf &leaf : leaves) {
+			if (leaf.notified)
+				done += command(DRV_INTR_IOC_SET_PID, number(leaf.index),
+						number(leaf.type), world::netlink_port(socket_));
+		}
+		return done;
+	}
+
+	// Answers every message that is there, the first one within timeout_ms.
+	// Returns how many named this leaf.
+	size_t serve(u32 index_id, u32 type, unsigned timeout_ms)
+	{
+		size_t own = 0;
+		std::string bytes;
+
+		for (; !(bytes = world::netlink_receive(socket_, timeout_ms)).empty();
+		     timeout_ms = 0) {
+			drv_intr_nl_msg message{};
+			if (bytes.size() != sizeof(message)) {
+				problem("a message of " + std::to_string(bytes.size()) + " bytes");
+				continue;
+			}
+			memcpy(&message, bytes.data(), sizeof(message));
+			own += message.leaf.index_id == index_id && message.leaf.type == type;
+			(void)command(DRV_INTR_IOC_SET_INT_EN, message.leaf.index_id,
+				      message.leaf.type, 1);
+		}
+		return own;
+	}
+
+	u32 protocol = 0;
+
+private:
+	// third: the port, or whether to enable; they share their place.
+	static bool command(u32 cmd, u32 index_id, u32 type, u32 third)
+	{
+		drv_intr_ioctl_para para{};
+
+		para.index_id = index_id;
+		para.type = type;
+		para.pid = third;
+		if (world::ioctl(cmd, &para) == 0)
+			return true;
+		problem("the control device refuses leaf " + std::to_string(index_id) + "/" +
+			std::to_string(type));
+		return false;
+	}
+
+	int socket_ = -1;
+};
 
 bool wait_for_event()
 {
@@ -94,7 +205,7 @@ bool wait_for_event()
 
 // A latched status remembers a short pulse; any other follows its source, which
 // stays up until somebody has seen to the device.
-void fire(const std::string &name, bool latched)
+void fire(const std::string &name, bool latched, process &process)
 {
 	control("client", "clear");
 	control("cpld", (latched ? "pulse " : "assert ") + name);
@@ -106,25 +217,31 @@ void fire(const std::string &name, bool latched)
 		return;
 	}
 	const std::string event = world::lines_of(world::read("client_events")).front();
+	const std::string index = word_after(event, "index"), type = word_after(event, "type");
 	const size_t context = event.find("context=") + 8;
-	printf("  %-18s %8s/%-4s %s", name.c_str(), word_after(event, "index").c_str(),
-	       word_after(event, "type").c_str(),
-	       event.substr(context, event.find(" count=") - context).c_str());
+	const std::string where = event.substr(context, event.find(" count=") - context);
+	const bool told = where != "hardirq";
+	const size_t messages = process.serve(number(index), number(type), told ? 2000 : 0);
+	if (told != (messages > 0))
+		problem(name + (told ? " did not reach the process" : " reached the process"));
 	const size_t times = world::lines_of(world::read("client_events")).size();
+	printf("  %-18s %8s/%-4s %-24s %s", name.c_str(), index.c_str(), type.c_str(),
+	       where.c_str(), told ? "24 bytes, leaf enabled again" : "-");
 	if (times > 1)
 		printf(", %zu times until the source was quiet", times);
 	printf("\n");
 	fflush(stdout);
 }
 
-void fire_all(const std::string &sources)
+void fire_all(const std::string &sources, process &process)
 {
-	printf("  %-18s %8s/%-4s %s\n", "source fired", "index_id", "type",
-	       "where the client's callback ran");
+	printf("  %-18s %8s/%-4s %-24s %s\n", "source fired", "index_id", "type",
+	       "kernel client called in", "process gets by netlink");
 	for (const std::string &line : world::lines_of(sources)) {
 		const size_t name = line.find(' ') + 1;
 
-		fire(line.substr(name, line.find(' ', name) - name), line.ends_with("latched"));
+		fire(line.substr(name, line.find(' ', name) - name), line.ends_with("latched"),
+		     process);
 	}
 }
 
@@ -137,16 +254,75 @@ void show_interrupts()
 	}
 }
 
-void set_up_board(const std::string &directory, const std::string &sources)
+// A report of the driver; as many of its first lines as asked for.
+void show_report(u32 cmd, u32 virq, size_t lines)
 {
-	const std::string table = file_text(directory + "/board.tbl");
+	std::vector<char> text(DRV_INTR_REPORT_MAX);
+	drv_intr_ioctl_para para{};
 
-	control("cpld", "reset");
-	for (const std::string &line : world::lines_of(sources))
+	para.buf = reinterpret_cast<uintptr_t>(text.data());
+	para.buf_len = DRV_INTR_REPORT_MAX;
+	para.virq = virq;
+	if (world::ioctl(cmd, &para) != 0) {
+		problem("a report is refused");
+		return;
+	}
+	const std::vector<std::string> all = world::lines_of(text.data());
+	for (size_t i = 0; i < all.size() && i < lines; i++)
+		printf("  | %s\n", all[i].c_str());
+	if (all.size() > lines)
+		printf("  | ... %zu lines more\n", all.size() - lines);
+}
+
+void show_reports(const leaf &leaf)
+{
+	const std::string virq = control("client", "find " + leaf.index + " " + leaf.type);
+
+	printf("  runtime (/proc/diag/intr/runtime, or intrctl report runtime):\n");
+	show_report(DRV_INTR_IOC_DBG_RUNTIME, 0, 16);
+	printf("\n  one leaf, %s/%s (intrctl report virq %s):\n", leaf.index.c_str(),
+	       leaf.type.c_str(), virq.substr(4).c_str());
+	show_report(DRV_INTR_IOC_DBG_VIRQ, number(virq.substr(4)), 8);
+	printf("\n  configuration (/proc/diag/intr/cfg, or intrctl report cfg):\n");
+	show_report(DRV_INTR_IOC_DBG_CFG, 0, 14);
+}
+
+void set_up(const compiled &compiled)
+{
+	const std::string &table = compiled.table;
+
+	for (const std::string &line : world::lines_of(compiled.sources))
 		control("cpld", line);
 	const int ret = world::write_blob("xml_table", cfg::bytes(table.begin(), table.end()));
 	if (ret != 0)
 		problem("the configuration table is refused: " + std::to_string(ret));
+}
+
+void card_command(u32 cmd)
+{
+	drv_intr_ioctl_para para{};
+
+	para.inst_id = card_instance;
+	if (world::ioctl(cmd, &para) != 0)
+		problem("the card's combiners cannot be brought up or taken away");
+}
+
+void show_card(const compiled &card, process &process)
+{
+	set_up(card);
+	fputs(card.picture.c_str(), stdout);
+	card_command(DRV_INTR_IOC_INIT_CARD);
+	const std::vector<leaf> leaves = leaves_of(card_instance);
+	register_client(leaves);
+	(void)process.subscribe(leaves);
+	printf("\n");
+	fire_all(card.sources, process);
+	card_command(DRV_INTR_IOC_DEINIT_CARD);
+	const std::string gone =
+		control("client", "find " + leaves.front().index + " " + leaves.front().type);
+	if (gone != "ret=0")
+		problem("the card's leaves outlive it: " + gone);
+	printf("  card pulled, its %zu leaves are gone\n", leaves.size());
 }
 
 void unload()
@@ -158,6 +334,7 @@ void unload()
 	control("cpld", "reset");
 	control("client", "clear");
 	world::control("xml", "drop 0xffffffff");
+	world::control("xml", "drop 0x3000000");
 	for (const std::string &left : world::finish())
 		problem(left);
 }
@@ -170,13 +347,18 @@ int main(int argc, char **argv)
 		fprintf(stderr, "usage: intr-demo DIR\n");
 		return 2;
 	}
-	const std::string directory = argv[1];
-	const std::string sources = file_text(directory + "/board.sources");
+	const compiled board = read_compiled(argv[1], "board"),
+		       card = read_compiled(argv[1], "card");
 
 	title("The board: combiners, and the leaves behind each parent line");
-	fputs(file_text(directory + "/board.txt").c_str(), stdout);
-	world::start();
-	set_up_board(directory, sources);
+	fputs(board.picture.c_str(), stdout);
+	if (!world::start()) {
+		fprintf(stderr,
+			"intr-demo: the board is described by a device tree; boot with it\n");
+		return 2;
+	}
+	control("cpld", "reset");
+	set_up(board);
 
 	title("Loading intr");
 	const int ret = world::load();
@@ -185,15 +367,31 @@ int main(int argc, char **argv)
 		return 1;
 	}
 	printf("  %s\n", world::home().c_str());
-	printf("  %zu leaves registered by a kernel client\n", register_all());
+	const std::vector<leaf> leaves = leaves_of(XML_TABLE_BOARD);
+	process process;
+	register_client(leaves);
+	printf("  %zu leaves registered by a kernel client\n", leaves.size());
+	if (process.open())
+		printf("  %zu of them subscribed by a process, netlink protocol %u; the others are "
+		       "handled where no process can be told\n",
+		       process.subscribe(leaves), process.protocol);
+	else
+		problem("no netlink socket");
 
 	title("Interrupts, fired by name");
-	fire_all(sources);
+	fire_all(board.sources, process);
 
 	title("/proc/interrupts, the lines of the leaves");
 	show_interrupts();
 
+	title("The driver's own reports");
+	show_reports(leaves.front());
+
+	title("A card is plugged, fires, and is pulled");
+	show_card(card, process);
+
 	title("Unloading, while the client still holds every leaf");
+	process.close();
 	unload();
 	printf("  %s\n", problems == 0 ? "nothing left: no interrupt, no thread, no complaint"
 				       : "see the problems above");
