@@ -11,8 +11,8 @@
  * the numbers says 4 nevertheless: use them as they stand here.
  *
  * Return: 0, or -1 with errno EFAULT, whatever went wrong: record or buffer
- * cannot be read or written, no such command, no such leaf or card, nothing to
- * report. The driver's log says which.
+ * cannot be read or written, no such command or leaf, a card that cannot be
+ * brought up, nothing to report. The driver's log says which.
  *
  * A leaf interrupt is named by (index_id, type) of the configuration.
  *
@@ -54,7 +54,9 @@
 /*
  * inst_id of a plug-in card, whose configuration is in place: brings its
  * combiners up, and takes them away again. The card's number is bits 31 to 24,
- * or bits 15 to 0 where those are 0xff. A card that is up is not brought up again.
+ * or bits 15 to 0 where those are 0xff; 0xffff there is an error. A card without
+ * a configuration has no combiners: nothing happens, which is a success. Bringing
+ * up a card that is up fails and leaves it as it is.
  */
 #define DRV_INTR_IOC_INIT_CARD 0x40044906u
 #define DRV_INTR_IOC_DEINIT_CARD 0x40044907u

@@ -62,7 +62,7 @@ int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 	return 0;
 }
 
-// Whether clients may enable and disable the leaf that is the parent line.
+// Not 0: clients may neither enable nor disable the leaf that is the parent line.
 static void set_retiring(drv_intr_irq_info &leaf, u32 retiring)
 {
 	const raw_spinlock_guard guard(leaf.enable_lock);

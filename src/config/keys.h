@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // Configuration values by name. Every value is a u32, addressed by instance
-// id, level-1 name, node, entry and key in the XML configuration module; the
+// id, root name, node, entry and key in the XML configuration module; the
 // readers here describe what they want as rows with text defaults.
 //
 // Process context. The readers keep no state and take no lock.
@@ -10,7 +10,7 @@
 
 #include "core/records.h"
 
-inline constexpr char DRV_INTR_XML_ROOT[] = "irq_combiner"; // level-1 name
+inline constexpr char DRV_INTR_XML_ROOT[] = "irq_combiner"; // first name of every path
 inline constexpr char DRV_INTR_XML_GLOBAL_CFG[] = "global_cfg";
 inline constexpr char DRV_INTR_XML_COMMON[] = "common";
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The control device: one record in, one command, one record out. The handlers'
-// own codes reach the log only; a process sees 0 or -EFAULT.
+// The control device: one record in, one command, one record out. A process sees
+// 0 or -EFAULT, whatever a handler returned.
 //
 // Subscribing follows the exported interface: an srcu_reader keeps the combiner
 // alive, the leaf's lock serialises mapping, request and release. Cards are
@@ -11,13 +11,13 @@
 #include "config/keys.h"
 #include "control/report.h"
 #include "core/log.h"
+#include "delivery/mapping.h"
 #include "delivery/notify.h"
 #include "delivery/request.h"
 #include "discovery/card.h"
 #include "uapi/intr.h"
 
 static constexpr u32 READ_DIRECTION = 1u << 31;
-static constexpr int FAILED = 14; // what the exported interface returns, too
 
 static u32 sequence_number(u32 cmd)
 {
@@ -36,7 +36,8 @@ static int subscribe(const char *desc, drv_intr_irq_info &irq_info, u32 pid)
 			return 0;
 		}
 	}
-	if (!drv_intr_add_pid(irq_info, pid)) {
+	drv_intr_pid_info *pid_info = drv_intr_add_pid(irq_info, pid);
+	if (!pid_info) {
 		(void)drv_intr_free_irq(irq_info); // always 0
 		return -ENOMEM;
 	}
@@ -47,9 +48,10 @@ static int subscribe(const char *desc, drv_intr_irq_info &irq_info, u32 pid)
 		return 0;
 	}
 	intr_err("[%s]request irq fail, ret=%d", desc, ret);
-	(void)drv_intr_forget_pid(irq_info, pid);
+	// Still there: a leaf that is not requested sends nothing that could fail.
+	drv_intr_del_pid(irq_info, *pid_info, 1);
 	(void)drv_intr_free_irq(irq_info); // always 0
-	return FAILED;
+	return -EFAULT;
 }
 
 static int drv_intr_ioctl_set_pid(u32, drv_intr_ioctl_para &para)
@@ -59,18 +61,15 @@ static int drv_intr_ioctl_set_pid(u32, drv_intr_ioctl_para &para)
 
 	intr_info("[%s]enter, index_id=0x%x, type=%u, pid=%u", desc, index_id, type, pid);
 	const srcu_reader reader;
-	if (drv_mapping_irq(index_id, type) == 0) {
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
+	if (!irq_info) {
 		intr_err("[%s]map virq fail", desc);
-		return FAILED;
-	}
-	drv_intr_irq_info *irq_info = drv_intr_get_irq_info_by_index_type(index_id, type);
-	if (!irq_info)
 		return -EFAULT;
+	}
 	const mutex_guard guard(irq_info->lock);
-	// A user that left since may have taken the mapping along.
 	if (drv_intr_map_leaf(*irq_info) == 0) {
 		intr_err("[%s]map virq fail", desc);
-		return FAILED;
+		return -EFAULT;
 	}
 	return subscribe(desc, *irq_info, pid);
 }
@@ -95,7 +94,7 @@ static int drv_intr_ioctl_unset_pid(u32, drv_intr_ioctl_para &para)
 	const int ret = drv_intr_free_irq(*irq_info);
 	if (ret != 0) {
 		intr_err("[%s]free irq fail, ret=%d", desc, ret);
-		return FAILED;
+		return ret;
 	}
 	intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc, index_id, type, pid);
 	return 0;

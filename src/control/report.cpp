@@ -39,13 +39,6 @@ static bool get_depth(u32 virq, u32 *depth)
 	return virq != 0 && irq_get_depth(virq, depth) == 0;
 }
 
-// A combiner whose bring-up is not through has records that are still written.
-// Pairs with the end of bring-up.
-static bool is_complete(const drv_intr_combiner &combiner)
-{
-	return load_acquire(combiner.ready) != 0;
-}
-
 static u32 drv_intr_dbg_print_one_irq(char *buffer, u32 size, const drv_intr_irq_info &irq_info)
 {
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
@@ -114,7 +107,7 @@ u32 drv_intr_dbg_print_runtime(char *buffer, u32 size)
 	for (drv_intr_combiner &combiner : ctrl.combiner_list) {
 		if (out.full())
 			break;
-		if (is_complete(combiner))
+		if (drv_intr_is_ready(combiner))
 			out.length +=
 				drv_intr_dbg_print_combiner_runtime(out.at(), out.room(), combiner);
 	}
@@ -190,6 +183,7 @@ static u32 drv_intr_dbg_print_level_cfg(char *buffer, u32 size, const drv_intr_h
 		intr_print(out, L8 "0x%x\n", "status_reg", level.status_reg);
 		intr_print(out, L8 "%u\n", "shift", level.shift);
 		intr_print(out, L8 "0x%x\n", "mask", level.mask);
+		// Spelt as the programs that read it expect.
 		intr_print(out, L8 "%u\n", "statuc_wc", level.status_wc);
 	}
 	return out.length;
@@ -254,7 +248,7 @@ u32 drv_intr_dbg_print_cfg(char *buffer, u32 size)
 	for (drv_intr_combiner &combiner : ctrl.combiner_list) {
 		if (out.full())
 			break;
-		if (is_complete(combiner))
+		if (drv_intr_is_ready(combiner))
 			out.length +=
 				drv_intr_dbg_print_combiner_cfg(out.at(), out.room(), combiner);
 	}

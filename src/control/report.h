@@ -5,8 +5,9 @@
 // characters without it: what does not fit is cut. They log nothing and change
 // nothing. size is above 0, buffer zero-filled.
 //
-// The four whole reports walk the records inside an srcu_reader of their own;
-// counters and states may change between two lines. Process context.
+// Those that walk the records do it inside an srcu_reader of their own, and leave
+// out combiners whose bring-up is not through; counters and states may change
+// between two lines. Process context.
 #ifndef INTR_CONTROL_REPORT_H
 #define INTR_CONTROL_REPORT_H
 

@@ -16,6 +16,7 @@
 #ifndef INTR_CORE_RECORDS_H
 #define INTR_CORE_RECORDS_H
 
+#include "core/atomic.h"
 #include "core/list.h"
 #include "delivery/drv_intr.h"
 #include "platform/kernel.h"
@@ -24,6 +25,8 @@ inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;
 inline constexpr u32 DRV_INTR_NO_REG = 0xffffffff;
 inline constexpr u32 DRV_INTR_MAX_LEVELS = 5;
 inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
+// Ids of combiners of the board are below; from here on they are those of cards.
+inline constexpr u32 DRV_INTR_FIRST_CARD_COMBINER = 32;
 // A combiner's configuration node, and the end of its device's name.
 inline constexpr char DRV_INTR_COMBINER_NAME[] = "irq_combiner";
 #define DRV_INTR_COMBINER_NAME_FORMAT "irq_combiner@%u"
@@ -121,8 +124,9 @@ struct drv_intr_irq_info {
 	// Makes "look at the depth, then enable" one step, and keeps `virq` in
 	// place while it is used. Any context.
 	raw_spinlock enable_lock;
-	// Not 0 once a release of the interrupt has begun: no client may enable or
-	// disable it any more. Under `enable_lock`; a new mapping starts with 0.
+	// Not 0 once a release of the interrupt has begun, or the combiner that stands
+	// behind this leaf is being detached from it: no client may enable or disable
+	// it meanwhile. Under `enable_lock`; a new mapping starts with 0.
 	u32 retiring;
 	// Not 0 while the mask of this leaf keeps its direct parent disabled. Set by
 	// the mask, taken by whoever gives the parent back.
@@ -176,6 +180,12 @@ struct drv_intr_combiner {
 };
 
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
+
+// Bring-up is through: its records do not change any more. Pairs with its last step.
+[[nodiscard]] inline bool drv_intr_is_ready(const drv_intr_combiner &combiner)
+{
+	return load_acquire(combiner.ready) != 0;
+}
 
 struct drv_intr_ctrl {
 	u32 int_debug_switch; // not 0: interrupt-path tracing on

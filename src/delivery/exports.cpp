@@ -7,71 +7,19 @@
 // works on a leaf. Mapping, registration and release of one leaf are serialised
 // by the leaf's lock; enable and disable run in any context and take only its
 // enable_lock.
-#include "combiner/level.h"
 #include "core/log.h"
 #include "delivery/drv_intr.h"
+#include "delivery/mapping.h"
 #include "delivery/request.h"
 
 // Result codes of this interface are positive.
 static constexpr int NOT_USABLE = 22;
 static constexpr int FAILED = 14;
 
-static drv_intr_irq_info *find_leaf(const char *desc, u32 index_id, u32 type)
-{
-	drv_intr_irq_info *irq_info = drv_intr_get_irq_info_by_index_type(index_id, type);
-
-	if (!irq_info)
-		intr_info("[%s]not support para, index_id=0x%x, type=%u", desc, index_id, type);
-	return irq_info;
-}
-
-static constexpr char mapping_desc[] = "mapping irq";
-
-// Two leaves of one hwirq would share one number, and the release of one would
-// take it from under the other: only the first of them can be mapped.
-static bool owns_hwirq(drv_intr_irq_info &irq_info)
-{
-	const u32 hwirq = irq_info.hwirq_cfg.hwirq;
-
-	if (drv_intr_get_irq_info_by_hwirq(*irq_info.combiner, hwirq) == &irq_info)
-		return true;
-	intr_err("[%s]hwirq=%u is another leaf's", mapping_desc, hwirq);
-	return false;
-}
-
-u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info)
-{
-	static constexpr const char *desc = mapping_desc;
-	const drv_intr_combiner &combiner = *irq_info.combiner;
-	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
-
-	if (irq_info.virq != 0)
-		return irq_info.virq;
-	intr_info("[%s]index_id=0x%x, type=%u", desc, cfg.index_id, cfg.type);
-	// Not before the whole bring-up is through: its set-up of the registers
-	// would close a leaf that is in use already.
-	u32 virq = 0;
-	if (load_acquire(combiner.ready) != 0 && owns_hwirq(irq_info))
-		virq = irq_create_mapping(combiner.domain, cfg.hwirq);
-	if (virq == 0) {
-		intr_err("[%s]map hwirq fail", desc);
-		return 0;
-	}
-	{
-		const raw_spinlock_guard guard(irq_info.enable_lock);
-		irq_info.retiring = 0;
-		write_once(irq_info.virq, virq);
-	}
-	intr_info("[%s]clear irq int state, virq=%u", desc, virq);
-	drv_intr_clear_irqinfo(irq_info);
-	intr_info("[%s]success, virq=%u", desc, virq);
-	return virq;
-}
-
 u32 drv_mapping_irq(u32 index_id, u32 type)
 {
 	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = find_leaf(mapping_desc, index_id, type);
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
 
 	if (!irq_info)
 		return 0;
@@ -85,7 +33,7 @@ u32 drv_mapping_irq(u32 index_id, u32 type)
 u32 drv_find_mapping_irq(u32 index_id, u32 type)
 {
 	const srcu_reader reader;
-	const drv_intr_irq_info *irq_info = find_leaf("find mapping irq", index_id, type);
+	const drv_intr_irq_info *irq_info = drv_intr_find_leaf("find mapping irq", index_id, type);
 
 	return irq_info ? read_once(irq_info->virq) : 0;
 }
@@ -143,7 +91,7 @@ int drv_intr_set_regist(u32 index_id, u32 type, drv_intr_handler handler, void *
 		return NOT_USABLE;
 	}
 	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = find_leaf(mapping_desc, index_id, type);
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
 	if (!irq_info)
 		return FAILED;
 	const mutex_guard guard(irq_info->lock);
@@ -153,39 +101,21 @@ int drv_intr_set_regist(u32 index_id, u32 type, drv_intr_handler handler, void *
 	return regist_leaf(desc, *irq_info, handler, data);
 }
 
-static constexpr char unregist_desc[] = "intr set unregist";
-
-int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info)
-{
-	static constexpr const char *desc = unregist_desc;
-
-	intr_info("[%s]enter, index_id=0x%x, type=%d", desc, irq_info.hwirq_cfg.index_id,
-		  irq_info.hwirq_cfg.type);
-	drv_intr_clear_handler(irq_info);
-	const int ret = drv_intr_free_irq(irq_info);
-	if (ret != 0) {
-		intr_err("[%s]free irq fail, ret=%d", desc, ret);
-		return FAILED;
-	}
-	intr_info("[%s]success", desc);
-	return 0;
-}
-
 int drv_intr_set_unregist(u32 index_id, u32 type)
 {
 	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = find_leaf(unregist_desc, index_id, type);
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf(drv_intr_unregist_desc, index_id, type);
 
 	if (!irq_info)
 		return NOT_USABLE;
 	const mutex_guard guard(irq_info->lock);
-	return drv_intr_unregist_leaf(*irq_info);
+	return drv_intr_unregist_leaf(*irq_info) == 0 ? 0 : FAILED;
 }
 
 static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 virq))
 {
 	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = find_leaf(desc, index_id, type);
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf(desc, index_id, type);
 
 	if (!irq_info)
 		return NOT_USABLE;

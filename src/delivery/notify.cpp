@@ -125,7 +125,9 @@ static void take_back_disable(drv_intr_irq_info &irq_info, u32 virq)
 	enable_irq(virq);
 }
 
-int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
+// One message, which leaves the leaf disabled once. 0, or a negative code with the
+// leaf as it was.
+static int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 {
 	static constexpr char desc[] = "intr notify pid";
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
@@ -141,7 +143,7 @@ int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 	if (!message)
 		return ret;
 	disable_irq_nosync(virq);
-	ret = netlink_unicast(socket, message, pid, MSG_DONTWAIT);
+	ret = netlink_unicast(socket, message, pid, true);
 	if (ret < 0) {
 		take_back_disable(irq_info, virq);
 		intr_err("[%s]nlmsg_unicast fail, ret=%d", desc, ret);
@@ -153,23 +155,23 @@ int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 }
 
 // One more disable around a walk over several subscribers: the first may answer
-// before the second has its message, and would open the leaf too early.
-class [[nodiscard]] held_closed {
+// before the second has its message, and would enable the leaf too early.
+class [[nodiscard]] held_disabled {
 public:
-	explicit held_closed(drv_intr_irq_info &irq_info)
+	explicit held_disabled(drv_intr_irq_info &irq_info)
 		: irq_info_(irq_info), virq_(read_once(irq_info.virq)),
 		  several_(is_several(irq_info.pid_list))
 	{
 		if (several_)
 			disable_irq_nosync(virq_);
 	}
-	~held_closed()
+	~held_disabled()
 	{
 		if (several_)
 			take_back_disable(irq_info_, virq_);
 	}
-	held_closed(const held_closed &) = delete;
-	held_closed &operator=(const held_closed &) = delete;
+	held_disabled(const held_disabled &) = delete;
+	held_disabled &operator=(const held_disabled &) = delete;
 
 private:
 	static bool is_several(list<drv_intr_pid_info> &pid_list)
@@ -192,12 +194,12 @@ void drv_intr_notify_all_pid(drv_intr_irq_info &irq_info)
 		return;
 	// A hard interrupt, or the tasklet from which the kernel replays a line.
 	if (!in_task()) {
-		intr_err("[%s]not in task contex, just return", desc);
+		intr_err("[%s]not in task contex, just return", desc); // spelt as people search it
 		return;
 	}
 	const srcu_reader reader;
 	const mutex_guard guard(irq_info.pid_list_lock);
-	const held_closed closed(irq_info);
+	const held_disabled disabled(irq_info);
 	auto next = irq_info.pid_list.begin();
 	while (next != irq_info.pid_list.end()) {
 		drv_intr_pid_info &pid_info = *next;

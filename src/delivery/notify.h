@@ -29,10 +29,6 @@ void drv_intr_del_pid(drv_intr_irq_info &irq_info, drv_intr_pid_info &pid_info, 
 // Ends one subscription of this port. False: there was none. Takes pid_list_lock.
 [[nodiscard]] bool drv_intr_forget_pid(drv_intr_irq_info &irq_info, u32 pid);
 
-// Sends one message, which leaves the leaf disabled once. 0, or a negative code
-// with the leaf as it was.
-[[nodiscard]] int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid);
-
 // One message to every subscriber, in order; a failed one ends the subscription.
 // Any context: where it may not sleep nothing is sent, and with subscribers that
 // is an error line.

@@ -216,6 +216,22 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 	return 0;
 }
 
+int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info)
+{
+	static constexpr const char *desc = drv_intr_unregist_desc;
+
+	intr_info("[%s]enter, index_id=0x%x, type=%d", desc, irq_info.hwirq_cfg.index_id,
+		  irq_info.hwirq_cfg.type);
+	drv_intr_clear_handler(irq_info);
+	const int ret = drv_intr_free_irq(irq_info);
+	if (ret != 0) {
+		intr_err("[%s]free irq fail, ret=%d", desc, ret);
+		return ret;
+	}
+	intr_info("[%s]success", desc);
+	return 0;
+}
+
 void drv_intr_abandon_irq(drv_intr_irq_info &irq_info)
 {
 	const mutex_guard guard(irq_info.lock);

@@ -10,9 +10,6 @@
 
 #include "core/records.h"
 
-// The leaf's number, mapped on demand; 0 when it cannot be mapped.
-[[nodiscard]] u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info);
-
 // The leaf is mapped. Requesting a requested leaf changes nothing. 0, or
 // -EFAULT with the leaf mapped and not requested.
 [[nodiscard]] int drv_intr_request_irq(drv_intr_irq_info &irq_info);
@@ -25,8 +22,8 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info);
 // seen the callback is running.
 void drv_intr_clear_handler(drv_intr_irq_info &irq_info);
 
-// Takes the callback back and releases the leaf, as drv_intr_set_unregist does.
-// 0, or a positive code of that interface.
+// Takes the callback back and releases the leaf. The result of drv_intr_free_irq.
+inline constexpr char drv_intr_unregist_desc[] = "intr set unregist";
 int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info);
 
 // Tear-down of the combiner: drops callback and subscribers, then releases.

@@ -12,11 +12,10 @@
 #include "discovery/gpio.h"
 
 static constexpr u32 CARD_COMBINERS = 4;
-static constexpr u32 FIRST_CARD_COMBINER = 32;
 
 static u32 card_combiner_id(u32 card_no, u32 index)
 {
-	return FIRST_CARD_COMBINER + CARD_COMBINERS * card_no + index;
+	return DRV_INTR_FIRST_CARD_COMBINER + CARD_COMBINERS * card_no + index;
 }
 
 int drv_intr_get_card_no(u32 inst_id, u32 &card_no)

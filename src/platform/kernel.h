@@ -25,7 +25,6 @@ inline constexpr unsigned long IRQ_NOREQUEST = 1ul << 11;
 inline constexpr unsigned long IRQ_DISABLE_UNLAZY = 1ul << 19;
 inline constexpr int IRQ_HANDLED = 1;
 inline constexpr int NUMA_NO_NODE = -1;
-inline constexpr int MSG_DONTWAIT = 0x40;
 
 // A pointer in the last page is an error value, as the kernel returns them.
 template <typename T> [[nodiscard]] inline bool IS_ERR(T *pointer)
@@ -359,7 +358,7 @@ inline void netlink_set_source(sk_buff *message, u32 portid, u32 dst_group)
 {
 	plat_netlink_set_source(message, portid, dst_group);
 }
-[[nodiscard]] inline int netlink_unicast(sock *sock, sk_buff *message, u32 portid, int nonblock)
+[[nodiscard]] inline int netlink_unicast(sock *sock, sk_buff *message, u32 portid, bool nonblock)
 {
 	return plat_netlink_unicast(sock, message, portid, nonblock);
 }

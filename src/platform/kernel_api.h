@@ -272,7 +272,7 @@ unsigned long plat_copy_from_user(void *to, const void *user, unsigned long size
 unsigned long plat_copy_to_user(void *user, const void *from, unsigned long size);
 
 /*
- * A misc character device with a minor of its own number. An open file holds
+ * A misc character device with a minor number of its own. An open file holds
  * the module. ioctl serves native and 32-bit callers alike; the latter's
  * argument is zero-extended.
  */
