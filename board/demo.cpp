@@ -63,6 +63,15 @@ compiled read_compiled(const std::string &directory, const std::string &name)
 	return {file_text(path + ".txt"), file_text(path + ".tbl"), file_text(path + ".sources")};
 }
 
+// An instance as the xml module shows and takes it.
+std::string instance_text(u32 instance)
+{
+	char text[16];
+
+	snprintf(text, sizeof(text), "0x%x", instance);
+	return text;
+}
+
 std::string word_after(const std::string &line, const std::string &key)
 {
 	const size_t at = (" " + line).find(" " + key + "=");
@@ -95,7 +104,7 @@ u32 number(const std::string &text)
 // context: a sync leaf on a combiner without async.
 std::vector<leaf> leaves_of(u32 instance)
 {
-	const std::string start = instance == XML_TABLE_BOARD ? "0xffffffff " : "0x3000000 ";
+	const std::string start = instance_text(instance) + " ";
 	std::vector<leaf> leaves;
 	bool async = false;
 
@@ -333,10 +342,73 @@ void unload()
 		problem("intr cannot be unloaded: " + std::to_string(ret));
 	control("cpld", "reset");
 	control("client", "clear");
-	world::control("xml", "drop 0xffffffff");
-	world::control("xml", "drop 0x3000000");
+	for (const u32 instance : {XML_TABLE_BOARD, card_instance})
+		world::control("xml", "drop " + instance_text(instance));
 	for (const std::string &left : world::finish())
 		problem(left);
+}
+
+// A kernel client and a process take every leaf of the board.
+std::vector<leaf> take_leaves(process &process)
+{
+	const std::vector<leaf> leaves = leaves_of(XML_TABLE_BOARD);
+
+	register_client(leaves);
+	printf("  %zu leaves registered by a kernel client\n", leaves.size());
+	if (process.open())
+		printf("  %zu of them subscribed by a process, netlink protocol %u; the others are "
+		       "handled where no process can be told\n",
+		       process.subscribe(leaves), process.protocol);
+	else
+		problem("no netlink socket");
+	return leaves;
+}
+
+void show_board(const compiled &board, process &process)
+{
+	const std::vector<leaf> leaves = take_leaves(process);
+
+	title("Interrupts, fired by name");
+	fire_all(board.sources, process);
+
+	title("/proc/interrupts, the lines of the leaves");
+	show_interrupts();
+
+	title("The driver's own reports");
+	show_reports(leaves.front());
+}
+
+bool load_driver()
+{
+	title("Loading intr");
+	const int ret = world::load();
+	if (ret != 0)
+		problem("intr does not load: " + std::to_string(ret));
+	else
+		printf("  %s\n", world::home().c_str());
+	return ret == 0;
+}
+
+// The exit code.
+int demonstrate(const compiled &board, const compiled &card)
+{
+	process process;
+
+	control("cpld", "reset");
+	set_up(board);
+	if (!load_driver())
+		return 1;
+	show_board(board, process);
+
+	title("A card is plugged, fires, and is pulled");
+	show_card(card, process);
+
+	title("Unloading, while the client still holds every leaf");
+	process.close();
+	unload();
+	printf("  %s\n", problems == 0 ? "nothing left: no interrupt, no thread, no complaint"
+				       : "see the problems above");
+	return problems == 0 ? 0 : 1;
 }
 
 } // namespace
@@ -357,43 +429,5 @@ int main(int argc, char **argv)
 			"intr-demo: the board is described by a device tree; boot with it\n");
 		return 2;
 	}
-	control("cpld", "reset");
-	set_up(board);
-
-	title("Loading intr");
-	const int ret = world::load();
-	if (ret != 0) {
-		problem("intr does not load: " + std::to_string(ret));
-		return 1;
-	}
-	printf("  %s\n", world::home().c_str());
-	const std::vector<leaf> leaves = leaves_of(XML_TABLE_BOARD);
-	process process;
-	register_client(leaves);
-	printf("  %zu leaves registered by a kernel client\n", leaves.size());
-	if (process.open())
-		printf("  %zu of them subscribed by a process, netlink protocol %u; the others are "
-		       "handled where no process can be told\n",
-		       process.subscribe(leaves), process.protocol);
-	else
-		problem("no netlink socket");
-
-	title("Interrupts, fired by name");
-	fire_all(board.sources, process);
-
-	title("/proc/interrupts, the lines of the leaves");
-	show_interrupts();
-
-	title("The driver's own reports");
-	show_reports(leaves.front());
-
-	title("A card is plugged, fires, and is pulled");
-	show_card(card, process);
-
-	title("Unloading, while the client still holds every leaf");
-	process.close();
-	unload();
-	printf("  %s\n", problems == 0 ? "nothing left: no interrupt, no thread, no complaint"
-				       : "see the problems above");
-	return problems == 0 ? 0 : 1;
+	return demonstrate(board, card);
 }

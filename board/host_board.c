@@ -2,14 +2,14 @@
 /* The virtual board's home on the host: everything it needs is an operation of the kernel model. */
 #include "host_board.h"
 
+#include "discovery/acpi_id.h"
 #include "model.h"
 #include "port_board.h"
 
 #define FIRMWARE_DEVICES 4
 #define COMPATIBLE "quorvatek,irq_combiner"
-#define ACPI_DEVICE "NETB0009:00"
-#define ACPI_COMPATIBLE "acpi:NETB0009"
-#define ACPI_LINES 3
+#define ACPI_DEVICE DRV_INTR_ACPI_ID ":00"
+#define ACPI_COMPATIBLE "acpi:" DRV_INTR_ACPI_ID
 #define NAME_MAX_SIZE 64
 #define ADDED_MAX 64
 
@@ -165,10 +165,10 @@ void host_firmware_board(void)
 
 void host_firmware_board_acpi(void)
 {
-	u32 virqs[ACPI_LINES];
+	u32 virqs[BOARD_ACPI_LINES];
 	u32 line;
 
-	for (line = 0; line < ACPI_LINES; line++)
+	for (line = 0; line < BOARD_ACPI_LINES; line++)
 		virqs[line] = host_line_virq(line);
-	host_device_add(ACPI_DEVICE, ACPI_COMPATIBLE, virqs, ACPI_LINES);
+	host_device_add(ACPI_DEVICE, ACPI_COMPATIBLE, virqs, BOARD_ACPI_LINES);
 }

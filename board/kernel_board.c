@@ -29,8 +29,6 @@
 
 /* ACPI counts all interrupts of the GIC, of which 32 are not shared. */
 #define FIRST_GSI (32 + FIRST_SPI)
-/* The lines, from 0, of the device that the board's ACPI table describes. */
-#define FIRMWARE_LINES 3
 
 #define DRIVER_NAME "irq_combiner"
 #define DRIVER_MODULE "intr"
@@ -96,7 +94,7 @@ static void unmap_lines(void)
 {
 	u32 line;
 
-	for (line = acpi_disabled ? 0 : FIRMWARE_LINES; line < BOARD_GPIO_LINE; line++)
+	for (line = acpi_disabled ? 0 : BOARD_ACPI_LINES; line < BOARD_GPIO_LINE; line++)
 		irq_dispose_mapping(line_virqs[line]);
 }
 

@@ -10,5 +10,6 @@
 #define BOARD_LINES 40
 #define BOARD_GPIO_LINE 32	/* the first one on a pin */
 #define BOARD_GPIO_BASE 400	/* its GPIO number; the others follow */
+#define BOARD_ACPI_LINES 3	/* so many, from 0 on, belong to the ACPI device */
 
 #endif

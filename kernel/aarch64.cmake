@@ -1,11 +1,5 @@
 # SPDX-License-Identifier: GPL-2.0
-# CMake toolchain for programs that run in the guest: static, as the guest has no libraries.
-set(CMAKE_SYSTEM_NAME Linux)
+# CMake toolchain for programs that run in the guest.
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(machine aarch64-linux-gnu)
+include(${CMAKE_CURRENT_LIST_DIR}/guest.cmake)

@@ -12,7 +12,6 @@ namespace cfg {
 namespace {
 
 constexpr u32 netlink_protocols = 32;
-constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;
 
 std::string place(const leaf &leaf)
 {
@@ -57,14 +56,6 @@ void check_numberings(const document &document, diagnostics &found)
 }
 
 /* The global entry */
-
-const document_entry *find_common(const document &document)
-{
-	for (const document_node &node : document.nodes)
-		if (node.kind == node_kind::global && !node.entries.empty())
-			return &node.entries.front();
-	return nullptr;
-}
 
 unsigned line_of(const document_entry &entry, const std::string &key)
 {
@@ -249,7 +240,7 @@ void check_combiner(const document &document, const combiner &combiner, diagnost
 	check_hwirqs(combiner, found);
 	if (combiner.direct)
 		check_direct(combiner, found);
-	if (!document.is_board() && combiner.int_type == 0 && combiner.line)
+	if (!document.is_board() && combiner.int_type == origin_external && combiner.line)
 		found.warning(combiner.line,
 			      combiner.name() + ": a card combiner without a parent line cannot "
 						"be brought up; set int_type to gpio or combiner");

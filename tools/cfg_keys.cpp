@@ -22,9 +22,9 @@ constexpr auto trigger_words = std::to_array<word>({
 });
 
 constexpr auto origin_words = std::to_array<word>({
-	{"external", 0},
-	{"gpio", 1},
-	{"combiner", 2},
+	{"external", origin_external},
+	{"gpio", origin_gpio},
+	{"combiner", origin_combiner},
 });
 
 std::span<const word> words_of(words kind)

@@ -23,6 +23,11 @@ inline constexpr u32 level_max = 5;
 inline constexpr u32 board_combiners = 32;
 inline constexpr u32 card_combiners = 4;
 
+// Bits of cfg_type_bitmap.
+inline constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;
+// Values of int_type.
+inline constexpr u32 origin_external = 0, origin_gpio = 1, origin_combiner = 2;
+
 enum class node_kind { global, combiner, slot };
 
 // How a value is written besides as a number.

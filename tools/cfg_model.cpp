@@ -172,6 +172,21 @@ table document::to_table() const
 	return result;
 }
 
+const document_entry *find_common(const document &document)
+{
+	for (const document_node &node : document.nodes)
+		if (node.kind == node_kind::global && !node.entries.empty())
+			return &node.entries.front();
+	return nullptr;
+}
+
+document_entry global_settings(const document &document)
+{
+	const document_entry *common = find_common(document);
+
+	return common ? *common : document_entry{&entry_rules[0], "common", 0, 0, "", 0, {}};
+}
+
 std::vector<combiner> resolve(const document &document)
 {
 	std::vector<combiner> combiners;

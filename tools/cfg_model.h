@@ -56,6 +56,11 @@ struct document {
 	table to_table() const;
 };
 
+// The entry "common" of the global settings, or null.
+const document_entry *find_common(const document &document);
+// The same with all defaults where the file has none.
+document_entry global_settings(const document &document);
+
 struct level {
 	u32 chip_id, en, status, shift, mask, wc;
 

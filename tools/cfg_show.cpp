@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Text output: the tree for people, the commands for the CPLD simulation, and a
-// table turned back into XML.
+// Text output: the tree for people, and a table turned back into XML.
 #include "cfg_show.h"
-
-#include "lines.h"
 
 #include <algorithm>
 #include <memory>
@@ -12,11 +9,6 @@
 
 namespace cfg {
 namespace {
-
-// A direct combiner has no registers. In the simulation its leaf drives the
-// line through a made-up always-enabled register of this chip, which no board has.
-constexpr u32 direct_chip = 0xfffffffe;
-constexpr u32 direct_status = 0x1000;
 
 /* The tree */
 
@@ -172,15 +164,6 @@ std::string bitmap_text(u32 bitmap)
 	return names.empty() ? "none" : join(names);
 }
 
-// The global settings; all defaults where the file has none.
-document_entry global_settings(const document &document)
-{
-	for (const document_node &node : document.nodes)
-		if (node.kind == node_kind::global && !node.entries.empty())
-			return node.entries.front();
-	return {&entry_rules[0], "common", 0, 0, "", 0, {}};
-}
-
 std::string header(const document &document)
 {
 	const document_entry common = global_settings(document);
@@ -192,50 +175,14 @@ std::string header(const document &document)
 
 	const u32 sources = common.get("cfg_type_bitmap");
 	std::vector<std::string> names;
-	if (sources & 1)
+	if (sources & source_acpi)
 		names.push_back("ACPI (" + bitmap_text(common.get("acpi_bitmap")) + ")");
-	if (sources & 2)
+	if (sources & source_dts)
 		names.push_back("device tree");
-	if (sources & 4)
+	if (sources & source_gpio)
 		names.push_back("GPIO pins (" + bitmap_text(common.get("gpio_bitmap")) + ")");
 	return "board, combiners from " + (names.empty() ? "nowhere" : join(names)) +
 	       ", netlink protocol " + std::to_string(common.get("netlink_id")) + "\n";
-}
-
-/* The simulation */
-
-std::string source_level(u32 chip, const std::string &en, u32 status, u32 shift, u32 mask,
-			 bool latched)
-{
-	return " " + hex(chip) + ":" + en + ":" + hex(status) + ":" + std::to_string(shift) + ":" +
-	       hex(mask) + (latched ? ":latched" : ":level");
-}
-
-// A combiner that stands behind a GPIO pin is on the pin's line, any other one on
-// the line of its own number.
-u32 parent_line(const document &document, const combiner &combiner)
-{
-	const document_entry common = global_settings(document);
-	bool at_gpio = combiner.int_type == 1;
-
-	if (document.is_board())
-		at_gpio = common.get("cfg_type_bitmap") & 4 &&
-			  common.get("gpio_bitmap") >> combiner.id & 1;
-	return at_gpio ? BOARD_GPIO_LINE + combiner.gpio - BOARD_GPIO_BASE : combiner.id;
-}
-
-std::string source_command(const document &document, const combiner &combiner, const leaf &leaf)
-{
-	std::string text = "source " + display_name(combiner, leaf) + " " + hex(document.instance) +
-			   " " + std::to_string(parent_line(document, combiner));
-
-	if (combiner.direct)
-		return text + source_level(direct_chip, "-", direct_status + combiner.id,
-					   leaf.number % 32, 1, false);
-	for (const level &level : leaf.levels)
-		text += source_level(level.chip_id, level.en == no_register ? "-" : hex(level.en),
-				     level.status, level.shift, level.mask, level.wc != 0);
-	return text;
 }
 
 /* A table back to XML */
@@ -313,16 +260,6 @@ std::string show(const document &document)
 
 	for (const combiner &combiner : resolve(document))
 		show_combiner(document, combiner, out);
-	return out;
-}
-
-std::string sources(const document &document)
-{
-	std::string out;
-
-	for (const combiner &combiner : resolve(document))
-		for (const leaf &leaf : combiner.leaves)
-			out += source_command(document, combiner, leaf) + "\n";
 	return out;
 }
 

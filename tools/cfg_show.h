@@ -13,10 +13,6 @@ namespace cfg {
 // The combiners as trees of register levels with the leaves at their ends.
 std::string show(const document &document);
 
-// One command of the CPLD simulation for each leaf:
-//	source NAME INST LINE CHIP:EN:STATUS:SHIFT:MASK:KIND...
-std::string sources(const document &document);
-
 // A table as XML that compiles to the same table. False with one line in text
 // when the bytes are no valid table.
 [[nodiscard]] bool dump(const bytes &bytes, std::string &text);

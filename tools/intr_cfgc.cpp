@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "cfg_show.h"
+#include "cfg_sources.h"
 #include "cfg_table.h"
 #include "cfg_xml.h"
 
@@ -147,6 +148,15 @@ int run_dump(const std::string &input, const std::string &content)
 	return exit_mistakes;
 }
 
+int print_sources(const cfg::document &document, const std::string &input)
+{
+	cfg::diagnostics found;
+	const std::string text = cfg::sources(document, found);
+
+	report(input, found);
+	return found.has_errors() ? exit_mistakes : print(text);
+}
+
 int run(job job, const std::string &input, const std::string &output)
 {
 	std::string content;
@@ -169,7 +179,7 @@ int run(job job, const std::string &input, const std::string &output)
 	case job::show:
 		return print(cfg::show(document));
 	case job::sources:
-		return print(cfg::sources(document));
+		return print_sources(document, input);
 	case job::dump:
 		break;
 	}

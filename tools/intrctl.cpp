@@ -133,6 +133,72 @@ int set_debug(control_device &device, bool on, uint32_t virq)
 	return exit_done;
 }
 
+// A report's text; more than fits is cut by the driver.
+std::string read_report(control_device &device, uint32_t cmd, uint32_t virq,
+			const std::string &what, const std::string &doubt)
+{
+	std::string text(DRV_INTR_REPORT_MAX, '\0');
+	drv_intr_ioctl_para para{};
+
+	para.buf = reinterpret_cast<uintptr_t>(text.data());
+	para.buf_len = DRV_INTR_REPORT_MAX;
+	para.virq = virq;
+	device.command(cmd, para, what, doubt);
+	text.resize(strnlen(text.data(), text.size()));
+	return text;
+}
+
+// The driver cuts silently; that much text and no more is no coincidence.
+bool is_cut(const std::string &report)
+{
+	return report.size() + 1 >= DRV_INTR_REPORT_MAX;
+}
+
+int report(control_device &device, uint32_t cmd, uint32_t virq, const std::string &doubt)
+{
+	const std::string text = read_report(device, cmd, virq, "report: reading", doubt);
+
+	print(text);
+	if (is_cut(text))
+		complain("report: cut at " + std::to_string(text.size()) +
+			 " characters, the most that the driver gives");
+	return exit_done;
+}
+
+// As the driver counts cards, and the combiners of each.
+constexpr uint32_t first_card_combiner = 32, card_combiners = 4;
+
+uint32_t card_number(uint32_t inst_id)
+{
+	return inst_id >> 24 == 0xff ? inst_id & 0xffff : inst_id >> 24;
+}
+
+bool has_combiner_of(uint32_t card, const std::string &runtime_report)
+{
+	const uint32_t first = first_card_combiner + card_combiners * card;
+
+	for (uint32_t id = first; id < first + card_combiners; id++)
+		if (runtime_report.find("\ncombiner" + std::to_string(id) + "\n") !=
+		    std::string::npos)
+			return true;
+	return false;
+}
+
+// A card without a table has no combiners, and bringing up nothing succeeds.
+void warn_of_no_combiners(control_device &device, uint32_t card)
+{
+	try {
+		const std::string text = read_report(device, DRV_INTR_IOC_DBG_RUNTIME, 0,
+						     "looking at the card's combiners", "");
+
+		if (!has_combiner_of(card, text) && !is_cut(text))
+			complain("card " + std::to_string(card) +
+				 " has no combiners up; is its table loaded? cat /proc/diag/xml");
+	} catch (const failure &error) {
+		complain(error.what()); // the card itself is up
+	}
+}
+
 int change_card(control_device &device, uint32_t inst_id, bool up)
 {
 	drv_intr_ioctl_para para{};
@@ -142,25 +208,9 @@ int change_card(control_device &device, uint32_t inst_id, bool up)
 	std::snprintf(what, sizeof(what), "card inst_id=0x%x: %s", inst_id,
 		      up ? "bringing up" : "taking away");
 	device.command(up ? DRV_INTR_IOC_INIT_CARD : DRV_INTR_IOC_DEINIT_CARD, para, what,
-		       up ? "is its table loaded, its parent line there?" : "is it a card's id?");
-	return exit_done;
-}
-
-int report(control_device &device, uint32_t cmd, uint32_t virq, const std::string &doubt)
-{
-	std::string text(DRV_INTR_REPORT_MAX, '\0');
-	drv_intr_ioctl_para para{};
-
-	para.buf = reinterpret_cast<uintptr_t>(text.data());
-	para.buf_len = DRV_INTR_REPORT_MAX;
-	para.virq = virq;
-	device.command(cmd, para, "report: reading", doubt);
-	text.resize(strnlen(text.data(), text.size()));
-	print(text);
-	// The driver cuts silently; that much text and no more is no coincidence.
-	if (text.size() + 1 >= DRV_INTR_REPORT_MAX)
-		complain("report: cut at " + std::to_string(text.size()) +
-			 " characters, the most that the driver gives");
+		       up ? "is it up already, is its parent line there?" : "is it a card's id?");
+	if (up)
+		warn_of_no_combiners(device, card_number(inst_id));
 	return exit_done;
 }
 
@@ -202,16 +252,9 @@ std::string format_mistake(const std::string &text)
 	return text == "text" || text == "json" ? "" : "\"" + text + "\" is neither text nor json";
 }
 
-void add_watch(CLI::App &app, command_line &line)
+void add_watched_leaves(CLI::App &watch, command_line &line)
 {
-	watch_options &options = line.watch;
-	CLI::App *const watch = app.add_subcommand(
-		"watch",
-		"print one line for each interrupt of the leaves, and enable the leaf again.\n"
-		"A leaf is enabled once at the start: an earlier receiver may have left it\n"
-		"disabled. Ends with exit code 0 by SIGINT, SIGTERM or SIGHUP, unsubscribed.");
-
-	watch->add_option_function<std::vector<std::string>>(
+	watch.add_option_function<std::vector<std::string>>(
 		     "INDEX TYPE",
 		     [&line](const std::vector<std::string> &words) {
 			     for (const std::string &word : words)
@@ -221,25 +264,43 @@ void add_watch(CLI::App &app, command_line &line)
 		->check(is_number({}))
 		->required()
 		->type_name("NUMBER");
-	add_number(*watch, "--num-events", options.num_events, "end after so many interrupts",
+}
+
+void add_watch_options(CLI::App &watch, command_line &line)
+{
+	watch_options &options = line.watch;
+
+	add_number(watch, "--num-events", options.num_events, "end after so many interrupts",
 		   {.min = 1});
-	watch->add_option("--idle-timeout", options.idle_timeout,
-			  "end with exit code 3 after so many seconds without an interrupt;\n"
-			  "fractions are possible")
+	watch.add_option("--idle-timeout", options.idle_timeout,
+			 "end with exit code 3 after so many seconds without an interrupt;\n"
+			 "fractions are possible")
 		->check(CLI::Validator(seconds_mistake, ""))
 		->type_name("SECONDS");
-	watch->add_flag("--no-enable", line.no_enable,
-			"leave the leaves as they are: after an interrupt a leaf stays silent\n"
-			"until somebody enables it");
-	watch->add_option("--format", line.format,
-			  "text: index_id=0x12 type=3 n=1\n"
-			  "json: {\"index_id\":18,\"type\":3,\"n\":1}")
+	watch.add_flag("--no-enable", line.no_enable,
+		       "leave the leaves as they are: after an interrupt a leaf stays silent\n"
+		       "until somebody enables it");
+	watch.add_option("--format", line.format,
+			 "text: index_id=0x12 type=3 n=1\n"
+			 "json: {\"index_id\":18,\"type\":3,\"n\":1}")
 		->check(CLI::Validator(format_mistake, ""))
 		->type_name("text|json");
-	add_number(*watch, "--receive-buffer", options.receive_buffer,
+	add_number(watch, "--receive-buffer", options.receive_buffer,
 		   "room for messages that wait to be read, in bytes; one takes about 1000",
 		   {.min = 1})
 		->type_name("BYTES");
+}
+
+void add_watch(CLI::App &app, command_line &line)
+{
+	CLI::App *const watch = app.add_subcommand(
+		"watch",
+		"print one line for each interrupt of the leaves, and enable the leaf again.\n"
+		"A leaf is enabled once at the start: an earlier receiver may have left it\n"
+		"disabled. Ends with exit code 0 by SIGINT, SIGTERM or SIGHUP, unsubscribed.");
+
+	add_watched_leaves(*watch, line);
+	add_watch_options(*watch, line);
 	watch->callback([&line] {
 		pair_up(line.watched, line.watch.leaves);
 		line.watch.json = line.format == "json";

@@ -7,8 +7,10 @@
 #ifndef BOARD_WORLD_WORLD_H
 #define BOARD_WORLD_WORLD_H
 
+#include <chrono>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cfg_table.h"
@@ -57,13 +59,22 @@ result control(const std::string &file, const std::string &line);
 int write_blob(const std::string &file, const cfg::bytes &data);
 std::string read(const std::string &file);
 
-// The driver's control device: one open, one ioctl, one close. 0 or a negative
-// errno; para goes to the driver as it is, null or unreadable too.
-int ioctl(u32 cmd, void *para);
-// Kept open, as a daemon has it. A handle above 0, or a negative errno.
+// The driver's control device, kept open as a daemon has it. A handle above 0, or
+// a negative errno; para goes to the driver as it is, null or unreadable too.
 int device_open();
 int device_ioctl(int handle, u32 cmd, void *para);
 void device_close(int handle);
+// One open, one ioctl, one close. 0 or a negative errno.
+inline int ioctl(u32 cmd, void *para)
+{
+	const int handle = device_open();
+
+	if (handle < 0)
+		return handle;
+	const int code = device_ioctl(handle, cmd, para);
+	device_close(handle);
+	return code;
+}
 
 // A netlink socket of a process, bound; receive_buffer in bytes, 0 for the usual
 // size. A handle above 0, or a negative errno. Closed by the caller.
@@ -88,7 +99,10 @@ char *page_before_hole();
 std::string interrupts();
 bool thread_exists(const std::string &name);
 
-void sleep_ms(unsigned milliseconds);
+inline void sleep_ms(unsigned milliseconds)
+{
+	std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
 
 // The kernel's waits for readers (RCU) take a moment instead of tens of
 // milliseconds, at the price of disturbing every CPU.

@@ -6,10 +6,8 @@
 #include "world/world.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -160,17 +158,6 @@ std::string read(const std::string &file)
 	return owned_text(port_ctl_read(file.c_str()));
 }
 
-int ioctl(u32 cmd, void *para)
-{
-	const int handle = device_open();
-
-	if (handle < 0)
-		return handle;
-	const int ret = device_ioctl(handle, cmd, para);
-	device_close(handle);
-	return ret;
-}
-
 int device_open()
 {
 	return host_misc_open("intr");
@@ -262,10 +249,5 @@ bool thread_exists(const std::string &name)
 
 // The model's readers are waited for at once.
 void hurry_readers(bool) {}
-
-void sleep_ms(unsigned milliseconds)
-{
-	std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-}
 
 } // namespace world

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include <fcntl.h>
 #include <linux/netlink.h>
@@ -355,17 +354,6 @@ void device_close(int handle)
 	close(handle);
 }
 
-int ioctl(u32 cmd, void *para)
-{
-	const int device = device_open();
-
-	if (device < 0)
-		return device;
-	const int code = device_ioctl(device, cmd, para);
-	device_close(device);
-	return code;
-}
-
 int netlink_open(u32 protocol, u32 receive_buffer)
 {
 	const int socket =
@@ -466,11 +454,6 @@ bool thread_exists(const std::string &name)
 void hurry_readers(bool hurry)
 {
 	std::ofstream("/sys/kernel/rcu_expedited") << (hurry ? "1" : "0");
-}
-
-void sleep_ms(unsigned milliseconds)
-{
-	std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 } // namespace world

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "cfg_show.h"
+#include "cfg_sources.h"
 #include "cfg_table.h"
 #include "cfg_xml.h"
 
@@ -244,7 +245,7 @@ TEST(cfgc, finds_what_would_never_be_read)
 	});
 }
 
-TEST(cfgc, finds_missing_and_repeated_things)
+TEST(cfgc, finds_missing_things)
 {
 	expect_all({
 		{"required leaf keys",
@@ -262,6 +263,17 @@ TEST(cfgc, finds_missing_and_repeated_things)
 		{"no levels",
 		 combiner("<entry name='hwirq_cfg0' type='1' hwirq='0'/>"),
 		 {"3: error|level_num is 0"}},
+		{"no chip, no enable register",
+		 combiner("<entry name='hwirq_cfg0' type='1' hwirq='0' level_num='1' "
+			  "l0_status='1' l0_shift='0'/>",
+			  ""),
+		 {"3: warning|on no chip", "3: warning|cannot be masked"}},
+	});
+}
+
+TEST(cfgc, finds_repeated_things)
+{
+	expect_all({
 		{"key twice, and the rest is still checked",
 		 combiner(leaf(0, "\nsync='1'\nsync='0'\nbad='1'")),
 		 {"5: error|\"sync\" stands twice", "6: error|\"bad\""}},
@@ -301,11 +313,6 @@ TEST(cfgc, finds_missing_and_repeated_things)
 		{"second direct leaf",
 		 combiner(leaf(0) + leaf(1), "direct='1'"),
 		 {"4: warning|second leaf of a direct"}},
-		{"no chip, no enable register",
-		 combiner("<entry name='hwirq_cfg0' type='1' hwirq='0' level_num='1' "
-			  "l0_status='1' l0_shift='0'/>",
-			  ""),
-		 {"3: warning|on no chip", "3: warning|cannot be masked"}},
 	});
 }
 
@@ -342,6 +349,35 @@ cfg::document parse(const std::string &xml)
 	return document;
 }
 
+// The commands, or the errors where there are any.
+std::string sources(const std::string &xml)
+{
+	cfg::diagnostics found;
+	const std::string commands = cfg::sources(parse(xml), found);
+	std::string errors;
+
+	for (const cfg::diagnostic &item : found.sorted())
+		errors += std::to_string(item.line) + ": " + item.text + "\n";
+	return found.has_errors() ? errors : commands;
+}
+
+// Combiner 3 of the board on this pin.
+std::string combiner_on_pin(u32 gpio)
+{
+	return board("<node name='global_cfg'><entry name='common' "
+		     "cfg_type_bitmap='4' gpio_bitmap='8'/></node>\n"
+		     "<node name='irq_combiner@3'><entry name='global_cfg' chip_id='2' gpio='" +
+		     std::to_string(gpio) + "'/>" + leaf(0) + "</node>");
+}
+
+// Combiner 1 of card 5, with these keys.
+std::string card_combiner(const std::string &common)
+{
+	return "<irq_combiner instance='0x05000000'>\n"
+	       "<node name='irq_combiner@1'><entry name='global_cfg' chip_id='2' " +
+	       common + "/>" + leaf(0) + "</node></irq_combiner>";
+}
+
 TEST(cfgc, sources_give_each_leaf_its_chain)
 {
 	const std::string chain = leaf(0,
@@ -351,21 +387,35 @@ TEST(cfgc, sources_give_each_leaf_its_chain)
 
 	EXPECT_EQ("source psu0 0xffffffff 3 0x2:0x10:0x11:0:0x1:level 0x5:-:0x21:4:0x3:latched\n"
 		  "source combiner3.leaf1 0xffffffff 3 0x2:0x10:0x11:1:0x1:level\n",
-		  cfg::sources(parse(combiner(chain + leaf(1)))));
+		  sources(combiner(chain + leaf(1))));
 	EXPECT_EQ("source combiner3.leaf0 0xffffffff 3 0xfffffffe:-:0x1003:0:0x1:level\n",
-		  cfg::sources(parse(combiner(leaf(0), "direct='1'"))));
+		  sources(combiner(leaf(0), "direct='1'")));
 	EXPECT_EQ("source combiner0.slot0x1a.leaf0 0xffffffff 0 0x7:0x10:0x11:0:0x1:level\n",
-		  cfg::sources(
-			  parse(board("<node name='slot_isr_0x1a'>" + leaf(0, "combiner_id='0'") +
-				      "</node><node name='irq_combiner@0'><entry name='global_cfg' "
-				      "chip_id='7'/></node>"))));
-	EXPECT_EQ("source combiner3.leaf0 0xffffffff 34 0x2:0x10:0x11:0:0x1:level\n",
-		  cfg::sources(parse(board("<node name='global_cfg'><entry name='common' "
-					   "cfg_type_bitmap='4' gpio_bitmap='8'/></node>"
-					   "<node name='irq_combiner@3'><entry name='global_cfg' "
-					   "chip_id='2' gpio='402'/>" +
-					   leaf(0) + "</node>"))))
-		<< "pin 2 of the board is its line 34";
+		  sources(board("<node name='slot_isr_0x1a'>" + leaf(0, "combiner_id='0'") +
+				"</node><node name='irq_combiner@0'><entry name='global_cfg' "
+				"chip_id='7'/></node>")));
+}
+
+TEST(cfgc, sources_drive_the_line_of_their_pin)
+{
+	const std::string chain = " 0x2:0x10:0x11:0:0x1:level\n";
+
+	EXPECT_EQ("source combiner3.leaf0 0xffffffff 34" + chain, sources(combiner_on_pin(402)));
+	EXPECT_EQ("source combiner53.leaf0 0x5000000 39" + chain,
+		  sources(card_combiner("int_type='gpio' gpio='407'")));
+}
+
+// Nothing else on the board would ever raise the line that they would get.
+TEST(cfgc, sources_need_a_line_of_the_virtual_board)
+{
+	EXPECT_EQ("3: irq_combiner@3: gpio 408 is no pin of the virtual board; use 400 to 407\n",
+		  sources(combiner_on_pin(408)));
+	EXPECT_EQ("2: irq_combiner@1: gpio 399 is no pin of the virtual board; use 400 to 407\n",
+		  sources(card_combiner("int_type='gpio' gpio='399'")));
+	EXPECT_EQ(0u, sources(card_combiner("int_type='combiner'"))
+			      .find("2: irq_combiner@1: stands behind leaf 0x5/7 of another file"));
+	EXPECT_EQ("2: irq_combiner@1: has no parent line; set int_type to gpio\n",
+		  sources(card_combiner("")));
 }
 
 TEST(cfgc, picture_joins_leaves_that_share_a_level)
@@ -455,6 +505,21 @@ TEST_F(cfgc_program, mistakes_leave_the_old_table)
 			      .find("a.xml:3: error: irq_combiner@3 hwirq_cfg0: unknown key"));
 	for (const char *job : {"--check", "--show", "--sources"})
 		EXPECT_EQ(1, run(std::string(job) + " a.xml")) << job;
+}
+
+TEST_F(cfgc_program, prints_sources_only_when_all_have_a_line)
+{
+	write("a.xml", board("<node name='irq_combiner@1'>" + leaf(0, "l0_chip_id='1'") +
+			     "</node><node name='global_cfg'><entry name='common' "
+			     "cfg_type_bitmap='6' gpio_bitmap='8'/></node>\n"
+			     "<node name='irq_combiner@3'><entry name='hwirq_cfg0' type='4' "
+			     "hwirq='0' level_num='1' l0_chip_id='1' l0_en='0x20' "
+			     "l0_status='0x21' l0_shift='0'/></node>"));
+	EXPECT_EQ(0, run("--check a.xml")) << read_file(path("out"));
+	EXPECT_EQ(1, run("--sources a.xml"));
+	EXPECT_EQ("a.xml:4: error: irq_combiner@3: gpio 0 is no pin of the virtual board; use 400 "
+		  "to 407\n",
+		  read_file(path("out")));
 }
 
 TEST_F(cfgc_program, tells_wrong_usage_and_unusable_files_apart)
