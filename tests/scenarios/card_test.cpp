@@ -152,7 +152,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, CardId,
 			 [](const auto &info) { return info.param.name; });
 
 // Each has a configuration that would bring a combiner up.
-TEST_F(Sources, CardIdOfNoCardReadsNothing)
+TEST_F(Card, whose_id_is_none_reads_nothing)
 {
 	std::vector<combiner> all;
 	u32 pin = 0;
@@ -170,12 +170,12 @@ TEST_F(Sources, CardIdOfNoCardReadsNothing)
 	const std::vector<u32> before = combiners();
 	for (const u32 inst : {0xff00ffffu, 0xff12ffffu, 0xffffffffu}) {
 		clear_log();
-		EXPECT_EQ(card_up(inst), -14);
+		EXPECT_EQ(card_up(inst), REFUSED);
 		EXPECT_TRUE(logged("1 [intr init card combiner]invalid inst id"));
 		EXPECT_TRUE(logged(
 			"1 [intr ioctl init card combiner]card combiner init fail, ret=-22"));
 		EXPECT_FALSE(logged("bitmap="));
-		EXPECT_EQ(card_down(inst), -14);
+		EXPECT_EQ(card_down(inst), REFUSED);
 		EXPECT_TRUE(logged("1 [intr ioctl deinit card combiner]invalid inst id"));
 		EXPECT_EQ(combiners(), before);
 	}
@@ -213,7 +213,7 @@ TEST_P(CardWithoutParent, does_not_come_at_all)
 	settings(1)["gpio"] = GetParam().gpio;
 	install(INST);
 	clear_log();
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged("1 [intr init one card combiner]map irq fail, card_no=1"));
 	EXPECT_TRUE(logged("1 [intr ioctl init card combiner]card combiner init fail, ret=-14"));
 	EXPECT_TRUE(logged("2 [intr combiner free]enter, id=36"));
@@ -233,7 +233,7 @@ TEST_F(Card, does_not_come_behind_a_leaf_that_is_missing)
 {
 	board.leaves[1].index = 2; // of card 2
 	start();
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged("2 [mapping irq]not support para, index_id=0x1, type=7"));
 	EXPECT_TRUE(logged("1 [intr init one card combiner]map irq fail, card_no=1"));
 	EXPECT_EQ(cards(), std::vector<u32>{});
@@ -251,7 +251,7 @@ TEST_F(Card, does_not_come_behind_a_direct_leaf)
 	settings(1) = {{"int_type", 2}};
 	set_bitmap(3);
 	load();
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged("parent leaf in use or direct, index_id=0x1, type=7"));
 	EXPECT_EQ(cards(), std::vector<u32>{});
 	EXPECT_EQ(ask("client", "find 1 7"), 0);
@@ -267,7 +267,7 @@ TEST_F(Card, does_not_take_a_leaf_in_use)
 	start();
 	subscriber daemon;
 	ASSERT_EQ(regist(parent), 0);
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(
 		logged("1 [intr claim parent]parent leaf in use or direct, index_id=0x1, type=7"));
 	EXPECT_EQ(cards(), std::vector<u32>{});
@@ -275,7 +275,7 @@ TEST_F(Card, does_not_take_a_leaf_in_use)
 	ASSERT_EQ(unregist(parent), 0);
 
 	ASSERT_EQ(subscribe(parent, daemon.port()), 0);
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_EQ(cards(), std::vector<u32>{});
 	fire_open(parent);
 	EXPECT_TRUE(daemon.receives(parent));
@@ -286,7 +286,7 @@ TEST_F(Card, does_not_take_a_leaf_in_use)
 
 	// Now it is the card's.
 	EXPECT_EQ(regist(parent), 14);
-	EXPECT_EQ(subscribe(parent, daemon.port()), -14);
+	EXPECT_EQ(subscribe(parent, daemon.port()), REFUSED);
 	EXPECT_TRUE(logged("1 [intr request irq]leaf feeds combiner 37, index_id=0x1, type=7"));
 	EXPECT_EQ(ask("client", "unregist 1 7"), 0);
 	expect_card_works();
@@ -300,7 +300,7 @@ TEST_F(Card, that_is_there_is_not_brought_up_again)
 	install(0xff000001);
 	for (const u32 inst : {INST, 0xff000001u}) {
 		clear_log();
-		EXPECT_EQ(card_up(inst), -14);
+		EXPECT_EQ(card_up(inst), REFUSED);
 		EXPECT_TRUE(logged("1 [intr init card combiner]combiner_id=36, combiner already "
 				   "exist, card_no=1"));
 		EXPECT_EQ(cards(), (std::vector<u32>{36, 37}));
@@ -320,7 +320,7 @@ TEST_F(Card, leaves_a_device_of_its_number_alone)
 	load();
 	ASSERT_TRUE(add_device("irq_combiner@36", "line:4"));
 	ASSERT_EQ(regist(device.leaves[0]), 0);
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged("combiner_id=36, combiner already exist, card_no=1"));
 	EXPECT_EQ(card_down(INST), 0);
 	EXPECT_EQ(cards(), std::vector<u32>{36});
@@ -336,7 +336,7 @@ TEST_F(Card, stays_where_its_configuration_changed_meanwhile)
 	EXPECT_TRUE(logged("1 combiner_id=37 stays, combiner_bitmap=0x1 does not name it"));
 	EXPECT_EQ(cards(), std::vector<u32>{37});
 	expect_delivery(second.leaves[0]);
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged("combiner_id=37, combiner already exist, card_no=1"));
 
 	const cfg::table kept = table(INST);
@@ -365,7 +365,7 @@ TEST_F(Card, goes_under_its_users)
 	for (const char *leaf : {"0x10000", "0x10001", "0x10100"})
 		EXPECT_TRUE(logged(std::string("leaf still in use, released, index_id=") + leaf))
 			<< leaf;
-	EXPECT_EQ(subscribe(first.leaves[1], daemon.port()), -14);
+	EXPECT_EQ(subscribe(first.leaves[1], daemon.port()), REFUSED);
 	EXPECT_EQ(unregist(first.leaves[0]), 22);
 	EXPECT_EQ(unregist(second.leaves[0]), 22);
 	clear_events();
@@ -505,7 +505,7 @@ TEST_P(CardStep, fails_and_the_whole_card_is_gone)
 	start();
 	clear_log();
 	command(GetParam().file, GetParam().command);
-	EXPECT_EQ(card_up(INST), -14);
+	EXPECT_EQ(card_up(INST), REFUSED);
 	EXPECT_TRUE(logged(GetParam().line)) << testing::PrintToString(log());
 	EXPECT_TRUE(logged("2 [intr combiner free]enter, id=36"));
 	EXPECT_TRUE(logged("1 [intr ioctl init card combiner]card combiner init fail, ret=-14"));
@@ -553,7 +553,7 @@ TEST_F(Card, pin_of_the_second_combiner_fails)
 	     {"plat_gpiod_to_irq 2 -6", "plat_gpiod_to_irq 2 0", "plat_gpio_to_desc 2 0"}) {
 		clear_log();
 		command("board", std::string("fault ") + fault);
-		EXPECT_EQ(card_up(INST), -14) << fault;
+		EXPECT_EQ(card_up(INST), REFUSED) << fault;
 		EXPECT_TRUE(logged("1 [intr init one card combiner]map irq fail, card_no=1"));
 		EXPECT_EQ(cards(), std::vector<u32>{}) << fault;
 	}
@@ -617,7 +617,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Card, is_plugged_and_pulled_500_times)
 {
 	static constexpr int ROUNDS = 500;
-	static constexpr size_t MOST = 2500; // the client remembers three times as many
+	static constexpr size_t MOST = CLIENT_EVENTS / 3; // three leaves are heard
 	combiner other = make_card_combiner(2, 0, 1);
 	std::atomic<bool> stop = false;
 	size_t fired = 0;

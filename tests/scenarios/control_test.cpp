@@ -15,7 +15,6 @@ namespace rig {
 
 using para = drv_intr_ioctl_para;
 
-static constexpr int REFUSED = -14; // whatever goes wrong
 static constexpr u32 PORT = 4242; // nobody's; a subscription does not look at it
 static constexpr unsigned char MARK = 0xa5;
 static constexpr u32 READ_DIRECTION = 0x80000000;

@@ -114,7 +114,7 @@ TEST_F(Input, of_two_leaves_with_one_hwirq_only_the_first_can_be_used)
 	ASSERT_EQ(regist(twins.leaves[0]), 0);
 	EXPECT_EQ(regist(twins.leaves[1]), 14);
 	EXPECT_TRUE(logged("1 [mapping irq]hwirq=0 is another leaf's"));
-	EXPECT_EQ(subscribe(twins.leaves[1], 1), -14);
+	EXPECT_EQ(subscribe(twins.leaves[1], 1), REFUSED);
 	EXPECT_EQ(unregist(twins.leaves[1]), 0);
 	clear_events();
 	fire_open(twins.leaves[0]);

@@ -13,13 +13,7 @@
 
 namespace rig {
 
-static constexpr int REFUSED = -14;
 static constexpr char TOO_DEEP[] = "1 [drv intr notify all pid]not in task contex, just return";
-
-static std::string pair_of(const leaf &leaf)
-{
-	return std::to_string(leaf.index) + " " + std::to_string(leaf.type);
-}
 
 class Notify : public Scenario {
 protected:
@@ -29,17 +23,12 @@ protected:
 		load();
 	}
 
-	// Of a leaf that is mapped.
-	// The handler may be in the middle of a delivery whose message is here already.
+	// The leaf must be mapped. The handler may be in the middle of a delivery whose
+	// message is here already.
 	void expect_depth(const leaf &leaf, int wanted)
 	{
-		EXPECT_TRUE(eventually([&] { return leaf_depth(leaf) == wanted; }))
-			<< leaf.name << ": depth " << leaf_depth(leaf) << ", not " << wanted;
-	}
-	int leaf_depth(const leaf &leaf)
-	{
-		return depth("leaf:" + std::to_string(leaf.index) + ":" +
-			     std::to_string(leaf.type));
+		EXPECT_TRUE(eventually([&] { return depth(leaf) == wanted; }))
+			<< leaf.name << ": depth " << depth(leaf) << ", not " << wanted;
 	}
 
 	bool mapped(const leaf &leaf) { return ask("client", "find " + pair_of(leaf)) != 0; }
@@ -49,15 +38,6 @@ protected:
 	{
 		for (int i = 0; i < times; i++)
 			EXPECT_EQ(enable(leaf), 0);
-	}
-
-	size_t count_logged(const std::string &text)
-	{
-		size_t count = 0;
-
-		for (const std::string &line : log())
-			count += line.find(text) != std::string::npos;
-		return count;
 	}
 
 	// The ports that were told, in order, while tracing is on.
@@ -204,7 +184,7 @@ TEST_F(Notify, the_only_receiver_has_gone)
 	ASSERT_EQ(subscribe(leaf, 4242), 0);
 	fire(leaf);
 	EXPECT_TRUE(eventually([&] { return logged("notify pid fail, ret=-111, del pid"); }));
-	EXPECT_TRUE(eventually([&] { return leaf_depth(leaf) == 0; }));
+	EXPECT_TRUE(eventually([&] { return depth(leaf) == 0; }));
 	EXPECT_TRUE(mapped(leaf));
 	ASSERT_EQ(subscribe(leaf, process.port()), 0);
 	expect_served(leaf, {&process});
@@ -620,7 +600,7 @@ TEST_F(Notify, subscribers_come_and_go_while_the_leaf_fires)
 		thread.join();
 	// What is still on its way comes, and is answered.
 	EXPECT_TRUE(eventually([&] {
-		const bool quiet = witness.silent() && leaf_depth(leaf) == 0;
+		const bool quiet = witness.silent() && depth(leaf) == 0;
 		if (!quiet)
 			answer(leaf);
 		return quiet;

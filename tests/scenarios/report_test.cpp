@@ -639,16 +639,6 @@ protected:
 		}
 		return names;
 	}
-
-	size_t lines_with(const std::string &text)
-	{
-		const std::vector<std::string> lines = log();
-
-		return static_cast<size_t>(
-			std::count_if(lines.begin(), lines.end(), [&](const std::string &line) {
-				return line.find(text) != std::string::npos;
-			}));
-	}
 };
 
 TEST_F(ReportTrace, switched_off_an_occurrence_writes_nothing)
@@ -683,7 +673,7 @@ TEST_F(ReportTrace, of_one_leaf_to_the_letter)
 	const long virq = ask("client", "find 0 3");
 	trace_only(virq);
 	fire(c.leaves[0]);
-	EXPECT_TRUE(eventually([&] { return lines_with("[intr irq unmask]success") != 0; }));
+	EXPECT_TRUE(eventually([&] { return count_logged("[intr irq unmask]success") != 0; }));
 	const std::string clear = R"(2 [intr irq clear]enter, virq=$V
 2 [intr clear irqinfo]enter, virq=$V
 2 [intr clear irqinfo]virq=$V, chip_id=1, en_reg=0x40, status_reg=0x60, shift=0, mask=1, status_wc=1
@@ -735,13 +725,13 @@ TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
 			"[combiner handler]success, " + of_line},
 	      {std::string("]begin scan, intr1"), std::string("]end scan, intr1")}}) {
 		EXPECT_TRUE(eventually([&] {
-			return lines_with(end) != 0 && lines_with(begin) == lines_with(end);
+			return count_logged(end) != 0 && count_logged(begin) == count_logged(end);
 		})) << testing::PrintToString(log());
 	}
 	EXPECT_EQ(writers(),
 		  (std::vector<std::string>{"combiner handler", "drv_intr_combiner_thread"}));
-	EXPECT_EQ(lines_with("[drv_intr_combiner_thread]chained irq valid, virq=" +
-			     std::to_string(ask("client", "find 0x100 3"))),
+	EXPECT_EQ(count_logged("[drv_intr_combiner_thread]chained irq valid, virq=" +
+			       std::to_string(ask("client", "find 0x100 3"))),
 		  1u);
 }
 
@@ -770,7 +760,7 @@ TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
 	EXPECT_TRUE(eventually([&] {
 		const std::vector<std::string> names = writers();
 		return std::find(names.begin(), names.end(), "intr irq unmask") != names.end() &&
-		       lines_with("]end scan, intr1") >= 1;
+		       count_logged("]end scan, intr1") >= 1;
 	}));
 	EXPECT_THAT(writers(),
 		    testing::UnorderedElementsAre(
@@ -778,22 +768,22 @@ TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
 			    "intr notify pid", "intr set irq leaf int en", "intr clear irqinfo",
 			    "intr irq clear", "intr irq mask", "intr irq unmask",
 			    "intr irq disable", "intr irq enable", "intr enable", "intr disable"));
-	EXPECT_EQ(lines_with("[intr notify pid]notify pid success, index_id=0x100, type=3, pid=" +
-			     std::to_string(process.port())),
+	EXPECT_EQ(count_logged("[intr notify pid]notify pid success, index_id=0x100, type=3, pid=" +
+			       std::to_string(process.port())),
 		  1u);
 	// A direct leaf passes everything on to the parent.
 	clear_log();
 	const std::string parent = std::to_string(line_virq(2));
 	command("cpld", "assert " + direct.leaves[0].name);
 	ASSERT_TRUE(wait_events(2));
-	EXPECT_TRUE(eventually([&] { return lines_with("[intr irq unmask]success") == 1; }));
+	EXPECT_TRUE(eventually([&] { return count_logged("[intr irq unmask]success") == 1; }));
 	EXPECT_EQ(ask("client", "disable 0x200 3"), 0);
 	EXPECT_EQ(ask("client", "enable 0x200 3"), 0);
 	for (const char *line : {"[intr irq mask]disable parent irq, virq=",
 				 "[intr irq handler]enable parent irq, virq=",
 				 "[intr irq disable]disable parent irq, virq=",
 				 "[intr irq enable]enable parent irq, virq="})
-		EXPECT_EQ(lines_with(line + parent), 1u) << line;
+		EXPECT_EQ(count_logged(line + parent), 1u) << line;
 	EXPECT_EQ(set_proc("int_debug_switch", "0"), 0);
 }
 

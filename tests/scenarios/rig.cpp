@@ -182,6 +182,11 @@ bool subscriber::receives(const leaf &leaf, unsigned timeout_ms)
 	return got && got->index_id == leaf.index && got->type == leaf.type;
 }
 
+std::string pair_of(const leaf &leaf)
+{
+	return std::to_string(leaf.index) + " " + std::to_string(leaf.type);
+}
+
 bool eventually(const std::function<bool()> &condition, unsigned deadline_ms)
 {
 	for (unsigned waited = 0;; waited += 2) {
@@ -301,38 +306,40 @@ long Scenario::ask(const std::string &file, const std::string &line)
 	return strtol(reply.c_str() + equals + 1, nullptr, 0);
 }
 
-static std::string pair_of(const leaf &leaf)
-{
-	return " " + std::to_string(leaf.index) + " " + std::to_string(leaf.type);
-}
-
 long Scenario::regist(const leaf &leaf, const std::string &options)
 {
-	return ask("client", "regist" + pair_of(leaf) + " " + options);
+	return ask("client", "regist " + pair_of(leaf) + " " + options);
 }
 
 long Scenario::unregist(const leaf &leaf)
 {
-	return ask("client", "unregist" + pair_of(leaf));
+	return ask("client", "unregist " + pair_of(leaf));
+}
+
+bool Scenario::field_is_set(const leaf &leaf, u32 reg)
+{
+	const level &own = leaf.levels.back();
+	const std::string value =
+		command("cpld", "peek " + hex(leaf.inst) + " " + hex(own.chip) + " " + hex(reg));
+
+	return (strtoul(value.c_str(), nullptr, 0) >> own.shift & own.mask) != 0;
 }
 
 void Scenario::fire_open(const leaf &leaf)
 {
-	const level &own = leaf.levels.back();
-	const std::string peek = "peek " + hex(leaf.inst) + " " + hex(own.chip) + " " + hex(own.en);
-	const auto open = [&] {
-		const u32 reg =
-			static_cast<u32>(strtoul(command("cpld", peek).c_str(), nullptr, 0));
-		return (reg & own.mask << own.shift) != 0;
-	};
-
-	EXPECT_TRUE(eventually(open)) << leaf.name << " stays closed";
+	EXPECT_TRUE(eventually([&] { return field_is_set(leaf, leaf.levels.back().en); }))
+		<< leaf.name << " stays closed";
 	fire(leaf);
 }
 
 int Scenario::depth(const std::string &line)
 {
 	return static_cast<int>(ask("board", "depth " + line));
+}
+
+int Scenario::depth(const leaf &leaf)
+{
+	return depth("leaf:" + std::to_string(leaf.index) + ":" + std::to_string(leaf.type));
 }
 
 static int leaf_command(u32 cmd, const leaf &leaf, u32 argument)
@@ -470,13 +477,12 @@ std::vector<std::string> Scenario::log()
 	return driver_lines;
 }
 
-bool Scenario::logged(const std::string &text)
+size_t Scenario::count_logged(const std::string &text)
 {
-	for (const std::string &line : log()) {
-		if (line.find(text) != std::string::npos)
-			return true;
-	}
-	return false;
+	const std::vector<std::string> lines = log();
+
+	return static_cast<size_t>(std::ranges::count_if(
+		lines, [&](const std::string &line) { return line.find(text) != line.npos; }));
 }
 
 void Scenario::clear_log()

@@ -20,6 +20,13 @@
 
 namespace rig {
 
+// What the driver answers to a process, and to a load or a bind, that it refuses
+// for whatever reason.
+inline constexpr int REFUSED = -14;
+
+// The client remembers so many callbacks; it loses those that come after.
+inline constexpr size_t CLIENT_EVENTS = 8192;
+
 struct level {
 	u32 chip = 2;
 	u32 en = 0;
@@ -103,6 +110,8 @@ struct event {
 	bool operator==(const event &) const = default;
 };
 
+// "INDEX TYPE", as the client's commands name the leaf.
+std::string pair_of(const leaf &leaf);
 bool eventually(const std::function<bool()> &condition, unsigned deadline_ms = 5000);
 
 class Scenario : public testing::Test {
@@ -136,7 +145,10 @@ protected:
 	// Fires once the leaf's enable field is on: what comes between a handler and
 	// its unmask is cleared by the unmask.
 	void fire_open(const leaf &leaf);
+	// Whether the leaf's bits are set in this register of its own level's chip.
+	bool field_is_set(const leaf &leaf, u32 reg);
 	int depth(const std::string &line);
+	int depth(const leaf &leaf);
 
 	// Commands of the control device: 0 or a negative errno.
 	int subscribe(const leaf &leaf, u32 port);
@@ -157,7 +169,8 @@ protected:
 	void expect_events(size_t count);
 
 	std::vector<std::string> log();
-	bool logged(const std::string &text);
+	size_t count_logged(const std::string &text);
+	bool logged(const std::string &text) { return count_logged(text) != 0; }
 	void clear_log();
 	std::vector<std::string> trace();
 	void clear_trace();

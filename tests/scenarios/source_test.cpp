@@ -118,7 +118,7 @@ TEST_P(SourcePin, that_fails_takes_the_driver_along)
 	use_sources(DTS | GPIO, 0x3);
 	if (*broken.file)
 		command(broken.file, broken.command);
-	EXPECT_EQ(world::load(), -14);
+	EXPECT_EQ(world::load(), REFUSED);
 	names lines = log_with({"1 [intr init", "1 [intr module", "combiner free]enter"});
 	names expected = broken.lines;
 	for (const char *line :
@@ -169,7 +169,7 @@ TEST_F(Source, pin_without_memory_for_its_record)
 	configure({pin});
 	use_sources(GPIO, 1u << 8);
 	command("board", "fault plat_kzalloc 1 0");
-	EXPECT_EQ(world::load(), -14);
+	EXPECT_EQ(world::load(), REFUSED);
 	EXPECT_TRUE(logged("1 [intr init gpio combiner]combiner init soft fail"));
 	EXPECT_FALSE(logged("combiner free]enter"));
 	command("board", "fault off");
@@ -230,7 +230,7 @@ TEST_P(SourceTrigger, of_a_pin)
 		expect_works(pin.leaves[0]);
 		return;
 	}
-	EXPECT_EQ(world::load(), -14);
+	EXPECT_EQ(world::load(), REFUSED);
 	EXPECT_TRUE(logged("1 [intr set irq type]set irq type fail, ret=-22, irq_type=" +
 			   std::to_string(irq_type)));
 }
@@ -326,7 +326,7 @@ TEST_F(Source, device_is_bound_once)
 	EXPECT_EQ(regist(board.leaves[0]), 14);
 	// A probe that fails tells the user so, and the next one works.
 	command("monitor", "refuse set 1 -5");
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), -14);
+	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), REFUSED);
 	command("monitor", "off");
 	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), 0);
 	EXPECT_EQ(combiners(), (ids{1, 2, 3, 0}));
@@ -340,7 +340,7 @@ protected:
 	void rebind_under_fire(const std::string &device, const leaf &own, const leaf &other,
 			       int rounds)
 	{
-		static constexpr size_t MOST = 4000; // the client remembers twice as many
+		static constexpr size_t MOST = CLIENT_EVENTS / 2; // two leaves are heard
 		std::atomic<bool> stop = false;
 		size_t fired = 0;
 
@@ -475,16 +475,16 @@ INSTANTIATE_TEST_SUITE_P(
 	Steps, AcpiStep,
 	testing::Values(acpi_step{"no_such_interrupt", 0x9, "", "",
 				  "1 [intr acpi dev probe]get virq fail, virq=-6, combiner_id=3",
-				  -14},
+				  REFUSED},
 			acpi_step{"interrupt", 0x5, "board", "fault plat_platform_get_irq 2 -22",
 				  "1 [intr acpi dev probe]get virq fail, virq=-22, combiner_id=2",
-				  -14},
+				  REFUSED},
 			acpi_step{"record", 0x5, "board", "fault plat_kzalloc 6 0",
-				  "1 [intr acpi dev probe]combiner init soft fail", -14},
+				  "1 [intr acpi dev probe]combiner init soft fail", REFUSED},
 			acpi_step{"domain", 0x5, "board", "fault plat___irq_domain_add 2 0",
 				  "1 [intr acpi dev probe]combiner init fail", -12},
 			acpi_step{"monitor_refuses", 0x5, "monitor", "refuse set 2 -5",
-				  "1 [intr acpi dev probe]combiner init fail", -14}),
+				  "1 [intr acpi dev probe]combiner init fail", REFUSED}),
 	[](const auto &info) { return info.param.name; });
 
 // With the device tree in use too, the device is taken as a device-tree one.

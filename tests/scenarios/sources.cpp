@@ -4,7 +4,7 @@
 #include "sources.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cstring>
 
 namespace rig {
 
@@ -55,15 +55,8 @@ void Sources::expect_delivery(const leaf &leaf)
 bool Sources::through(const leaf &leaf)
 {
 	const level &own = leaf.levels.back();
-	const auto field = [&](u32 reg) {
-		const std::string words = "peek " + std::to_string(leaf.inst) + " " +
-					  std::to_string(own.chip) + " " + std::to_string(reg);
-		const unsigned long value =
-			strtoul(world::control("cpld", words).reply.c_str(), nullptr, 0);
-		return (value >> own.shift & own.mask) != 0;
-	};
 
-	return !field(own.status) && field(own.en);
+	return !field_is_set(leaf, own.status) && field_is_set(leaf, own.en);
 }
 
 void Sources::fire_next(const leaf &leaf)

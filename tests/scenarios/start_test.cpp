@@ -85,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
 		fatal_step{"pin",
 			   "board",
 			   "fault plat_gpiod_to_irq 2 -6",
-			   -14,
+			   REFUSED,
 			   {"1 [intr init gpio combiner]gpio to virq fail, virq=-6",
 			    "2 [intr combiner free]enter, id=8",
 			    "2 [intr combiner free]enter, id=9",
@@ -180,33 +180,55 @@ TEST_F(Start, without_notification)
 	EXPECT_TRUE(daemon.receives(board.leaves[0]));
 }
 
+static const names start_lines = {
+	"2 [intr module init]enter",
+	"2 [intr get cfg]cfg_type_bitmap=0x6",
+	"2 [intr get cfg]acpi_bitmap=0x0",
+	"2 [intr get cfg]gpio_bitmap=0x300",
+	"2 [intr get cfg]netlink_id=30",
+	"2 [intr init gpio combiner]enter, gpio_bitmap=0x300",
+	"2 [intr init gpio combiner]combiner_id=8, gpio=400",
+	"2 [intr init gpio combiner]combiner_id=9, gpio=401",
+	"2 [intr init gpio combiner]success",
+	"2 [intr dev probe]enter, soc:irq_combiner@0, cfg_type_bitmap=0x6",
+	"2 [intr dev probe]enter, soc:irq_combiner@1, cfg_type_bitmap=0x6",
+	"2 [intr dev probe]enter, soc:irq_combiner@2, cfg_type_bitmap=0x6",
+	"2 [intr dev probe]enter, soc:irq_combiner@3, cfg_type_bitmap=0x6",
+	"2 [intr init proc]enter",
+	"2 [intr init proc]success",
+	"2 [intr init netlink ker]enter, netlink_id=30",
+	"2 [intr init netlink ker]success",
+	"2 [intr module init]success",
+};
+
+static const names stop_lines = {
+	"2 [intr module exit]enter",
+	"2 [intr uninit netlink ker]enter",
+	"2 [intr uninit netlink ker]success",
+	"2 [intr del proc]enter",
+	"2 [intr del proc]success",
+	"2 [intr dev remove]enter, soc:irq_combiner@3, cfg_type_bitmap=0x6",
+	"2 [intr combiner free]enter, id=3",
+	"2 [intr dev remove]enter, soc:irq_combiner@2, cfg_type_bitmap=0x6",
+	"2 [intr combiner free]enter, id=2",
+	"2 [intr dev remove]enter, soc:irq_combiner@1, cfg_type_bitmap=0x6",
+	"2 [intr combiner free]enter, id=1",
+	"2 [intr dev remove]enter, soc:irq_combiner@0, cfg_type_bitmap=0x6",
+	"2 [intr combiner free]enter, id=0",
+	"1 [intr combiner free]combiner 36 stands behind a leaf of combiner 0, freed first",
+	"2 [intr combiner free]enter, id=36",
+	"2 [intr combiner free]enter, id=8",
+	"2 [intr combiner free]enter, id=9",
+	"2 [intr module exit]success",
+};
+
 TEST_F(Start, and_stop_to_the_letter)
 {
 	describe();
 	load();
-	names expected = {
-		"2 [intr module init]enter",
-		"2 [intr get cfg]cfg_type_bitmap=0x6",
-		"2 [intr get cfg]acpi_bitmap=0x0",
-		"2 [intr get cfg]gpio_bitmap=0x300",
-		"2 [intr get cfg]netlink_id=30",
-		"2 [intr init gpio combiner]enter, gpio_bitmap=0x300",
-		"2 [intr init gpio combiner]combiner_id=8, gpio=400",
-		"2 [intr init gpio combiner]combiner_id=9, gpio=401",
-		"2 [intr init gpio combiner]success",
-		"2 [intr dev probe]enter, soc:irq_combiner@0, cfg_type_bitmap=0x6",
-		"2 [intr dev probe]enter, soc:irq_combiner@1, cfg_type_bitmap=0x6",
-		"2 [intr dev probe]enter, soc:irq_combiner@2, cfg_type_bitmap=0x6",
-		"2 [intr dev probe]enter, soc:irq_combiner@3, cfg_type_bitmap=0x6",
-		"2 [intr init proc]enter",
-		"2 [intr init proc]success",
-		"2 [intr init netlink ker]enter, netlink_id=30",
-		"2 [intr init netlink ker]success",
-		"2 [intr module init]success",
-	};
 	EXPECT_EQ(log_with({"[intr module", "[intr get cfg]", "gpio combiner]",
 			    "[intr dev probe]enter", "init proc]", "netlink ker]"}),
-		  expected);
+		  start_lines);
 
 	expect_all_works();
 	{
@@ -216,29 +238,9 @@ TEST_F(Start, and_stop_to_the_letter)
 	}
 	clear_log();
 	unload();
-	expected = {
-		"2 [intr module exit]enter",
-		"2 [intr uninit netlink ker]enter",
-		"2 [intr uninit netlink ker]success",
-		"2 [intr del proc]enter",
-		"2 [intr del proc]success",
-		"2 [intr dev remove]enter, soc:irq_combiner@3, cfg_type_bitmap=0x6",
-		"2 [intr combiner free]enter, id=3",
-		"2 [intr dev remove]enter, soc:irq_combiner@2, cfg_type_bitmap=0x6",
-		"2 [intr combiner free]enter, id=2",
-		"2 [intr dev remove]enter, soc:irq_combiner@1, cfg_type_bitmap=0x6",
-		"2 [intr combiner free]enter, id=1",
-		"2 [intr dev remove]enter, soc:irq_combiner@0, cfg_type_bitmap=0x6",
-		"2 [intr combiner free]enter, id=0",
-		"1 [intr combiner free]combiner 36 stands behind a leaf of combiner 0, freed first",
-		"2 [intr combiner free]enter, id=36",
-		"2 [intr combiner free]enter, id=8",
-		"2 [intr combiner free]enter, id=9",
-		"2 [intr module exit]success",
-	};
 	EXPECT_EQ(log_with({"[intr module", "netlink ker]", "del proc]", "[intr dev remove]enter",
 			    "combiner free]enter", "freed first"}),
-		  expected);
+		  stop_lines);
 	for (const char *leaf :
 	     {"0x10000, type=3", "0x0, type=3", "0x800, type=3", "0x801, type=3", "0x900, type=3"})
 		EXPECT_TRUE(logged(std::string("leaf still in use, released, index_id=") + leaf))
@@ -311,7 +313,8 @@ TEST_F(Start, that_fails_waits_for_a_process_inside)
 				  0);
 			EXPECT_EQ(para.result, 30u);
 			para.inst_id = card_inst(1);
-			EXPECT_EQ(world::device_ioctl(handle, DRV_INTR_IOC_INIT_CARD, &para), -14);
+			EXPECT_EQ(world::device_ioctl(handle, DRV_INTR_IOC_INIT_CARD, &para),
+				  REFUSED);
 			EXPECT_FALSE(over);
 			world::device_close(handle);
 		}

@@ -1,19 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // Parts of the driver that a whole board reaches only by luck or not at all:
-// limits, parents without a device, the trace gate, the thread's wake-ups.
+// limits, parents without a device, the thread's wake-ups.
 #include <atomic>
-#include <chrono>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "control.h"
-#include "model.h"
+#include "model_rig.h"
 #include "platform/siblings.h"
 #include "world/world.h"
 
@@ -29,12 +24,8 @@
 #include "core/registers.h"
 #undef strstr
 
-using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -123,18 +114,6 @@ protected:
 
 		EXPECT_TRUE(combiner);
 		return combiner;
-	}
-
-	static bool eventually(const std::function<bool()> &condition)
-	{
-		const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-
-		while (!condition()) {
-			if (std::chrono::steady_clock::now() > end)
-				return false;
-			std::this_thread::yield();
-		}
-		return true;
 	}
 
 	// Fires an open leaf and waits for its callback. Open first: what comes
@@ -319,35 +298,6 @@ TEST_F(Driver, combiner_without_a_device_owns_its_firmware_node)
 	}
 }
 
-TEST_F(Driver, only_a_gpio_combiners_parent_gets_a_trigger_type)
-{
-	constexpr u32 GPIO = DRV_INTR_CFG_GPIO;
-	struct {
-		const char *name;
-		u32 sources, gpio_bitmap, irq_type;
-		int ret;
-		unsigned long types_set;
-	} const rows[] = {
-		{"no gpio combiners here", DRV_INTR_CFG_DTS, 1u << 5, 4, 0, 0},
-		{"another is one", GPIO, 1u << 4, 4, 0, 0},
-		{"this is one", GPIO, 1u << 5, 4, 0, 1},
-		{"the line refuses the type", GPIO, 1u << 5, 8, -EFAULT, 1},
-	};
-
-	for (const auto &row : rows) {
-		SCOPED_TRACE(row.name);
-		node(5)["global_cfg"] = {{"irq_type", row.irq_type}};
-		install();
-		const mutex_guard guard(g_drv_intr_lock);
-		const unsigned long set = host_calls("plat_irq_set_irq_type");
-		g_drv_intr_ctrl.global_cfg = {row.sources, 0, row.gpio_bitmap, 0};
-		drv_intr_combiner *combiner = soft(5);
-		EXPECT_EQ(drv_intr_combiner_init(*combiner, nullptr, host_line_virq(5)), row.ret);
-		EXPECT_EQ(host_calls("plat_irq_set_irq_type"), set + row.types_set);
-		drv_intr_combiner_remove(*combiner);
-	}
-}
-
 // Many controllers cannot move their lines at all.
 TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 {
@@ -377,28 +327,6 @@ TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 	}
 	plat_irq_dispose_mapping(parent);
 	plat_irq_domain_remove(domain);
-}
-
-TEST_F(Driver, trace_shows_the_chosen_interrupt_only)
-{
-	load_two_leaves(0);
-	const std::string virq0 = "virq=" + std::to_string(drv_find_mapping_irq(0, TYPE));
-	const std::string virq1 = "virq=" + std::to_string(drv_find_mapping_irq(1, TYPE));
-
-	take_log();
-	write_once(g_drv_intr_ctrl.int_debug_switch, 1u);
-	write_once(g_drv_intr_ctrl.debug_irq, drv_find_mapping_irq(1, TYPE));
-	ASSERT_TRUE(deliver(0));
-	EXPECT_THAT(take_log(), IsEmpty());
-	ASSERT_TRUE(deliver(1));
-	EXPECT_THAT(take_log(), AllOf(Contains(HasSubstr("[intr irq handler]enter, " + virq1)),
-				      Contains(HasSubstr("[intr irq mask]enter, " + virq1)),
-				      Not(Contains(HasSubstr(virq0))),
-				      Not(Contains(HasSubstr("[combiner handler]")))));
-	write_once(g_drv_intr_ctrl.debug_irq, 0u);
-	ASSERT_TRUE(deliver(0));
-	EXPECT_THAT(take_log(), AllOf(Contains(HasSubstr("[intr irq handler]enter, " + virq0)),
-				      Contains(HasSubstr("[combiner handler]enter, "))));
 }
 
 TEST_F(Driver, interrupt_path_writes_no_line_takes_no_memory_and_never_sleeps)

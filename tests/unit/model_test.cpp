@@ -4,18 +4,12 @@
 // would hide a wrong driver. What is expected here was seen on a real kernel.
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "model.h"
+#include "model_rig.h"
 #include "platform/kernel_api.h"
 
 using testing::ElementsAre;
@@ -33,27 +27,7 @@ constexpr int IRQ_HANDLED = 1;
 constexpr u32 line = 5;
 constexpr u32 leaf_hwirq = 7;
 
-// What happened, in order, from whatever thread.
-class journal {
-public:
-	void add(const std::string &entry)
-	{
-		const std::lock_guard guard(lock_);
-		entries_.push_back(entry);
-	}
-	std::vector<std::string> take()
-	{
-		const std::lock_guard guard(lock_);
-		return std::exchange(entries_, {});
-	}
-
-private:
-	std::mutex lock_;
-	std::vector<std::string> entries_;
-};
-
 journal seen;
-journal stops;
 std::function<void()> in_handler; // runs inside the leaf's handler
 std::function<void()> in_chained; // runs inside the parent's handler
 bool ops_move_parent;
@@ -66,11 +40,6 @@ std::string context_name()
 
 	host_context(text, sizeof(text));
 	return text;
-}
-
-void note_stop(const char *text)
-{
-	stops.add(text);
 }
 
 // A chip with the five operations; as a direct combiner it moves the parent line.
@@ -138,37 +107,45 @@ int on_leaf(int, void *)
 	return IRQ_HANDLED;
 }
 
-bool eventually(const std::function<bool()> &condition)
-{
-	const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+irq_domain *domain;
+bool chained;
+bool requested;
 
-	while (!condition()) {
-		if (std::chrono::steady_clock::now() > deadline)
-			return false;
-		std::this_thread::sleep_for(std::chrono::microseconds(200));
-	}
-	return true;
+void install()
+{
+	plat_irq_modify_status(parent, 0, IRQ_DISABLE_UNLAZY);
+	plat___irq_set_handler(parent, on_parent, 1, nullptr);
+	chained = true;
 }
 
-// Holds back whoever calls pass() until open() is called.
-class gate {
-public:
-	void pass()
-	{
-		reached_ = true;
-		while (!open_)
-			std::this_thread::yield();
-	}
-	bool reached()
-	{
-		return eventually([&] { return reached_.load(); });
-	}
-	void open() { open_ = true; }
+void map_leaf(unsigned long status = 0)
+{
+	leaf_status = status;
+	leaf = plat_irq_create_mapping(domain, leaf_hwirq);
+	ASSERT_GE(leaf, 16u);
+}
 
-private:
-	std::atomic<bool> reached_{false};
-	std::atomic<bool> open_{false};
-};
+int request(bool threaded)
+{
+	const int ret = threaded ? plat_request_threaded_irq(leaf, nullptr, on_leaf,
+							     IRQF_SHARED | IRQF_ONESHOT,
+							     "drv_irq_async_handler", &leaf)
+				 : plat_request_threaded_irq(leaf, on_leaf, nullptr, IRQF_SHARED,
+							     "drv_irq_sync_handler", &leaf);
+	requested = ret == 0;
+	return ret;
+}
+
+void release()
+{
+	plat_free_irq(leaf, &leaf);
+	requested = false;
+}
+
+void idle()
+{
+	ASSERT_EQ(host_wait_idle(10000), 0);
+}
 
 class Model : public testing::Test {
 protected:
@@ -181,9 +158,10 @@ protected:
 		in_chained = nullptr;
 		ops_move_parent = false;
 		leaf_status = 0;
+		chained = requested = false;
 		parent = host_line_virq(line);
 		plat_irq_chip_init(&chip, "chip", &ops);
-		domain_ = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+		domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
 	}
 
 	void TearDown() override
@@ -191,56 +169,16 @@ protected:
 		host_set_stop_handler(nullptr);
 		in_chained = nullptr;
 		in_handler = nullptr;
-		if (chained_)
+		if (chained)
 			plat___irq_set_handler(parent, nullptr, 1, nullptr);
-		if (requested_)
+		if (requested)
 			plat_free_irq(leaf, &leaf);
 		plat_irq_dispose_mapping(leaf);
-		plat_irq_domain_remove(domain_);
+		plat_irq_domain_remove(domain);
 		leaf = 0;
 		host_stop();
 	}
-
-	void install()
-	{
-		plat_irq_modify_status(parent, 0, IRQ_DISABLE_UNLAZY);
-		plat___irq_set_handler(parent, on_parent, 1, nullptr);
-		chained_ = true;
-	}
-
-	void map_leaf(unsigned long status = 0)
-	{
-		leaf_status = status;
-		leaf = plat_irq_create_mapping(domain_, leaf_hwirq);
-		ASSERT_GE(leaf, 16u);
-	}
-
-	int request(bool threaded)
-	{
-		const int ret =
-			threaded ? plat_request_threaded_irq(leaf, nullptr, on_leaf,
-							     IRQF_SHARED | IRQF_ONESHOT,
-							     "drv_irq_async_handler", &leaf)
-				 : plat_request_threaded_irq(leaf, on_leaf, nullptr, IRQF_SHARED,
-							     "drv_irq_sync_handler", &leaf);
-		requested_ = ret == 0;
-		return ret;
-	}
-
-	void release()
-	{
-		plat_free_irq(leaf, &leaf);
-		requested_ = false;
-	}
-
-	static void idle() { ASSERT_EQ(host_wait_idle(10000), 0); }
-
-	irq_domain *domain_ = nullptr;
-	bool chained_ = false;
-	bool requested_ = false;
 };
-
-} // namespace
 
 TEST_F(Model, pending_is_a_latch_that_masking_keeps_and_withdrawing_clears)
 {
@@ -331,7 +269,7 @@ TEST_F(Model, chained_install_resets_depth_and_refuses_requests)
 TEST_F(Model, disable_of_a_chained_line_holds_it_only_when_unlazy)
 {
 	plat___irq_set_handler(parent, on_parent, 1, nullptr);
-	chained_ = true;
+	chained = true;
 	plat_disable_irq_nosync(parent);
 	EXPECT_FALSE(host_line_masked(line));
 	host_line_set_pending(line, 1);
@@ -377,7 +315,7 @@ TEST_F(Model, enabled_line_without_handler_stops_when_it_fires)
 	host_set_stop_handler(note_stop);
 	install();
 	plat___irq_set_handler(parent, nullptr, 1, nullptr);
-	chained_ = false;
+	chained = false;
 	plat_enable_irq(parent);
 	host_line_set_pending(line, 1);
 	idle();
@@ -610,56 +548,56 @@ TEST_F(Model, a_free_waits_for_the_handler_that_runs)
 		releaser.join();
 		dispatcher.join();
 		EXPECT_TRUE(freed);
-		requested_ = false;
+		requested = false;
 		plat_irq_dispose_mapping(leaf);
 	}
+}
+
+std::thread read_in_chained_handler(gate &held, int &word)
+{
+	in_chained = [&] {
+		held.pass();
+		word = 1;
+	};
+	host_line_set_pending(line, 1);
+	return std::thread([] {});
+}
+
+std::thread read_in_dispatch(gate &held, int &word)
+{
+	in_handler = [&] {
+		held.pass();
+		word = 1;
+	};
+	return std::thread([] { plat_generic_handle_irq(leaf); });
+}
+
+std::thread read_in_section(gate &held, int &word)
+{
+	return std::thread([&] {
+		const int outer = plat_srcu_read_lock();
+		plat_srcu_read_unlock(plat_srcu_read_lock());
+		held.pass();
+		word = 1;
+		plat_srcu_read_unlock(outer);
+	});
 }
 
 // Plain words on purpose: the thread checker proves that waiting also orders.
 TEST_F(Model, synchronize_waits_for_what_was_running)
 {
 	struct {
-		const char *name;
-		std::function<std::thread(gate &, int &)> reader;
+		std::thread (*reader)(gate &, int &);
 		void (*wait)();
-	} const cases[] = {
-		{"chained handler",
-		 [](gate &held, int &word) {
-			 in_chained = [&] {
-				 held.pass();
-				 word = 1;
-			 };
-			 host_line_set_pending(line, 1);
-			 return std::thread([] {});
-		 },
-		 plat_synchronize_rcu},
-		{"dispatch from a thread",
-		 [](gate &held, int &word) {
-			 in_handler = [&] {
-				 held.pass();
-				 word = 1;
-			 };
-			 return std::thread([] { plat_generic_handle_irq(leaf); });
-		 },
-		 plat_synchronize_rcu},
-		{"read-side section",
-		 [](gate &held, int &word) {
-			 return std::thread([&] {
-				 const int outer = plat_srcu_read_lock();
-				 plat_srcu_read_unlock(plat_srcu_read_lock());
-				 held.pass();
-				 word = 1;
-				 plat_srcu_read_unlock(outer);
-			 });
-		 },
-		 plat_synchronize_srcu},
-	};
+	} const cases[] = {{read_in_chained_handler, plat_synchronize_rcu},
+			   {read_in_dispatch, plat_synchronize_rcu},
+			   {read_in_section, plat_synchronize_srcu}};
 
 	install();
 	map_leaf();
 	ASSERT_EQ(request(false), 0);
 	for (const auto &row : cases) {
-		SCOPED_TRACE(row.name);
+		SCOPED_TRACE(&row - cases);
 		gate held;
 		int word = 0;
 		std::atomic<bool> over{false};
@@ -716,47 +654,6 @@ TEST_F(Model, thread_runs_when_woken_keeps_a_wake_up_and_stops)
 	EXPECT_EQ(plat_kthread_stop(task), 5);
 }
 
-TEST_F(Model, devices_are_matched_probed_in_order_and_removed)
-{
-	static std::vector<std::string> calls;
-	static plat_platform_driver driver;
-	calls.clear();
-	driver = {};
-	driver.name = "irq_combiner";
-	driver.of_compatible = "a,b";
-	driver.probe = [](platform_device *device) {
-		const std::string name = plat_platform_device_name(device);
-		calls.push_back("probe " + name + " " +
-				std::to_string(plat_platform_get_irq(device, 0)) +
-				(plat_dev_fwnode(device) ? " node" : ""));
-		return name == "bad" ? -14 : 0;
-	};
-	driver.remove = [](platform_device *device) {
-		calls.push_back(std::string("remove ") + plat_platform_device_name(device));
-		return 0;
-	};
-	const u32 irqs[] = {parent};
-	host_device_add("tree", "a,b", irqs, 1);
-	host_device_add("acpi", "acpi:X", irqs, 1);
-	host_device_add("other", "c,d", irqs, 1);
-	host_device_add("bad", "a,b", irqs, 0);
-	EXPECT_EQ(host_device_add("bad", "a,b", irqs, 0), -17);
-	ASSERT_EQ(plat_platform_driver_register(&driver), 0);
-	static plat_platform_driver second;
-	second = driver;
-	EXPECT_EQ(plat_platform_driver_register(&second), -16);
-	host_device_add("added", nullptr, irqs, 1);
-	const std::string number = std::to_string(parent);
-	EXPECT_THAT(calls, ElementsAre("probe tree " + number + " node", "probe bad -6 node",
-				       "probe added " + number));
-	EXPECT_EQ(host_device_bound("bad"), 0);
-	EXPECT_EQ(host_device_bound("added"), 1);
-	calls.clear();
-	host_device_del("added");
-	plat_platform_driver_unregister(&driver);
-	EXPECT_THAT(calls, ElementsAre("remove added", "remove tree"));
-}
-
 TEST_F(Model, registers_are_words_behind_a_mapping)
 {
 	host_mmio_set(0x1004, 7);
@@ -798,113 +695,108 @@ TEST_F(Model, injected_fault_skips_exactly_the_nth_call)
 	EXPECT_EQ(reinterpret_cast<long>(plat_kthread_create_on_node(nullptr, nullptr, 0, "x")),
 		  -11);
 	host_fault("plat_irq_create_mapping", 1, 0);
-	EXPECT_EQ(plat_irq_create_mapping(domain_, 99), 0u);
+	EXPECT_EQ(plat_irq_create_mapping(domain, 99), 0u);
 	EXPECT_EQ(host_fault("plat_no_such", 1, 0), -22);
 	host_fault_off();
 	EXPECT_EQ(request(false), 0);
 }
 
+plat_mutex mutex, other_mutex;
+plat_raw_spinlock spin;
+
+const misuse harmful[] = {
+	{"Unbalanced enable", [] { host_enable_irq(leaf); }},
+	{"still requested", [] { plat_irq_dispose_mapping(leaf); }},
+	{"already-free", [] { plat_free_irq(leaf, &parent); }},
+	{"has 1 mappings", [] { plat_irq_domain_remove(domain); }},
+	{"kzalloc",
+	 [] {
+		 plat_local_irq_disable();
+		 EXPECT_EQ(plat_kzalloc(8), nullptr);
+		 plat_local_irq_enable();
+	 }},
+	{"kzalloc: sleeping function",
+	 [] {
+		 in_handler = [] { EXPECT_EQ(plat_kzalloc(8), nullptr); };
+		 plat_generic_handle_irq(leaf);
+		 in_handler = nullptr;
+	 }},
+	{"enabled interrupts",
+	 [] {
+		 in_handler = [] { plat_local_irq_enable(); };
+		 plat_generic_handle_irq(leaf);
+		 in_handler = nullptr;
+	 }},
+	{"local_irq_enable in a hard interrupt",
+	 [] {
+		 in_chained = [] { plat_local_irq_enable(); };
+		 host_line_set_pending(line, 1);
+		 idle();
+		 in_chained = nullptr;
+	 }},
+	{"locked again by its owner",
+	 [] {
+		 plat_mutex_lock(&mutex);
+		 plat_mutex_lock(&mutex);
+		 plat_mutex_unlock(&mutex);
+	 }},
+	{"does not hold it", [] { plat_mutex_unlock(&mutex); }},
+	{"never initialised",
+	 [] {
+		 plat_mutex raw = {};
+		 plat_mutex_lock(&raw);
+	 }},
+	{"mutex_lock: sleeping function",
+	 [] {
+		 const unsigned long flags = plat_raw_spin_lock_irqsave(&spin);
+		 plat_mutex_lock(&mutex);
+		 plat_raw_spin_unlock_irqrestore(&spin, flags);
+	 }},
+	{"lock order",
+	 [] {
+		 static plat_mutex again, other_again; // classes count, not locks
+		 plat_mutex_init(&again, PLAT_MUTEX_DRIVER);
+		 plat_mutex_init(&other_again, PLAT_MUTEX_LEAF);
+		 for (auto [outer, inner] :
+		      {std::pair(&mutex, &other_mutex), std::pair(&other_again, &again)}) {
+			 plat_mutex_lock(outer);
+			 plat_mutex_lock(inner);
+			 plat_mutex_unlock(inner);
+			 plat_mutex_unlock(outer);
+		 }
+	 }},
+	{"wait for itself",
+	 [] {
+		 const int token = plat_srcu_read_lock();
+		 plat_synchronize_srcu();
+		 plat_srcu_read_unlock(token);
+	 }},
+	{"symbol_put", [] { plat_symbol_put("nothing"); }},
+	{"1 left behind: memory of 24 bytes",
+	 [] {
+		 plat___irq_set_handler(parent, nullptr, 1, nullptr);
+		 release();
+		 plat_irq_dispose_mapping(leaf);
+		 plat_irq_domain_remove(domain);
+		 void *object = plat_kzalloc(24);
+		 host_check_leftovers();
+		 plat_kfree(object);
+		 domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+		 map_leaf();
+		 ASSERT_EQ(request(false), 0);
+		 install();
+	 }},
+};
+
 TEST_F(Model, what_would_harm_a_kernel_stops_loudly)
 {
-	static plat_mutex mutex, other_mutex;
-	static plat_raw_spinlock spin;
 	plat_mutex_init(&mutex, PLAT_MUTEX_DRIVER);
 	plat_mutex_init(&other_mutex, PLAT_MUTEX_LEAF);
 	plat_raw_spin_lock_init(&spin, PLAT_SPIN_LEAF_ENABLE, 0);
-	struct {
-		const char *text; // of the stop
-		std::function<void()> misuse;
-	} const cases[] = {
-		{"Unbalanced enable", [] { host_enable_irq(leaf); }},
-		{"still requested", [] { plat_irq_dispose_mapping(leaf); }},
-		{"already-free", [] { plat_free_irq(leaf, &parent); }},
-		{"has 1 mappings", [this] { plat_irq_domain_remove(domain_); }},
-		{"kzalloc",
-		 [] {
-			 plat_local_irq_disable();
-			 EXPECT_EQ(plat_kzalloc(8), nullptr);
-			 plat_local_irq_enable();
-		 }},
-		{"kzalloc: sleeping function",
-		 [] {
-			 in_handler = [] { EXPECT_EQ(plat_kzalloc(8), nullptr); };
-			 plat_generic_handle_irq(leaf);
-			 in_handler = nullptr;
-		 }},
-		{"enabled interrupts",
-		 [] {
-			 in_handler = [] { plat_local_irq_enable(); };
-			 plat_generic_handle_irq(leaf);
-			 in_handler = nullptr;
-		 }},
-		{"local_irq_enable in a hard interrupt",
-		 [] {
-			 in_chained = [] { plat_local_irq_enable(); };
-			 host_line_set_pending(line, 1);
-			 idle();
-			 in_chained = nullptr;
-		 }},
-		{"locked again by its owner",
-		 [] {
-			 plat_mutex_lock(&mutex);
-			 plat_mutex_lock(&mutex);
-			 plat_mutex_unlock(&mutex);
-		 }},
-		{"does not hold it", [] { plat_mutex_unlock(&mutex); }},
-		{"never initialised",
-		 [] {
-			 plat_mutex raw = {};
-			 plat_mutex_lock(&raw);
-		 }},
-		{"mutex_lock: sleeping function",
-		 [] {
-			 const unsigned long flags = plat_raw_spin_lock_irqsave(&spin);
-			 plat_mutex_lock(&mutex);
-			 plat_raw_spin_unlock_irqrestore(&spin, flags);
-		 }},
-		{"lock order",
-		 [] {
-			 static plat_mutex again, other_again; // classes count, not locks
-			 plat_mutex_init(&again, PLAT_MUTEX_DRIVER);
-			 plat_mutex_init(&other_again, PLAT_MUTEX_LEAF);
-			 for (auto [outer, inner] :
-			      {std::pair(&mutex, &other_mutex), std::pair(&other_again, &again)}) {
-				 plat_mutex_lock(outer);
-				 plat_mutex_lock(inner);
-				 plat_mutex_unlock(inner);
-				 plat_mutex_unlock(outer);
-			 }
-		 }},
-		{"wait for itself",
-		 [] {
-			 const int token = plat_srcu_read_lock();
-			 plat_synchronize_srcu();
-			 plat_srcu_read_unlock(token);
-		 }},
-		{"symbol_put", [] { plat_symbol_put("nothing"); }},
-		{"1 left behind: memory of 24 bytes",
-		 [this] {
-			 plat___irq_set_handler(parent, nullptr, 1, nullptr);
-			 release();
-			 plat_irq_dispose_mapping(leaf);
-			 plat_irq_domain_remove(domain_);
-			 void *object = plat_kzalloc(24);
-			 host_check_leftovers();
-			 plat_kfree(object);
-			 domain_ = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
-			 map_leaf();
-			 ASSERT_EQ(request(false), 0);
-			 install();
-		 }},
-	};
-
-	host_set_stop_handler(note_stop);
 	install();
 	map_leaf();
 	ASSERT_EQ(request(false), 0);
-	for (const auto &row : cases) {
-		SCOPED_TRACE(row.text);
-		row.misuse();
-		EXPECT_THAT(stops.take(), ElementsAre(HasSubstr(row.text)));
-	}
+	expect_each_stops(harmful);
 }
+
+} // namespace

@@ -226,10 +226,15 @@ TEST_F(xml_table_test, every_bit_flip_is_refused)
 	}
 }
 
-// Wrong content under a checksum that fits: one word of the example is changed.
-TEST_F(xml_table_test, inconsistent_content_is_refused_and_named)
+struct wrong_word {
+	const char *label;
+	u32 offset, value;
+	const char *why;
+};
+
+// Each makes the example wrong in one place.
+std::vector<wrong_word> wrong_words(const cfg::bytes &good)
 {
-	const cfg::bytes good = write(example());
 	const auto at = [&](int part, u32 record, u32 words, u32 field) {
 		return word(good, part * 4) + 4 * (record * words + field);
 	};
@@ -242,11 +247,8 @@ TEST_F(xml_table_test, inconsistent_content_is_refused_and_named)
 	const auto key = [&](u32 record) { return at(XML_HDR_KEYS, record, 2, 0); };
 	const u32 last_string = static_cast<u32>(good.size()) - 4;
 	const u32 string_size = word(good, XML_HDR_STRING_SIZE * 4);
-	const struct {
-		const char *label;
-		u32 offset, value;
-		const char *why;
-	} cases[] = {
+
+	return {
 		{"other kind of file", 0, 0x464c457f, "magic"},
 		{"newer layout", XML_HDR_VERSION * 4, 2, "version is 2"},
 		{"count times size overflows", XML_HDR_NODE_COUNT * 4, 0x55555556, "nodes"},
@@ -271,9 +273,15 @@ TEST_F(xml_table_test, inconsistent_content_is_refused_and_named)
 		{"record of nobody", node(2, 2), 0, "belongs to no node"},
 		{"key range too long", entry(4, 2), 0xfffffffe, "entry 4: its range"},
 	};
+}
+
+// Wrong content under a checksum that fits.
+TEST_F(xml_table_test, inconsistent_content_is_refused_and_named)
+{
+	const cfg::bytes good = write(example());
 
 	ASSERT_EQ(0, install(good));
-	for (const auto &wrong : cases) {
+	for (const wrong_word &wrong : wrong_words(good)) {
 		cfg::bytes bad = good;
 		set_word(bad, wrong.offset, wrong.value);
 		cfg::reseal(bad);
