@@ -289,8 +289,8 @@ void show_reports(const leaf &leaf)
 
 	printf("  runtime (/proc/diag/intr/runtime, or intrctl report runtime):\n");
 	show_report(DRV_INTR_IOC_DBG_RUNTIME, 0, 16);
-	printf("\n  one leaf, %s/%s (intrctl report virq %s):\n", leaf.index.c_str(),
-	       leaf.type.c_str(), virq.substr(4).c_str());
+	printf("\n  one leaf, %s/%u (intrctl report virq %s):\n", leaf.index.c_str(),
+	       number(leaf.type), virq.substr(4).c_str());
 	show_report(DRV_INTR_IOC_DBG_VIRQ, number(virq.substr(4)), 8);
 	printf("\n  configuration (/proc/diag/intr/cfg, or intrctl report cfg):\n");
 	show_report(DRV_INTR_IOC_DBG_CFG, 0, 14);
