@@ -7,7 +7,7 @@
 #include <linux/export.h>
 #include <linux/types.h>
 
-#include "delivery/drv_intr.h"
+#include "intr/drv_intr.h"
 
 EXPORT_SYMBOL(drv_intr_enable);
 EXPORT_SYMBOL(drv_intr_disable);

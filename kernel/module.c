@@ -7,7 +7,7 @@
 #include <linux/types.h>
 
 #include "discovery/acpi_id.h"
-#include "discovery/module.h"
+#include "control/module.h"
 
 #define RETRY_MS 10
 

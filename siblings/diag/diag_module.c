@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Kernel entry of the diagnostics module, and what it exports. */
 #include <linux/module.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "diag.h"
 
 EXPORT_SYMBOL(diag_get_proc_root);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Kernel entry of the logging module, and what it exports. */
 #include <linux/module.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "log.h"
 
 EXPORT_SYMBOL(drv_log_register);

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
  * Start and stop of the interrupt monitor. Process context.
- * What it offers to others is declared in platform/siblings.h.
+ * What it offers to others is declared in intr/siblings.h.
  */
 #ifndef MONITOR_MONITOR_H
 #define MONITOR_MONITOR_H

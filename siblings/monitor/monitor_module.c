@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Kernel entry of the interrupt monitor, and what it exports. */
 #include <linux/module.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "monitor.h"
 
 EXPORT_SYMBOL(drv_intr_monitor_set_param);

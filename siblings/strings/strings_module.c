@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 /* The bounded string routines as a kernel module: nothing to start or stop. */
 #include <linux/module.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 EXPORT_SYMBOL(memcpy_s);
 EXPORT_SYMBOL(sprintf_s);

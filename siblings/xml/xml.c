@@ -11,7 +11,7 @@
  */
 #include "port.h"
 #include "words.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "xml.h"
 #include "xml_table.h"
 

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
  * Start and stop of the XML configuration module. Process context.
- * The lookups that it exports are declared in platform/siblings.h.
+ * The lookups that it exports are declared in intr/siblings.h.
  */
 #ifndef XML_XML_H
 #define XML_XML_H

@@ -4,7 +4,7 @@
  * exports.
  */
 #include <linux/module.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "xml.h"
 
 EXPORT_SYMBOL(xml_get_element_value_u32);

@@ -7,7 +7,7 @@
 
 #include "control/report.h"
 #include "core/log.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 // Of a written text only so much is read.
 static constexpr size_t MAX_VALUE_TEXT = 11;

@@ -6,7 +6,7 @@
 
 #include "config/keys.h"
 #include "core/atomic.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 #include "uapi/intr.h"
 
 // What has been written of a block, and where it goes on.

@@ -11,7 +11,7 @@
 #ifndef INTR_CORE_LIST_H
 #define INTR_CORE_LIST_H
 
-#include "platform/types.h"
+#include "intr/types.h"
 
 struct list_node {
 	list_node *next;

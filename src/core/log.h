@@ -11,7 +11,7 @@
 
 #include "core/atomic.h"
 #include "core/records.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 inline constexpr u32 DRV_INTR_MODULE_ID = 62;
 inline constexpr char DRV_INTR_MODULE_NAME[] = "intr";

@@ -4,7 +4,7 @@
 #include "core/records.h"
 
 #include "core/atomic.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 constinit drv_intr_ctrl g_drv_intr_ctrl{};
 constinit mutex g_drv_intr_lock{};

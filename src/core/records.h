@@ -18,7 +18,7 @@
 
 #include "core/atomic.h"
 #include "core/list.h"
-#include "delivery/drv_intr.h"
+#include "intr/drv_intr.h"
 #include "platform/kernel.h"
 
 inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;

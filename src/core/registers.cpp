@@ -4,7 +4,7 @@
 #include "core/registers.h"
 
 #include "platform/kernel.h"
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 static constexpr size_t REG_WINDOW = 16;
 

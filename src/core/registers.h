@@ -5,7 +5,7 @@
 #ifndef INTR_CORE_REGISTERS_H
 #define INTR_CORE_REGISTERS_H
 
-#include "platform/types.h"
+#include "intr/types.h"
 
 [[nodiscard]] inline u32 drv_intr_shift_mask(u32 mask, u32 shift)
 {

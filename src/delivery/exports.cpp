@@ -8,7 +8,7 @@
 // by the leaf's lock; enable and disable run in any context and take only its
 // enable_lock.
 #include "core/log.h"
-#include "delivery/drv_intr.h"
+#include "intr/drv_intr.h"
 #include "delivery/mapping.h"
 #include "delivery/request.h"
 

@@ -17,7 +17,7 @@
 #ifndef INTR_PLATFORM_KERNEL_API_H
 #define INTR_PLATFORM_KERNEL_API_H
 
-#include "platform/types.h"
+#include "intr/types.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -441,7 +441,7 @@ TEST_F(Watch, subscribes_again_once_all_is_read_after_an_overrun)
 	EXPECT_EQ(answered, unread);
 	EXPECT_THAT(watch.err(), HasSubstr("receive buffer overrun"));
 	const std::string printed = watch.out();
-	EXPECT_EQ(world::lines_of(printed).size(), unread);
+	EXPECT_EQ(testbed::lines_of(printed).size(), unread);
 	fire_open(first());
 	EXPECT_TRUE(eventually([&] { return watch.out().size() > printed.size(); }, PATIENCE_MS));
 	EXPECT_EQ(watch.end(SIGTERM), 0) << watch.err();
@@ -452,7 +452,7 @@ TEST_F(Watch, ignores_messages_of_other_processes)
 	program watch(watch_first);
 	wait_subscribed();
 	const drv_intr_nl_msg message = {sizeof(message), 0, 0, 0, 0, {0x100, 3}};
-	const int socket = world::netlink_open(30);
+	const int socket = testbed::netlink_open(30);
 	ASSERT_GT(socket, 0);
 	sockaddr_nl to{};
 	to.nl_family = AF_NETLINK;
@@ -460,8 +460,8 @@ TEST_F(Watch, ignores_messages_of_other_processes)
 	ASSERT_EQ(sendto(socket, &message, sizeof(message), 0,
 			 reinterpret_cast<const sockaddr *>(&to), sizeof(to)),
 		  static_cast<ssize_t>(sizeof(message)));
-	const std::string from = std::to_string(world::netlink_port(socket));
-	world::netlink_close(socket);
+	const std::string from = std::to_string(testbed::netlink_port(socket));
+	testbed::netlink_close(socket);
 	EXPECT_TRUE(eventually([&] { return !watch.err().empty(); }, PATIENCE_MS));
 	EXPECT_EQ(watch.err(), "intrctl: netlink: a message from port " + from +
 				       " ignored: not sent by the kernel\n");

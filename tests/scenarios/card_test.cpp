@@ -509,8 +509,8 @@ TEST_P(CardStep, fails_and_the_whole_card_is_gone)
 	EXPECT_TRUE(logged(GetParam().line)) << testing::PrintToString(log());
 	EXPECT_TRUE(logged("2 [intr combiner free]enter, id=36"));
 	EXPECT_TRUE(logged("1 [intr ioctl init card combiner]card combiner init fail, ret=-14"));
-	EXPECT_FALSE(world::thread_exists("intr36-handler"));
-	EXPECT_FALSE(world::thread_exists("intr37-handler"));
+	EXPECT_FALSE(testbed::thread_exists("intr36-handler"));
+	EXPECT_FALSE(testbed::thread_exists("intr37-handler"));
 	record();
 	command("board", "fault off");
 	command("monitor", "off");
@@ -634,11 +634,11 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 		for (; !stop && fired < MOST; fired++) {
 			fire_next(witness);
 			fire_next(other.leaves[0]);
-			world::control("cpld", "pulse " + first.leaves[0].name);
-			world::control("cpld", "pulse " + second.leaves[0].name);
+			testbed::control("cpld", "pulse " + first.leaves[0].name);
+			testbed::control("cpld", "pulse " + second.leaves[0].name);
 		}
 	});
-	world::hurry_readers(true);
+	testbed::hurry_readers(true);
 	for (int round = 0; round < ROUNDS && !HasFailure(); round++) {
 		EXPECT_EQ(card_up(INST), 0) << round;
 		if (round % 4 == 0) {
@@ -648,7 +648,7 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 		clear_log();
 		clear_trace();
 	}
-	world::hurry_readers(false);
+	testbed::hurry_readers(false);
 	stop = true;
 	fire_all.join();
 	printf("%d times, %zu interrupts at each of two leaves meanwhile\n", ROUNDS, fired);

@@ -39,7 +39,7 @@ struct bad_place {
 // Where an object of this size cannot be read or written as a whole.
 static std::vector<bad_place> bad_places(size_t size)
 {
-	char *hole = world::page_before_hole() + sysconf(_SC_PAGESIZE);
+	char *hole = testbed::page_before_hole() + sysconf(_SC_PAGESIZE);
 
 	return {{"null", nullptr},
 		{"in the first page", reinterpret_cast<char *>(8)},
@@ -64,7 +64,7 @@ protected:
 	std::string state()
 	{
 		return report(DRV_INTR_IOC_DBG_RUNTIME) + report(DRV_INTR_IOC_DBG_CFG) +
-		       world::read("monitor");
+		       testbed::read("monitor");
 	}
 
 	// A record with which this command succeeds, after a subscription of PORT.
@@ -98,13 +98,13 @@ protected:
 	{
 		para record = good_record(cmd);
 
-		return world::ioctl(cmd, &record);
+		return testbed::ioctl(cmd, &record);
 	}
 
 	void expect_refused(u32 cmd, para record, const std::string &line)
 	{
 		clear_log();
-		EXPECT_EQ(world::ioctl(cmd, &record), REFUSED) << line;
+		EXPECT_EQ(testbed::ioctl(cmd, &record), REFUSED) << line;
 		EXPECT_TRUE(logged(line)) << line << " is not in " << testing::PrintToString(log());
 		EXPECT_TRUE(logged("1 [intr dev ioctl]cmd fail, cmd=" + number(cmd)));
 	}
@@ -121,7 +121,7 @@ TEST_F(Control, every_command_reads_the_whole_record_first)
 	for (const bad_place &place : bad_places(sizeof(para))) {
 		for (const u32 cmd : commands) {
 			clear_log();
-			EXPECT_EQ(world::ioctl(cmd, place.at), REFUSED)
+			EXPECT_EQ(testbed::ioctl(cmd, place.at), REFUSED)
 				<< "record " << place.name << ", command " << number(cmd);
 			EXPECT_EQ(log(), std::vector<std::string>{
 						 "1 [intr dev ioctl]copy_from_user fail"});
@@ -141,7 +141,7 @@ TEST_F(Control, read_commands_give_the_record_back_and_no_other_writes_it)
 		para record = good_record(cmd);
 		para expected = record;
 		record.switch_on = expected.switch_on = MARK; // of the last command only
-		ASSERT_EQ(world::ioctl(cmd, &record), 0) << number(cmd);
+		ASSERT_EQ(testbed::ioctl(cmd, &record), 0) << number(cmd);
 		if (cmd == DRV_INTR_IOC_GET_NETLINK_ID)
 			expected.result = 30;
 		if (cmd == DRV_INTR_IOC_GET_INT_DEBUG_EN)
@@ -154,12 +154,12 @@ TEST_F(Control, read_commands_give_the_record_back_and_no_other_writes_it)
 		if (!reading || cmd >= DRV_INTR_IOC_DBG_RUNTIME)
 			continue;
 		clear_log();
-		EXPECT_EQ(world::ioctl(cmd, const_cast<para *>(&read_only)), REFUSED);
+		EXPECT_EQ(testbed::ioctl(cmd, const_cast<para *>(&read_only)), REFUSED);
 		EXPECT_EQ(log(),
 			  std::vector<std::string>{"1 [intr dev ioctl]copy_to_user fail, ret=20"});
 	}
-	EXPECT_EQ(world::ioctl(DRV_INTR_IOC_SET_DEBUG_SWITCH, const_cast<para *>(&read_only)), 0);
-	EXPECT_EQ(world::ioctl(DRV_INTR_IOC_DEINIT_CARD, const_cast<para *>(&read_only)), 0);
+	EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_SET_DEBUG_SWITCH, const_cast<para *>(&read_only)), 0);
+	EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_DEINIT_CARD, const_cast<para *>(&read_only)), 0);
 	EXPECT_EQ(unsubscribe(first, PORT), 0);
 }
 
@@ -176,7 +176,7 @@ TEST_F(Control, a_number_must_match_in_all_its_bits)
 		record.pid = PORT;
 		const para sent = record;
 		clear_log();
-		EXPECT_EQ(world::ioctl(cmd, &record), REFUSED) << std::hex << cmd;
+		EXPECT_EQ(testbed::ioctl(cmd, &record), REFUSED) << std::hex << cmd;
 		EXPECT_EQ(log(), std::vector<std::string>{"1 [intr dev ioctl]invalid cmd, cmd=" +
 							  number(cmd)});
 		EXPECT_EQ(memcmp(&record, &sent, sizeof(record)), 0) << std::hex << cmd;
@@ -263,11 +263,11 @@ TEST_F(Control, numbers_and_switches)
 	table().nodes["global_cfg"]["common"]["netlink_id"] = 29;
 	install();
 	para record{};
-	ASSERT_EQ(world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
+	ASSERT_EQ(testbed::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
 	EXPECT_EQ(record.result, 30u); // in force since start
 	unload();
 	load();
-	ASSERT_EQ(world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
+	ASSERT_EQ(testbed::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
 	EXPECT_EQ(record.result, 29u);
 
 	for (const u32 value : {0xfffffff0u, 5u, 0u}) {
@@ -275,11 +275,11 @@ TEST_F(Control, numbers_and_switches)
 		record.switch_on = value;
 		record.virq = 0x12;
 		clear_log();
-		ASSERT_EQ(world::ioctl(DRV_INTR_IOC_SET_DEBUG_SWITCH, &record), 0);
+		ASSERT_EQ(testbed::ioctl(DRV_INTR_IOC_SET_DEBUG_SWITCH, &record), 0);
 		EXPECT_EQ(log(),
 			  std::vector<std::string>{"2 [intr ioctl set debug switch]switch_on=" +
 						   std::to_string(value) + ", virq=18"});
-		ASSERT_EQ(world::ioctl(DRV_INTR_IOC_GET_INT_DEBUG_EN, &record), 0);
+		ASSERT_EQ(testbed::ioctl(DRV_INTR_IOC_GET_INT_DEBUG_EN, &record), 0);
 		EXPECT_EQ(record.result, value);
 		EXPECT_EQ(report(DRV_INTR_IOC_DBG_SWITCH),
 			  "interrupt debug switch: " + std::to_string(static_cast<int>(value)) +
@@ -316,7 +316,7 @@ protected:
 		record.buf = reinterpret_cast<uintptr_t>(area_.data() + ROOM);
 		record.buf_len = buf_len;
 		record.virq = virq;
-		return world::ioctl(cmd, &record);
+		return testbed::ioctl(cmd, &record);
 	}
 
 	// The area as it must be when this was written into the buffer.
@@ -416,7 +416,7 @@ TEST_P(ControlFault, leaves_nothing_and_the_next_try_succeeds)
 
 	clear_log();
 	command(step.file, step.fault);
-	EXPECT_EQ(world::ioctl(step.cmd, &record), REFUSED);
+	EXPECT_EQ(testbed::ioctl(step.cmd, &record), REFUSED);
 	if (strcmp(step.file, "board") == 0) {
 		EXPECT_TRUE(command("board", "fault count").ends_with("hit=1"));
 		command("board", "fault off");
@@ -518,19 +518,19 @@ TEST_F(Control, one_port_subscribed_by_many_threads_is_one_subscription)
 
 TEST_F(Control, an_open_device_keeps_the_driver)
 {
-	const int one = world::device_open(), other = world::device_open();
+	const int one = testbed::device_open(), other = testbed::device_open();
 
 	ASSERT_GT(one, 0);
 	ASSERT_GT(other, 0);
-	EXPECT_EQ(world::unload(), -11);
-	world::device_close(one);
-	EXPECT_EQ(world::unload(), -11);
+	EXPECT_EQ(testbed::unload(), -11);
+	testbed::device_close(one);
+	EXPECT_EQ(testbed::unload(), -11);
 	para record{};
-	EXPECT_EQ(world::device_ioctl(other, DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
+	EXPECT_EQ(testbed::device_ioctl(other, DRV_INTR_IOC_GET_NETLINK_ID, &record), 0);
 	EXPECT_EQ(record.result, 30u);
-	world::device_close(other);
+	testbed::device_close(other);
 	unload();
-	EXPECT_LT(world::device_open(), 0);
+	EXPECT_LT(testbed::device_open(), 0);
 }
 
 } // namespace rig

@@ -133,8 +133,8 @@ TEST_F(Delivery, contexts_and_names)
 	threaded.leaves[0].sync = 1;
 	configure({hard, threaded});
 	load();
-	EXPECT_FALSE(world::thread_exists("intr0-handler"));
-	EXPECT_TRUE(world::thread_exists("intr1-handler"));
+	EXPECT_FALSE(testbed::thread_exists("intr0-handler"));
+	EXPECT_TRUE(testbed::thread_exists("intr1-handler"));
 	for (const combiner &c : {hard, threaded}) {
 		for (const leaf &leaf : c.leaves) {
 			clear_events();
@@ -153,7 +153,7 @@ TEST_F(Delivery, contexts_and_names)
 			EXPECT_EQ(seen[0].irqs, context == "hardirq" ? "off" : "on") << leaf.name;
 		}
 	}
-	const std::string interrupts = world::interrupts();
+	const std::string interrupts = testbed::interrupts();
 	EXPECT_NE(interrupts.find("drv_irq_sync_handler"), std::string::npos) << interrupts;
 	EXPECT_NE(interrupts.find("drv_irq_async_handler"), std::string::npos) << interrupts;
 	EXPECT_NE(interrupts.find("intr0"), std::string::npos) << interrupts;
@@ -317,7 +317,7 @@ TEST_F(Delivery, disable_depth_of_a_direct_parent)
 	EXPECT_EQ(depth("line:2"), 1);
 	// Closed at its chip too: an asserted line reaches nobody yet.
 	command("cpld", "assert " + leaf.name);
-	world::sleep_ms(10);
+	testbed::sleep_ms(10);
 	command("cpld", "deassert " + leaf.name);
 	clear_trace();
 	for (int round = 0; round < 2; round++) {
@@ -428,7 +428,7 @@ TEST_F(Delivery, what_came_while_disabled)
 		ASSERT_EQ(ask("client", std::string("disable ") + pair), 0);
 	fire(c.leaves[0]);
 	fire(c.leaves[1]);
-	world::sleep_ms(10);
+	testbed::sleep_ms(10);
 	EXPECT_TRUE(events().empty());
 	for (const char *pair : {"0 3", "1 3"})
 		ASSERT_EQ(ask("client", std::string("enable ") + pair), 0);

@@ -165,7 +165,7 @@ TEST_F(Exports, enable_and_disable_from_the_leafs_own_callback)
 		const std::string name = "leaf:" + std::to_string(leaf.index) + ":3";
 		EXPECT_TRUE(eventually([&] { return depth(name) == 1; })) << leaf.name;
 		fire(leaf);
-		world::sleep_ms(10);
+		testbed::sleep_ms(10);
 		EXPECT_EQ(events().size(), 1u) << leaf.name;
 		EXPECT_EQ(ask("client", "enable " + std::to_string(leaf.index) + " 3"), 0);
 		fire_open(leaf);
@@ -200,7 +200,7 @@ TEST_F(Exports, unregister_waits_for_a_running_callback)
 		snprintf(done, sizeof(done), "mark done index=0x%x type=%u", leaf.index, leaf.type);
 		EXPECT_THAT(trace(), testing::Contains(done));
 		fire(leaf);
-		world::sleep_ms(20);
+		testbed::sleep_ms(20);
 		EXPECT_EQ(events().size(), 1u) << leaf.name;
 		EXPECT_EQ(ask("client", "find " + std::to_string(leaf.index) + " 3"), 0);
 	}
@@ -225,16 +225,16 @@ TEST_F(Exports, registering_from_many_threads_while_the_leaf_fires)
 		threads.emplace_back([&] {
 			for (int round = 0; round < 15; round++) {
 				registered +=
-					world::control("client", "regist 0 3").reply == "ret=0";
-				world::control("client", "disable 0 3");
-				world::control("client", "enable 0 3");
-				world::control("client", "unregist 0 3");
+					testbed::control("client", "regist 0 3").reply == "ret=0";
+				testbed::control("client", "disable 0 3");
+				testbed::control("client", "enable 0 3");
+				testbed::control("client", "unregist 0 3");
 			}
 		});
 	}
 	for (size_t shot = 0; shot < 40; shot++) {
 		fire(c.leaves[0]);
-		world::sleep_ms(1);
+		testbed::sleep_ms(1);
 	}
 	for (std::thread &thread : threads)
 		thread.join();

@@ -93,7 +93,7 @@ TEST_F(Hardware, moving_a_leaf_moves_its_parent_line)
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	const long leaf = ask("client", "find 0 3");
 	for (const long cpus : {2l, 1l}) {
-		ASSERT_EQ(world::set_affinity(leaf, static_cast<unsigned long>(cpus)), 0);
+		ASSERT_EQ(testbed::set_affinity(leaf, static_cast<unsigned long>(cpus)), 0);
 		EXPECT_EQ(ask("board", "cpus line:0"), cpus);
 		EXPECT_EQ(ask("board", "cpus leaf:0:3"), cpus);
 		clear_events();
@@ -119,7 +119,7 @@ TEST_F(Hardware, leaves_of_the_backplane_slot_join_the_combiner_they_name)
 	node.erase("hwirq_cfg2");
 	install();
 	load();
-	ASSERT_EQ(world::load_backplane(), 0);
+	ASSERT_EQ(testbed::load_backplane(), 0);
 	command("backplane", "type 0x1a");
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 	EXPECT_EQ(ask("client", "find 0x401 3"), 0);
@@ -128,7 +128,7 @@ TEST_F(Hardware, leaves_of_the_backplane_slot_join_the_combiner_they_name)
 	fire(slot);
 	expect_events(1);
 	// The driver keeps no hold on the module between look-ups.
-	EXPECT_EQ(world::unload_backplane(), 0);
+	EXPECT_EQ(testbed::unload_backplane(), 0);
 	clear_events();
 	fire_open(slot);
 	expect_events(1);
@@ -140,13 +140,13 @@ TEST_F(Hardware, a_failing_backplane_costs_only_the_slot_leaves)
 
 	configure({c});
 	load();
-	ASSERT_EQ(world::load_backplane(), 0);
+	ASSERT_EQ(testbed::load_backplane(), 0);
 	command("backplane", "fail -5");
 	clear_log();
 	EXPECT_TRUE(add_device("irq_combiner@4", "line:4"));
 	EXPECT_TRUE(logged("2 [intr get xml slot hwirq cfg]not support backplane cfg"));
 	EXPECT_EQ(regist(c.leaves[0]), 0);
-	EXPECT_EQ(world::unload_backplane(), 0);
+	EXPECT_EQ(testbed::unload_backplane(), 0);
 }
 
 } // namespace rig

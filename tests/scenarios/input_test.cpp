@@ -73,19 +73,19 @@ TEST_F(Input, a_damaged_table_leaves_the_one_in_force)
 	cfg::bytes good, bad;
 	std::string why;
 	ASSERT_TRUE(cfg::write_table(table(), good, why)) << why;
-	const std::string before = world::read("xml");
+	const std::string before = testbed::read("xml");
 	bad = good;
 	bad.resize(bad.size() - 1);
-	EXPECT_EQ(world::write_blob("xml_table", bad), -22) << "truncated";
+	EXPECT_EQ(testbed::write_blob("xml_table", bad), -22) << "truncated";
 	bad = good;
 	bad[bad.size() / 2] ^= 0x10;
-	EXPECT_EQ(world::write_blob("xml_table", bad), -22) << "a flipped bit";
+	EXPECT_EQ(testbed::write_blob("xml_table", bad), -22) << "a flipped bit";
 	bad = good;
 	bad[4] ^= 0xff;
 	cfg::reseal(bad);
-	EXPECT_EQ(world::write_blob("xml_table", bad), -22) << "another version";
-	EXPECT_TRUE(world::read("xml").starts_with(before));
-	EXPECT_NE(world::read("xml").find("last table refused: version"), std::string::npos);
+	EXPECT_EQ(testbed::write_blob("xml_table", bad), -22) << "another version";
+	EXPECT_TRUE(testbed::read("xml").starts_with(before));
+	EXPECT_NE(testbed::read("xml").find("last table refused: version"), std::string::npos);
 	load();
 	ASSERT_EQ(regist(board.leaves[0]), 0);
 	expect_board_works();
@@ -94,7 +94,7 @@ TEST_F(Input, a_damaged_table_leaves_the_one_in_force)
 TEST_F(Input, a_table_of_another_instance_configures_nothing_here)
 {
 	configure({board});
-	world::control("xml", "drop 0xffffffff");
+	testbed::control("xml", "drop 0xffffffff");
 	table().instance = 0x03000000;
 	install();
 	load();
@@ -134,7 +134,7 @@ TEST_F(Input, mistyped_commands_say_what_is_wrong)
 					 {"monitor", "refuse"},
 					 {"xml", "drop"},
 					 {"log_ctl", "erase"}}) {
-		const world::result result = world::control(file, line);
+		const testbed::result result = testbed::control(file, line);
 		EXPECT_LT(result.code, 0) << file << ": " << line;
 		EXPECT_TRUE(result.reply.starts_with(std::string(file) + ": "))
 			<< file << ": " << line << ": " << result.reply;

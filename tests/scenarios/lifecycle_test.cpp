@@ -123,11 +123,11 @@ TEST_F(Lifecycle, no_source_in_use)
 TEST_F(Lifecycle, logging_refuses_the_driver)
 {
 	command("log_ctl", "fail_register -7");
-	EXPECT_EQ(world::load(), -22);
-	EXPECT_NE(world::read("log").find("0 1 [intr module init]log register fail, module-id=62, "
+	EXPECT_EQ(testbed::load(), -22);
+	EXPECT_NE(testbed::read("log").find("0 1 [intr module init]log register fail, module-id=62, "
 					  "ret=0xfffffff9"),
 		  std::string::npos)
-		<< world::read("log");
+		<< testbed::read("log");
 	load();
 }
 
@@ -149,7 +149,7 @@ TEST_P(BringUpStep, fails_alone_and_leaves_nothing)
 	EXPECT_FALSE(add_device("irq_combiner@4", "line:4"));
 	EXPECT_TRUE(logged(GetParam().line)) << testing::PrintToString(log());
 	EXPECT_TRUE(logged("1 [intr dev probe]dev init fail"));
-	EXPECT_FALSE(world::thread_exists("intr4-handler"));
+	EXPECT_FALSE(testbed::thread_exists("intr4-handler"));
 	record();
 	command("board", "fault off");
 	command("monitor", "off");
@@ -386,7 +386,7 @@ TEST_F(Lifecycle, unload_under_fire_leaves_nothing)
 		while (!stop) {
 			for (const combiner &c : {sync, async, direct}) {
 				for (const leaf &leaf : c.leaves)
-					world::control("cpld", "pulse " + leaf.name);
+					testbed::control("cpld", "pulse " + leaf.name);
 			}
 		}
 	});
@@ -405,7 +405,7 @@ TEST_F(Lifecycle, unload_under_fire_leaves_nothing)
 		EXPECT_TRUE(logged("leaf still in use, released, index_id=0x1, type=3"));
 		clear_events();
 		clear_log();
-		EXPECT_EQ(world::interrupts().find("drv_irq_"), std::string::npos);
+		EXPECT_EQ(testbed::interrupts().find("drv_irq_"), std::string::npos);
 	}
 	stop = true;
 	storm.join();
@@ -441,12 +441,12 @@ TEST_F(Lifecycle, devices_come_and_go_under_load)
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	std::thread changes([&] {
 		while (!stop) {
-			added += world::control("board", "device add irq_combiner@4 irq=line:4")
+			added += testbed::control("board", "device add irq_combiner@4 irq=line:4")
 					 .reply == "probed=1";
-			world::control("client", "regist 0x400 3 tag=gone");
-			world::control("cpld", "pulse " + c.leaves[0].name);
-			world::control("client", "find 0x401 3");
-			world::control("board", "device del irq_combiner@4");
+			testbed::control("client", "regist 0x400 3 tag=gone");
+			testbed::control("cpld", "pulse " + c.leaves[0].name);
+			testbed::control("client", "find 0x401 3");
+			testbed::control("board", "device del irq_combiner@4");
 		}
 	});
 	for (int shot = 0; shot < 60 || (added < 10 && shot < 5000); shot++) {

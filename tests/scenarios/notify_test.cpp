@@ -75,15 +75,15 @@ TEST_F(Notify, the_message_is_these_bytes)
 
 	c.leaves[0].index = 0x12;
 	bring_up({c});
-	const int socket = world::netlink_open(30);
+	const int socket = testbed::netlink_open(30);
 	ASSERT_GT(socket, 0);
-	EXPECT_EQ(subscribe(c.leaves[0], world::netlink_port(socket)), 0);
+	EXPECT_EQ(subscribe(c.leaves[0], testbed::netlink_port(socket)), 0);
 	fire(c.leaves[0]);
-	const std::string bytes = world::netlink_receive(socket, 5000);
+	const std::string bytes = testbed::netlink_receive(socket, 5000);
 	ASSERT_EQ(bytes.size(), sizeof(expected));
 	EXPECT_EQ(memcmp(bytes.data(), expected, sizeof(expected)), 0);
-	EXPECT_EQ(world::netlink_receive(socket, 30), "");
-	world::netlink_close(socket);
+	EXPECT_EQ(testbed::netlink_receive(socket, 30), "");
+	testbed::netlink_close(socket);
 }
 
 TEST_F(Notify, in_order_of_subscription_and_silent_until_all_have_answered)
@@ -429,7 +429,7 @@ TEST_P(NotifyWithoutSocket, the_rest_runs_and_subscribers_are_forgotten)
 	install();
 	load();
 	EXPECT_TRUE(logged("1 [intr init netlink ker]create netlink socket fail"));
-	EXPECT_EQ(world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para), 0);
+	EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para), 0);
 	EXPECT_EQ(para.result, GetParam().netlink_id);
 	ASSERT_EQ(regist(leaf), 0);
 	ASSERT_EQ(subscribe(leaf, 4242), 0);
@@ -504,11 +504,11 @@ TEST_F(Notify, an_open_socket_keeps_the_driver)
 	bring_up({c});
 	subscriber process;
 	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
-	EXPECT_EQ(world::unload(), -11);
+	EXPECT_EQ(testbed::unload(), -11);
 	expect_served(c.leaves[0], {&process});
 	process.close();
 	unload();
-	EXPECT_LT(world::netlink_open(30), 0);
+	EXPECT_LT(testbed::netlink_open(30), 0);
 }
 
 // Sockets closed without unsubscribing, one leaf disabled, one served by a client too.

@@ -448,12 +448,12 @@ protected:
 
 	static long write_to(const std::string &file, const void *data, size_t size)
 	{
-		const int handle = world::proc_open(file, true);
+		const int handle = testbed::proc_open(file, true);
 
 		if (handle <= 0)
 			return handle;
-		const long done = world::proc_write(handle, data, size);
-		world::proc_close(handle);
+		const long done = testbed::proc_write(handle, data, size);
+		testbed::proc_close(handle);
 		return done;
 	}
 
@@ -461,7 +461,7 @@ protected:
 	{
 		drv_intr_ioctl_para para{};
 
-		EXPECT_EQ(world::ioctl(DRV_INTR_IOC_GET_INT_DEBUG_EN, &para), 0);
+		EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_GET_INT_DEBUG_EN, &para), 0);
 		return para.result;
 	}
 
@@ -483,23 +483,23 @@ TEST_F(Proc, reads_the_same_in_whatever_pieces)
 		std::string pieces;
 
 		ASSERT_FALSE(text.empty()) << file;
-		const int handle = world::proc_open(file);
+		const int handle = testbed::proc_open(file);
 		ASSERT_GT(handle, 0) << file;
-		while (pieces.size() <= text.size() && world::proc_read(handle, &one, 1) == 1)
+		while (pieces.size() <= text.size() && testbed::proc_read(handle, &one, 1) == 1)
 			pieces += one;
 		EXPECT_EQ(pieces, text) << file;
 		for (const long position : {size / 2, 1l, size - 1, 0l, size}) {
-			EXPECT_EQ(world::proc_seek(handle, position), position) << file;
+			EXPECT_EQ(testbed::proc_seek(handle, position), position) << file;
 			const long due = std::min<long>(size - position, sizeof(rest));
-			ASSERT_EQ(world::proc_read(handle, rest, sizeof(rest)), due) << file;
+			ASSERT_EQ(testbed::proc_read(handle, rest, sizeof(rest)), due) << file;
 			EXPECT_EQ(std::string(rest, static_cast<size_t>(due)),
 				  text.substr(static_cast<size_t>(position),
 					      static_cast<size_t>(due)))
 				<< file;
 		}
-		EXPECT_EQ(world::proc_seek(handle, 0), 0) << file;
-		EXPECT_EQ(world::proc_read(handle, nullptr, 1), -14) << file;
-		world::proc_close(handle);
+		EXPECT_EQ(testbed::proc_seek(handle, 0), 0) << file;
+		EXPECT_EQ(testbed::proc_read(handle, nullptr, 1), -14) << file;
+		testbed::proc_close(handle);
 	}
 	EXPECT_GT(proc("cfg").size(), 8192u); // more than a page or two
 	EXPECT_EQ(proc("debug_irq"), proc("int_debug_switch"));
@@ -551,20 +551,20 @@ TEST_F(Proc, writes_store_a_number)
 	ASSERT_EQ(set_proc("int_debug_switch", "1\n"), 0);
 	EXPECT_TRUE(logged("old:0(off), new:1(on)"));
 	// A write neither uses nor moves the place where reading goes on.
-	const int handle = world::proc_open("debug_irq", true);
+	const int handle = testbed::proc_open("debug_irq", true);
 	ASSERT_GT(handle, 0);
-	EXPECT_EQ(world::proc_seek(handle, 5), 5);
-	EXPECT_EQ(world::proc_write(handle, "3", 1), 1);
+	EXPECT_EQ(testbed::proc_seek(handle, 5), 5);
+	EXPECT_EQ(testbed::proc_write(handle, "3", 1), 1);
 	char text[6] = "";
-	EXPECT_EQ(world::proc_read(handle, text, 5), 5);
+	EXPECT_EQ(testbed::proc_read(handle, text, 5), 5);
 	EXPECT_STREQ(text, "rupt ");
 	EXPECT_EQ(debug_irq(), 3u);
-	world::proc_close(handle);
+	testbed::proc_close(handle);
 }
 
 TEST_F(Proc, writes_that_are_refused)
 {
-	char *hole = world::page_before_hole() + sysconf(_SC_PAGESIZE);
+	char *hole = testbed::page_before_hole() + sysconf(_SC_PAGESIZE);
 
 	ASSERT_EQ(set_proc("int_debug_switch", "5"), 0);
 	ASSERT_EQ(set_proc("debug_irq", "6"), 0);
@@ -600,22 +600,22 @@ TEST_F(Proc, a_file_that_is_open_when_the_driver_goes_fails)
 	std::vector<int> handles;
 
 	for (const char *file : proc_files) {
-		handles.push_back(world::proc_open(file, true));
+		handles.push_back(testbed::proc_open(file, true));
 		ASSERT_GT(handles.back(), 0) << file;
 	}
-	EXPECT_EQ(world::proc_read(handles[2], text, sizeof(text)), 16); // in the middle
+	EXPECT_EQ(testbed::proc_read(handles[2], text, sizeof(text)), 16); // in the middle
 	unload();
 	for (const bool loaded_again : {false, true}) {
 		for (const int handle : handles) {
-			EXPECT_EQ(world::proc_read(handle, text, sizeof(text)), -5);
-			EXPECT_EQ(world::proc_write(handle, "1", 1), -5);
+			EXPECT_EQ(testbed::proc_read(handle, text, sizeof(text)), -5);
+			EXPECT_EQ(testbed::proc_write(handle, "1", 1), -5);
 		}
 		if (!loaded_again)
 			load();
 	}
 	EXPECT_EQ(switch_value(), 0u);
 	for (const int handle : handles)
-		world::proc_close(handle);
+		testbed::proc_close(handle);
 }
 
 class ReportTrace : public Report {
@@ -695,7 +695,7 @@ TEST_F(ReportTrace, of_one_leaf_to_the_letter)
 2 [intr set irq leaf int en]success, index_id=0x0, type=3
 2 [intr irq unmask]success, virq=$V
 )";
-	EXPECT_EQ(log(), world::lines_of(fill(expected, {{"$V", virq}})));
+	EXPECT_EQ(log(), testbed::lines_of(fill(expected, {{"$V", virq}})));
 	record("log", log());
 	clear_log();
 	fire(c.leaves[1]);

@@ -142,23 +142,23 @@ void place_behind(combiner &combiner, const rig::combiner &outer, const leaf &le
 }
 
 subscriber::subscriber(u32 receive_buffer, u32 protocol)
-	: handle_(world::netlink_open(protocol, receive_buffer))
+	: handle_(testbed::netlink_open(protocol, receive_buffer))
 {
 	EXPECT_GT(handle_, 0) << "no netlink socket of protocol " << protocol;
 	if (handle_ > 0)
-		port_ = world::netlink_port(handle_);
+		port_ = testbed::netlink_port(handle_);
 }
 
 void subscriber::close()
 {
 	if (handle_ > 0)
-		world::netlink_close(handle_);
+		testbed::netlink_close(handle_);
 	handle_ = -1;
 }
 
 std::optional<drv_intr_nl_leaf> subscriber::receive(unsigned timeout_ms)
 {
-	const std::string bytes = world::netlink_receive(handle_, timeout_ms);
+	const std::string bytes = testbed::netlink_receive(handle_, timeout_ms);
 	drv_intr_nl_msg message;
 
 	if (bytes.empty())
@@ -194,13 +194,13 @@ bool eventually(const std::function<bool()> &condition, unsigned deadline_ms)
 			return true;
 		if (waited >= deadline_ms)
 			return false;
-		world::sleep_ms(2);
+		testbed::sleep_ms(2);
 	}
 }
 
 void Scenario::SetUp()
 {
-	ASSERT_TRUE(world::start(firmware())) << "this machine was booted with other firmware";
+	ASSERT_TRUE(testbed::start(firmware())) << "this machine was booted with other firmware";
 	command("cpld", "reset");
 	command("cpld", "trace on");
 	clear_log();
@@ -210,7 +210,7 @@ void Scenario::SetUp()
 void Scenario::TearDown()
 {
 	if (HasFailure())
-		printf("the driver's log:\n%s", world::read("log").c_str());
+		printf("the driver's log:\n%s", testbed::read("log").c_str());
 	for (const std::string &name : std::vector(devices_))
 		del_device(name);
 	if (loaded_)
@@ -220,8 +220,8 @@ void Scenario::TearDown()
 	command("cpld", "reset");
 	command("client", "clear");
 	for (const auto &[inst, table] : tables_)
-		world::control("xml", "drop " + hex(inst));
-	for (const std::string &complaint : world::finish())
+		testbed::control("xml", "drop " + hex(inst));
+	for (const std::string &complaint : testbed::finish())
 		ADD_FAILURE() << complaint;
 }
 
@@ -253,7 +253,7 @@ void Scenario::install(u32 inst)
 	std::string why;
 
 	ASSERT_TRUE(cfg::write_table(table(inst), bytes, why)) << why;
-	ASSERT_EQ(world::write_blob("xml_table", bytes), 0);
+	ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
 }
 
 void Scenario::drop_table(u32 inst)
@@ -264,13 +264,13 @@ void Scenario::drop_table(u32 inst)
 
 void Scenario::load()
 {
-	ASSERT_EQ(world::load(), 0);
+	ASSERT_EQ(testbed::load(), 0);
 	loaded_ = true;
 }
 
 void Scenario::unload()
 {
-	ASSERT_EQ(world::unload(), 0);
+	ASSERT_EQ(testbed::unload(), 0);
 	loaded_ = false;
 }
 
@@ -288,7 +288,7 @@ void Scenario::del_device(const std::string &name)
 
 std::string Scenario::command(const std::string &file, const std::string &line)
 {
-	const world::result result = world::control(file, line);
+	const testbed::result result = testbed::control(file, line);
 
 	EXPECT_EQ(result.code, 0) << file << ": " << line << ": " << result.reply;
 	return result.reply;
@@ -349,7 +349,7 @@ static int leaf_command(u32 cmd, const leaf &leaf, u32 argument)
 	para.index_id = leaf.index;
 	para.type = leaf.type;
 	para.pid = argument; // shares its place with `enable`
-	return world::ioctl(cmd, &para);
+	return testbed::ioctl(cmd, &para);
 }
 
 int Scenario::subscribe(const leaf &leaf, u32 port)
@@ -372,7 +372,7 @@ static int card_command(u32 cmd, u32 inst)
 	drv_intr_ioctl_para para{};
 
 	para.inst_id = inst;
-	return world::ioctl(cmd, &para);
+	return testbed::ioctl(cmd, &para);
 }
 
 int Scenario::card_up(u32 inst)
@@ -393,32 +393,32 @@ std::string Scenario::report(u32 cmd, u32 virq)
 	para.buf = reinterpret_cast<uintptr_t>(buffer.data());
 	para.buf_len = DRV_INTR_REPORT_MAX;
 	para.virq = virq;
-	return world::ioctl(cmd, &para) == 0 ? buffer.data() : "";
+	return testbed::ioctl(cmd, &para) == 0 ? buffer.data() : "";
 }
 
 std::string Scenario::proc(const std::string &file)
 {
-	const int handle = world::proc_open(file);
+	const int handle = testbed::proc_open(file);
 	std::vector<char> part(1 << 16);
 	std::string text;
 
 	EXPECT_GT(handle, 0) << file;
 	if (handle <= 0)
 		return text;
-	for (long got; (got = world::proc_read(handle, part.data(), part.size())) > 0;)
+	for (long got; (got = testbed::proc_read(handle, part.data(), part.size())) > 0;)
 		text.append(part.data(), static_cast<size_t>(got));
-	world::proc_close(handle);
+	testbed::proc_close(handle);
 	return text;
 }
 
 int Scenario::set_proc(const std::string &file, const std::string &text)
 {
-	const int handle = world::proc_open(file, true);
+	const int handle = testbed::proc_open(file, true);
 
 	if (handle <= 0)
 		return handle;
-	const long done = world::proc_write(handle, text.data(), text.size());
-	world::proc_close(handle);
+	const long done = testbed::proc_write(handle, text.data(), text.size());
+	testbed::proc_close(handle);
 	return static_cast<int>(done < 0 ? done : 0);
 }
 
@@ -440,7 +440,7 @@ std::vector<event> Scenario::events()
 {
 	std::vector<event> events;
 
-	for (const std::string &line : world::lines_of(world::read("client_events")))
+	for (const std::string &line : testbed::lines_of(testbed::read("client_events")))
 		events.push_back(
 			{static_cast<u32>(std::stoul(field(line, "index", "type"), nullptr, 0)),
 			 static_cast<u32>(std::stoul(field(line, "type", "tag"), nullptr, 0)),
@@ -462,7 +462,7 @@ bool Scenario::wait_events(size_t count)
 void Scenario::expect_events(size_t count)
 {
 	wait_events(count);
-	world::sleep_ms(10);
+	testbed::sleep_ms(10);
 	EXPECT_EQ(events().size(), count);
 }
 
@@ -470,7 +470,7 @@ std::vector<std::string> Scenario::log()
 {
 	std::vector<std::string> driver_lines;
 
-	for (const std::string &line : world::lines_of(world::read("log"))) {
+	for (const std::string &line : testbed::lines_of(testbed::read("log"))) {
 		if (line.starts_with("62 "))
 			driver_lines.push_back(line.substr(3));
 	}
@@ -492,7 +492,7 @@ void Scenario::clear_log()
 
 std::vector<std::string> Scenario::trace()
 {
-	return world::lines_of(world::read("cpld_trace"));
+	return testbed::lines_of(testbed::read("cpld_trace"));
 }
 
 void Scenario::clear_trace()

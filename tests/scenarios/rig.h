@@ -14,9 +14,9 @@
 
 #include <gtest/gtest.h>
 
-#include "lines.h"
+#include "board/lines.h"
 #include "uapi/intr.h"
-#include "world/world.h"
+#include "testbed.h"
 
 namespace rig {
 
@@ -182,7 +182,7 @@ protected:
 
 	bool loaded() const { return loaded_; }
 	// The firmware that this suite's machine was booted with.
-	virtual world::firmware firmware() const { return world::firmware::device_tree; }
+	virtual testbed::firmware firmware() const { return testbed::firmware::device_tree; }
 
 private:
 	std::map<u32, cfg::table> tables_;

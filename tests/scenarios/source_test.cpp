@@ -46,7 +46,7 @@ TEST_P(SourceChoice, takes_what_it_names_and_leaves_the_rest)
 	configure({board, pin, card});
 	use_sources(choice.cfg_type, 1u << 8, 1u << 4);
 	load();
-	EXPECT_EQ(world::platform_drivers(), choice.drivers);
+	EXPECT_EQ(testbed::platform_drivers(), choice.drivers);
 	EXPECT_EQ(combiners(), choice.up);
 	if (choice.cfg_type & DTS)
 		expect_works(board.leaves[0]);
@@ -61,7 +61,7 @@ TEST_P(SourceChoice, takes_what_it_names_and_leaves_the_rest)
 	expect_works(card.leaves[0]);
 	EXPECT_FALSE(logged("1 [intr init"));
 	unload();
-	EXPECT_EQ(world::platform_drivers(), names{});
+	EXPECT_EQ(testbed::platform_drivers(), names{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Bits, SourceChoice,
@@ -118,7 +118,7 @@ TEST_P(SourcePin, that_fails_takes_the_driver_along)
 	use_sources(DTS | GPIO, 0x3);
 	if (*broken.file)
 		command(broken.file, broken.command);
-	EXPECT_EQ(world::load(), REFUSED);
+	EXPECT_EQ(testbed::load(), REFUSED);
 	names lines = log_with({"1 [intr init", "1 [intr module", "combiner free]enter"});
 	names expected = broken.lines;
 	for (const char *line :
@@ -169,7 +169,7 @@ TEST_F(Source, pin_without_memory_for_its_record)
 	configure({pin});
 	use_sources(GPIO, 1u << 8);
 	command("board", "fault plat_kzalloc 1 0");
-	EXPECT_EQ(world::load(), REFUSED);
+	EXPECT_EQ(testbed::load(), REFUSED);
 	EXPECT_TRUE(logged("1 [intr init gpio combiner]combiner init soft fail"));
 	EXPECT_FALSE(logged("combiner free]enter"));
 	command("board", "fault off");
@@ -181,7 +181,7 @@ TEST_F(Source, ids_that_pins_and_acpi_both_claim_are_refused)
 {
 	configure({pin});
 	use_sources(ACPI | GPIO, 0x102, 0x10a);
-	EXPECT_EQ(world::load(), -22);
+	EXPECT_EQ(testbed::load(), -22);
 	EXPECT_EQ(log_with({"1 ["}),
 		  (names{"1 [intr init combiner]combiner_id=1 is in gpio_bitmap and in acpi_bitmap",
 			 "1 [intr init combiner]combiner_id=8 is in gpio_bitmap and in acpi_bitmap",
@@ -204,10 +204,10 @@ TEST_F(Source, device_with_the_number_of_a_pin)
 	EXPECT_TRUE(logged("2 [intr dts dev probe]combiner_id=0, combiner already exist"));
 	EXPECT_EQ(combiners(), (ids{0, 1, 2, 3}));
 	ASSERT_EQ(regist(c.leaves[0]), 0);
-	EXPECT_EQ(world::unbind("irq_combiner", "soc:irq_combiner@0"), 0);
+	EXPECT_EQ(testbed::unbind("irq_combiner", "soc:irq_combiner@0"), 0);
 	EXPECT_TRUE(logged("2 [intr dts dev remove]combiner_id=0 belongs to another device"));
 	expect_delivery(c.leaves[0]);
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), 0);
+	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@0"), 0);
 	expect_delivery(c.leaves[0]);
 }
 
@@ -230,7 +230,7 @@ TEST_P(SourceTrigger, of_a_pin)
 		expect_works(pin.leaves[0]);
 		return;
 	}
-	EXPECT_EQ(world::load(), REFUSED);
+	EXPECT_EQ(testbed::load(), REFUSED);
 	EXPECT_TRUE(logged("1 [intr set irq type]set irq type fail, ret=-22, irq_type=" +
 			   std::to_string(irq_type)));
 }
@@ -317,18 +317,18 @@ TEST_F(Source, device_is_bound_once)
 {
 	configure({board});
 	load();
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), -16);
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@9"), -19);
+	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@0"), -16);
+	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@9"), -19);
 	expect_works(board.leaves[0]);
-	EXPECT_EQ(world::unbind("irq_combiner", "soc:irq_combiner@0"), 0);
+	EXPECT_EQ(testbed::unbind("irq_combiner", "soc:irq_combiner@0"), 0);
 	EXPECT_EQ(combiners(), (ids{1, 2, 3}));
-	EXPECT_EQ(world::unbind("irq_combiner", "soc:irq_combiner@0"), -19);
+	EXPECT_EQ(testbed::unbind("irq_combiner", "soc:irq_combiner@0"), -19);
 	EXPECT_EQ(regist(board.leaves[0]), 14);
 	// A probe that fails tells the user so, and the next one works.
 	command("monitor", "refuse set 1 -5");
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), REFUSED);
+	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@0"), REFUSED);
 	command("monitor", "off");
-	EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@0"), 0);
+	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@0"), 0);
 	EXPECT_EQ(combiners(), (ids{1, 2, 3, 0}));
 	expect_works(board.leaves[0]);
 }
@@ -349,13 +349,13 @@ protected:
 		std::thread storm([&] {
 			for (; !stop && fired < MOST; fired++) {
 				fire_next(other);
-				world::control("cpld", "pulse " + own.name);
+				testbed::control("cpld", "pulse " + own.name);
 			}
 		});
 		for (int round = 0; round < rounds; round++) {
 			EXPECT_EQ(regist(own), 0) << round;
-			EXPECT_EQ(world::unbind("irq_combiner", device), 0) << round;
-			EXPECT_EQ(world::bind("irq_combiner", device), 0) << round;
+			EXPECT_EQ(testbed::unbind("irq_combiner", device), 0) << round;
+			EXPECT_EQ(testbed::bind("irq_combiner", device), 0) << round;
 		}
 		stop = true;
 		storm.join();
@@ -383,7 +383,7 @@ protected:
 
 	combiner zero = make_combiner(0, 2), one = make_combiner(1, 1), two = make_combiner(2, 2);
 
-	world::firmware firmware() const override { return world::firmware::acpi; }
+	testbed::firmware firmware() const override { return testbed::firmware::acpi; }
 
 	void start(u32 cfg_type, u32 acpi_bitmap, u32 gpio_bitmap = 0)
 	{
@@ -397,7 +397,7 @@ TEST_F(Acpi, device_carries_three_combiners)
 {
 	one.async = 1;
 	start(ACPI, 0x7);
-	EXPECT_EQ(world::platform_drivers(), names{"irq_combiner"});
+	EXPECT_EQ(testbed::platform_drivers(), names{"irq_combiner"});
 	EXPECT_EQ(
 		log_with({"dev probe]"}),
 		(names{std::string("2 [intr dev probe]enter, ") + DEVICE + ", cfg_type_bitmap=0x1",
@@ -459,14 +459,14 @@ TEST_P(AcpiStep, fails_and_the_device_is_refused)
 	EXPECT_EQ(combiners(), ids{});
 	record();
 	if (!*step.file) {
-		EXPECT_EQ(world::bind("irq_combiner", DEVICE), step.code);
+		EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), step.code);
 		return;
 	}
 	command(step.file, step.command);
-	EXPECT_EQ(world::bind("irq_combiner", DEVICE), step.code);
+	EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), step.code);
 	command("board", "fault off");
 	command("monitor", "off");
-	EXPECT_EQ(world::bind("irq_combiner", DEVICE), 0);
+	EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), 0);
 	expect_works(zero.leaves[0]);
 	expect_works(two.leaves[0]);
 }
@@ -491,7 +491,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(Acpi, device_is_none_of_the_device_tree)
 {
 	start(ACPI | DTS | GPIO, 0x7, 1u << 8);
-	EXPECT_EQ(world::platform_drivers(), (names{"irq_combiner", "irq_combiner-acpi"}));
+	EXPECT_EQ(testbed::platform_drivers(), (names{"irq_combiner", "irq_combiner-acpi"}));
 	EXPECT_TRUE(logged("1 [intr dts dev probe]invalid dev name"));
 	EXPECT_TRUE(logged("2 [intr module init]success"));
 	EXPECT_EQ(combiners(), ids{8});
@@ -510,11 +510,11 @@ TEST_F(Acpi, second_device_takes_nothing_from_the_first)
 	del_device("irq_combiner@9");
 	expect_delivery(zero.leaves[0]);
 	// Without the first one it is as good as that, as far as its lines go.
-	EXPECT_EQ(world::unbind("irq_combiner", DEVICE), 0);
+	EXPECT_EQ(testbed::unbind("irq_combiner", DEVICE), 0);
 	EXPECT_FALSE(add_device("irq_combiner@9", "line:9"));
 	EXPECT_TRUE(logged("1 [intr acpi dev probe]get virq fail, virq=-6, combiner_id=1"));
 	EXPECT_EQ(combiners(), ids{});
-	EXPECT_EQ(world::bind("irq_combiner", DEVICE), 0);
+	EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), 0);
 	expect_works(zero.leaves[0]);
 	expect_works(one.leaves[0]);
 }
@@ -531,10 +531,10 @@ TEST_F(Acpi, other_sources_stand_beside_and_behind_it)
 	EXPECT_EQ(combiners(), (ids{8, 0, 1, 2, 36}));
 	expect_works(card.leaves[0]);
 	expect_works(pin.leaves[0]);
-	EXPECT_EQ(world::unbind("irq_combiner", DEVICE), 0);
+	EXPECT_EQ(testbed::unbind("irq_combiner", DEVICE), 0);
 	EXPECT_TRUE(logged("combiner 36 stands behind a leaf of combiner 0, freed first"));
 	EXPECT_EQ(combiners(), ids{8});
-	EXPECT_EQ(world::bind("irq_combiner", DEVICE), 0);
+	EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), 0);
 	ASSERT_EQ(card_up(card_inst(1)), 0);
 	expect_works(card.leaves[0]);
 }
@@ -556,7 +556,7 @@ TEST_F(Acpi, driver_goes_under_fire)
 	std::thread storm([&] {
 		while (!stop) {
 			for (const combiner &c : {zero, one, two})
-				world::control("cpld", "pulse " + c.leaves[0].name);
+				testbed::control("cpld", "pulse " + c.leaves[0].name);
 		}
 	});
 	for (int round = 0; round < 5; round++) {

@@ -23,7 +23,7 @@ std::vector<u32> Sources::combiners()
 	static constexpr char title[] = "combiner";
 	std::vector<u32> ids;
 
-	for (const std::string &line : world::lines_of(report(DRV_INTR_IOC_DBG_RUNTIME))) {
+	for (const std::string &line : testbed::lines_of(report(DRV_INTR_IOC_DBG_RUNTIME))) {
 		if (line.starts_with(title))
 			ids.push_back(static_cast<u32>(std::stoul(line.substr(strlen(title)))));
 	}

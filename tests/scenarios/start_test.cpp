@@ -30,11 +30,11 @@ protected:
 
 	void expect_nothing_left()
 	{
-		EXPECT_EQ(world::device_open(), -2);
-		EXPECT_EQ(world::proc_open("cfg"), -2);
-		EXPECT_EQ(world::netlink_open(30), -93);
-		EXPECT_EQ(world::platform_drivers(), names{});
-		EXPECT_EQ(world::interrupts().find(" intr"), std::string::npos);
+		EXPECT_EQ(testbed::device_open(), -2);
+		EXPECT_EQ(testbed::proc_open("cfg"), -2);
+		EXPECT_EQ(testbed::netlink_open(30), -93);
+		EXPECT_EQ(testbed::platform_drivers(), names{});
+		EXPECT_EQ(testbed::interrupts().find(" intr"), std::string::npos);
 	}
 
 	void expect_all_works()
@@ -64,13 +64,13 @@ TEST_P(StartStep, fails_and_leaves_nothing)
 
 	describe(ACPI | DTS | GPIO);
 	command(step.file, step.command);
-	EXPECT_EQ(world::load(), step.code);
+	EXPECT_EQ(testbed::load(), step.code);
 	EXPECT_EQ(log_with({"1 [", "combiner free]enter"}), step.lines);
 	record();
 	expect_nothing_left();
 	command("board", "fault off");
 	load();
-	EXPECT_EQ(world::platform_drivers(), (names{"irq_combiner", "irq_combiner-acpi"}));
+	EXPECT_EQ(testbed::platform_drivers(), (names{"irq_combiner", "irq_combiner-acpi"}));
 	expect_all_works();
 }
 
@@ -117,8 +117,8 @@ TEST_F(Start, without_logging)
 {
 	describe();
 	command("log_ctl", "fail_register -5");
-	EXPECT_EQ(world::load(), -22);
-	EXPECT_EQ(world::read("log"), "0 1 [intr module init]log register fail, module-id=62, "
+	EXPECT_EQ(testbed::load(), -22);
+	EXPECT_EQ(testbed::read("log"), "0 1 [intr module init]log register fail, module-id=62, "
 				      "ret=0xfffffffb\n");
 	expect_nothing_left();
 	load();
@@ -144,14 +144,14 @@ TEST_F(Start, with_some_proc_files)
 						    " proc fail"
 					  : "1 [intr init proc]create intr proc fail"});
 		for (size_t i = 0; i < files.size(); i++) {
-			const int handle = world::proc_open(files[i]);
+			const int handle = testbed::proc_open(files[i]);
 
 			if (directory && i < missing)
 				EXPECT_GT(handle, 0) << files[i];
 			else
 				EXPECT_EQ(handle, -2) << files[i];
 			if (handle > 0)
-				world::proc_close(handle);
+				testbed::proc_close(handle);
 		}
 		ASSERT_EQ(regist(board.leaves[0]), 0);
 		expect_delivery(board.leaves[0]);
@@ -169,7 +169,7 @@ TEST_F(Start, without_notification)
 	command("board", "fault plat_netlink_kernel_create 1 0");
 	load();
 	EXPECT_EQ(log_with({"1 ["}), names{"1 [intr init netlink ker]create netlink socket fail"});
-	EXPECT_EQ(world::netlink_open(30), -93);
+	EXPECT_EQ(testbed::netlink_open(30), -93);
 	expect_all_works();
 	unload();
 	expect_nothing_left();
@@ -234,7 +234,7 @@ TEST_F(Start, and_stop_to_the_letter)
 	{
 		subscriber daemon;
 		ASSERT_EQ(subscribe(pin8.leaves[1], daemon.port()), 0);
-		EXPECT_EQ(world::unload(), -11) << "the socket holds the driver";
+		EXPECT_EQ(testbed::unload(), -11) << "the socket holds the driver";
 	}
 	clear_log();
 	unload();
@@ -260,7 +260,7 @@ TEST_F(Start, with_a_process_that_opens_the_device_all_the_time)
 	std::thread process([&] {
 		while (!stop) {
 			drv_intr_ioctl_para para{};
-			const int code = world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para);
+			const int code = testbed::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para);
 
 			// Not there (yet or any more), or served.
 			if (code == 0)
@@ -271,12 +271,12 @@ TEST_F(Start, with_a_process_that_opens_the_device_all_the_time)
 	});
 	for (int round = 0; round < 8; round++) {
 		command("board", "fault plat_platform_driver_register 1 -12");
-		EXPECT_EQ(world::load(), -12) << round;
+		EXPECT_EQ(testbed::load(), -12) << round;
 		command("board", "fault off");
-		EXPECT_EQ(world::load(), 0) << round;
+		EXPECT_EQ(testbed::load(), 0) << round;
 		const int before = served;
 		EXPECT_TRUE(eventually([&] { return served > before; })) << round;
-		EXPECT_TRUE(eventually([&] { return world::unload() == 0; })) << round;
+		EXPECT_TRUE(eventually([&] { return testbed::unload() == 0; })) << round;
 		clear_log();
 	}
 	stop = true;
@@ -296,27 +296,27 @@ TEST_F(Start, that_fails_waits_for_a_process_inside)
 
 		command("board", "fault plat_platform_driver_register 1 -12");
 		std::thread loader([&] {
-			code = world::load();
+			code = testbed::load();
 			over = true;
 		});
 		while (handle < 0 && !over)
-			handle = world::device_open();
+			handle = testbed::device_open();
 		if (handle > 0) {
 			// By now the failure has been told to the log, or soon is.
 			EXPECT_TRUE(eventually(
 				[&] { return logged("1 [intr module init]init combiner fail"); }));
 			drv_intr_ioctl_para para{};
 			EXPECT_TRUE(eventually([&] {
-				return world::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para) == -2;
+				return testbed::ioctl(DRV_INTR_IOC_GET_NETLINK_ID, &para) == -2;
 			}));
-			EXPECT_EQ(world::device_ioctl(handle, DRV_INTR_IOC_GET_NETLINK_ID, &para),
+			EXPECT_EQ(testbed::device_ioctl(handle, DRV_INTR_IOC_GET_NETLINK_ID, &para),
 				  0);
 			EXPECT_EQ(para.result, 30u);
 			para.inst_id = card_inst(1);
-			EXPECT_EQ(world::device_ioctl(handle, DRV_INTR_IOC_INIT_CARD, &para),
+			EXPECT_EQ(testbed::device_ioctl(handle, DRV_INTR_IOC_INIT_CARD, &para),
 				  REFUSED);
 			EXPECT_FALSE(over);
-			world::device_close(handle);
+			testbed::device_close(handle);
 		}
 		loader.join();
 		EXPECT_EQ(code, -12);

@@ -113,9 +113,9 @@ protected:
 		for (; !stop && fired < MOST; fired++) {
 			fire_next(witness);
 			for (const leaf &leaf : meddled_with())
-				world::control("cpld", "pulse " + leaf.name);
+				testbed::control("cpld", "pulse " + leaf.name);
 			for (const leaf &leaf : callbacks.leaves)
-				world::control("cpld", "pulse " + leaf.name);
+				testbed::control("cpld", "pulse " + leaf.name);
 		}
 	}
 
@@ -203,8 +203,8 @@ TEST_F(Stress, changes_from_all_sides)
 	}
 	threads.emplace_back([&] {
 		for (int round = 0; round < 8; round++) {
-			EXPECT_EQ(world::unbind("irq_combiner", "soc:irq_combiner@2"), 0);
-			EXPECT_EQ(world::bind("irq_combiner", "soc:irq_combiner@2"), 0);
+			EXPECT_EQ(testbed::unbind("irq_combiner", "soc:irq_combiner@2"), 0);
+			EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@2"), 0);
 		}
 	});
 	std::thread storm([&] { fire_all(); });

@@ -9,8 +9,8 @@
 
 #include "control.h"
 #include "model_rig.h"
-#include "platform/siblings.h"
-#include "world/world.h"
+#include "intr/siblings.h"
+#include "testbed.h"
 
 // The driver declares the kernel's errno values and string functions for itself.
 #undef EINVAL
@@ -53,7 +53,7 @@ class Driver : public testing::Test {
 protected:
 	void SetUp() override
 	{
-		ASSERT_TRUE(world::start());
+		ASSERT_TRUE(testbed::start());
 		drv_intr_ctrl_init();
 		calls[0] = calls[1] = 0;
 	}
@@ -61,11 +61,11 @@ protected:
 	void TearDown() override
 	{
 		if (loaded_) {
-			EXPECT_EQ(world::unload(), 0);
+			EXPECT_EQ(testbed::unload(), 0);
 		}
 		write_control("xml", "drop 0xffffffff");
 		write_control("cpld", "reset");
-		EXPECT_THAT(world::finish(), IsEmpty());
+		EXPECT_THAT(testbed::finish(), IsEmpty());
 	}
 
 	void install()
@@ -74,7 +74,7 @@ protected:
 		std::string why;
 
 		ASSERT_TRUE(cfg::write_table(table_, bytes, why)) << why;
-		ASSERT_EQ(world::write_blob("xml_table", bytes), 0);
+		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
 	}
 
 	cfg::entries &node(u32 id) { return table_.nodes["irq_combiner@" + std::to_string(id)]; }
@@ -101,7 +101,7 @@ protected:
 	void load()
 	{
 		install();
-		ASSERT_EQ(world::load(), 0);
+		ASSERT_EQ(testbed::load(), 0);
 		loaded_ = true;
 	}
 

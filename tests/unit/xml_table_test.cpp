@@ -16,7 +16,7 @@
 
 #include "cfg_table.h"
 #include "port.h"
-#include "xml.h"
+#include "xml/xml.h"
 #include "xml_table.h"
 
 namespace {

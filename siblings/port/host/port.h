@@ -21,7 +21,7 @@ typedef unsigned int u32;
 typedef int s32;
 typedef unsigned long long u64;
 
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -31,7 +31,7 @@
 #include <linux/types.h>
 #include <linux/uaccess.h>
 #include <linux/version.h>
-#include "platform/siblings.h"
+#include "intr/siblings.h"
 
 /* Any context. Held sections neither sleep nor allocate, and keep interrupts off. */
 struct port_lock {
