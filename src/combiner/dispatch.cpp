@@ -3,9 +3,9 @@
 // From one parent interrupt to the interrupts of the pending leaves.
 //
 // A combiner without `async` scans its leaves in the chained handler. One with
-// `async` masks its parent line, marks a scan pending and wakes its thread,
-// which scans and opens the line again: each handler pass disables once, each
-// finished scan enables once. A leaf that turns active after its turn waits for
+// `async` disables its parent line, marks a scan pending and wakes its thread,
+// which scans and enables the line again: each handler invocation disables once,
+// each finished scan enables once. A leaf that turns active after its turn waits for
 // the next parent interrupt.
 #include "combiner/dispatch.h"
 
@@ -14,9 +14,9 @@
 #include "core/log.h"
 
 // Tests every leaf once, in configuration order, and dispatches the active
-// ones. The number is read for the dispatch itself, with interrupts off from
-// there on: a release clears it and waits for such regions, so that a number
-// given to another leaf meanwhile is never used.
+// ones. The virq is read for the dispatch itself, with interrupts off from
+// there on: a release clears it and waits for such regions, so that a virq
+// that another leaf got meanwhile is never used.
 static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
@@ -52,7 +52,7 @@ static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &co
 	}
 	chained_irq_enter(chip, desc);
 	write_once(combiner.parent_int_cnt, combiner.parent_int_cnt + 1);
-	// A storm is the monitor's business; the pass goes on whatever it says.
+	// A storm is the monitor's business; dispatch goes on whatever it says.
 	(void)drv_intr_monitor_do_check(virq, desc, virq);
 	if (combiner.common_cfg.async != 0)
 		defer_scan(combiner, virq, text);
@@ -64,8 +64,8 @@ static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &co
 
 void drv_combiner_irq_handler(irq_desc *desc)
 {
-	// Set before this handler is installed, cleared only when no pass of it
-	// can be running any more.
+	// Set before this handler is installed, cleared only when no invocation of
+	// it can be running any more.
 	auto *combiner = static_cast<drv_intr_combiner *>(irq_desc_get_handler_data(desc));
 
 	drv_combiner_handler(irq_desc_get_irq(desc), desc, *combiner);

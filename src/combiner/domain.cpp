@@ -48,17 +48,18 @@ static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
 	return false;
 }
 
-// What masking and disabling share; they differ in how a direct leaf closes its
+// What masking and disabling share; they differ in how a direct leaf disables its
 // parent. Enable field off first: nothing new gets past it while the status is
 // cleared.
-static void close_leaf(irq_data *data, const char *desc, void (*close_parent)(drv_intr_irq_info &))
+static void silence_leaf(irq_data *data, const char *desc,
+			 void (*disable_direct_parent)(drv_intr_irq_info &))
 {
 	const leaf_line leaf = leaf_of(data);
 
 	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
 	if (leaf.direct) {
 		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
-		close_parent(leaf.irq_info);
+		disable_direct_parent(leaf.irq_info);
 	} else {
 		if (!set_leaf_enable(leaf, 0, desc))
 			return;
@@ -69,7 +70,7 @@ static void close_leaf(irq_data *data, const char *desc, void (*close_parent)(dr
 
 static void drv_intr_irq_mask(irq_data *data)
 {
-	close_leaf(data, "intr irq mask", drv_intr_hold_parent);
+	silence_leaf(data, "intr irq mask", drv_intr_mask_disable_parent);
 }
 
 static void disable_parent(drv_intr_irq_info &irq_info)
@@ -79,7 +80,7 @@ static void disable_parent(drv_intr_irq_info &irq_info)
 
 static void drv_intr_irq_disable(irq_data *data)
 {
-	close_leaf(data, "intr irq disable", disable_parent);
+	silence_leaf(data, "intr irq disable", disable_parent);
 }
 
 static void drv_intr_irq_unmask(irq_data *data)
@@ -90,7 +91,7 @@ static void drv_intr_irq_unmask(irq_data *data)
 	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
 	if (leaf.direct) {
 		// The leaf handler has done this, if there was one.
-		drv_intr_give_back_parent(leaf.irq_info);
+		drv_intr_mask_enable_parent(leaf.irq_info);
 	} else {
 		drv_intr_irq_clear(leaf);
 		if (!set_leaf_enable(leaf, 1, desc))

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// A combiner's interrupt domain, in which each leaf gets a Linux interrupt
-// number when it is first mapped, and the chip of its leaves.
+// A combiner's interrupt domain, in which each leaf gets a virq when it is
+// first mapped, and the chip of its leaves.
 #ifndef INTR_COMBINER_DOMAIN_H
 #define INTR_COMBINER_DOMAIN_H
 

@@ -18,7 +18,7 @@
 // Turns the leaf's own enable field on (1) or off (0). 0 or -EFAULT.
 [[nodiscard]] int drv_intr_set_irq_leaf_int_en(drv_intr_irq_info &irq_info, u32 en);
 
-// Passes over all leaves in list order, stopping at the first failure; what was
+// Walk over all leaves in list order, stopping at the first failure; what was
 // written stays. 0 or -EFAULT.
 [[nodiscard]] int drv_intr_disable_leaf_int(drv_intr_combiner &combiner);
 [[nodiscard]] int drv_intr_enable_not_leaf_int(drv_intr_combiner &combiner);
@@ -28,7 +28,7 @@ void drv_intr_clear_irqinfo(drv_intr_irq_info &irq_info);
 void drv_combiner_clr_int(drv_intr_combiner &combiner);
 
 // Whether every level from the outermost to the leaf's is enabled and shows its
-// status; the first closed or quiet level ends the test, and a failed read
+// status; the first disabled or quiet level ends the test, and a failed read
 // counts as quiet. On a direct combiner: whether the leaf is mapped.
 [[nodiscard]] bool drv_combiner_is_virq_active(const drv_intr_irq_info &irq_info);
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Birth of a combiner: the record with its configuration, the leaf records,
+// Bring-up of a combiner: the record with its configuration, the leaf records,
 // the interrupt domain and the CPLD set-up. The parent line has a file of its
 // own, and so has the tear-down.
 #include "combiner/lifecycle.h"
@@ -114,7 +114,7 @@ static int drv_intr_init_cpu_int(drv_intr_combiner &combiner)
 	return write_cpu_list("intr init cpu int", combiner.cpu_cfg_list);
 }
 
-// Leaves closed and cleared before the levels that aggregate them open.
+// Leaves are disabled and cleared before the levels that aggregate them are enabled.
 static int init_levels(const char *desc, drv_intr_combiner &combiner)
 {
 	intr_info("[%s]not direct int.", desc);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Birth and death of a combiner.
+// Bring-up and tear-down of a combiner.
 //
 // Bring-up has two phases and undoes nothing by itself: each step records what
 // it made, and the one tear-down undoes what the record shows, also half-built.
@@ -10,6 +10,17 @@
 #define INTR_COMBINER_LIFECYCLE_H
 
 #include "core/records.h"
+
+// What a combiner asks of whoever requests its leaves; delivery provides it.
+struct drv_intr_leaf_users {
+	// Unmaps a leaf that was mapped only as a combiner's parent line. Process
+	// context, with the leaf's `lock` held.
+	void (*unmap_parent_leaf)(drv_intr_irq_info &irq_info);
+	// Drops callback and subscribers of a leaf, then releases it. Process
+	// context; takes the leaf's `lock` itself.
+	void (*abandon)(drv_intr_irq_info &irq_info);
+};
+extern const drv_intr_leaf_users g_drv_intr_leaf_users;
 
 // Creates the record, appends it to combiner_list and reads its configuration;
 // what could not be read is missing in the record, but the combiner lives. No

@@ -8,7 +8,7 @@
 // With parent_lock held.
 static void enable_parent_line(drv_intr_combiner &combiner)
 {
-	if (combiner.closing != 0)
+	if (combiner.quiesced != 0)
 		return;
 	if (!combiner.parent_leaf) {
 		enable_irq(combiner.virq);
@@ -26,39 +26,39 @@ void drv_intr_enable_parent(drv_intr_combiner &combiner)
 	enable_parent_line(combiner);
 }
 
-void drv_intr_hold_parent(drv_intr_irq_info &irq_info)
+void drv_intr_mask_disable_parent(drv_intr_irq_info &irq_info)
 {
-	if (exchange(irq_info.parent_held, 1u) == 0)
+	if (exchange(irq_info.parent_mask_disabled, 1u) == 0)
 		disable_irq_nosync(irq_info.combiner->virq);
 }
 
-void drv_intr_give_back_parent(drv_intr_irq_info &irq_info)
+void drv_intr_mask_enable_parent(drv_intr_irq_info &irq_info)
 {
-	if (exchange(irq_info.parent_held, 0u) != 0)
+	if (exchange(irq_info.parent_mask_disabled, 0u) != 0)
 		drv_intr_enable_parent(*irq_info.combiner);
 }
 
-void drv_intr_owe_parent(drv_intr_combiner &combiner)
+void drv_intr_defer_parent_enable(drv_intr_combiner &combiner)
 {
 	const raw_spinlock_guard guard(combiner.parent_lock);
 
 	disable_irq_nosync(combiner.virq);
-	combiner.owed_disables++;
+	combiner.deferred_enables++;
 }
 
-void drv_intr_repay_parent(drv_intr_combiner &combiner)
+void drv_intr_run_deferred_enables(drv_intr_combiner &combiner)
 {
 	const raw_spinlock_guard guard(combiner.parent_lock);
 
-	for (; combiner.owed_disables > 0; combiner.owed_disables--)
+	for (; combiner.deferred_enables > 0; combiner.deferred_enables--)
 		enable_parent_line(combiner);
 }
 
-void drv_intr_close_parent(drv_intr_combiner &combiner)
+void drv_intr_quiesce_parent(drv_intr_combiner &combiner)
 {
 	const raw_spinlock_guard guard(combiner.parent_lock);
 
-	combiner.closing = 1;
+	combiner.quiesced = 1;
 }
 
 u32 drv_intr_get_hwirq(u32 virq)

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Taking a parent line into use, and giving it back.
+// Taking a parent line into use, and releasing it.
 #include "combiner/parent_setup.h"
 
 #include "combiner/dispatch.h"
 #include "combiner/domain.h"
+#include "combiner/lifecycle.h"
 #include "combiner/parent.h"
 #include "core/log.h"
-#include "delivery/request.h"
 
 // The line of another combiner would lose its handler to this one.
 static bool is_parent_line(const drv_intr_combiner &combiner, u32 virq)
@@ -21,11 +21,11 @@ static bool is_parent_line(const drv_intr_combiner &combiner, u32 virq)
 
 // With the leaf's lock held. A leaf with a handler of its own cannot carry a
 // chained one: the kernel would replace the flow handler under the running
-// action. The chained flow of a direct leaf would close its parent, and no leaf
-// handler is there to give it back.
-static bool can_feed(const drv_intr_irq_info &leaf, u32 virq)
+// action. The chained flow of a direct leaf would disable its parent, and no leaf
+// handler is there to enable it again.
+static bool can_cascade(const drv_intr_irq_info &leaf, u32 virq)
 {
-	return leaf.virq == virq && !leaf.requested && !leaf.feeds &&
+	return leaf.virq == virq && !leaf.requested && !leaf.cascaded &&
 	       leaf.combiner->common_cfg.direct == 0;
 }
 
@@ -34,12 +34,12 @@ static int claim_leaf(const char *desc, drv_intr_combiner &combiner, drv_intr_ir
 {
 	const mutex_guard guard(leaf.lock);
 
-	if (!can_feed(leaf, virq)) {
+	if (!can_cascade(leaf, virq)) {
 		intr_err("[%s]parent leaf in use or direct, index_id=0x%x, type=%u", desc,
 			 leaf.hwirq_cfg.index_id, leaf.hwirq_cfg.type);
 		return -EFAULT;
 	}
-	leaf.feeds = &combiner;
+	leaf.cascaded = &combiner;
 	combiner.parent_leaf = &leaf;
 	return 0;
 }
@@ -77,17 +77,17 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 	if (!leaf)
 		return;
 	const mutex_guard guard(leaf->lock);
-	leaf->feeds = nullptr;
+	leaf->cascaded = nullptr;
 	if (combiner.virq != 0) {
 		drv_intr_reset_leaf_line(*leaf);
 		set_retiring(*leaf, 0);
 	}
-	// A combiner that mapped its parent leaf by itself gives it back; nobody else
+	// A combiner that mapped its parent leaf by itself unmaps it; nobody else
 	// would. One that was handed a line names no leaf, or another one.
 	if (combiner.common_cfg.int_type == DRV_INTR_COMBINER &&
 	    leaf->hwirq_cfg.index_id == combiner.parent_index_id &&
 	    leaf->hwirq_cfg.type == combiner.parent_type)
-		(void)drv_intr_unregist_leaf(*leaf); // says what it does
+		g_drv_intr_leaf_users.unmap_parent_leaf(*leaf);
 }
 
 static int drv_intr_set_irq_type(drv_intr_combiner &combiner, u32 virq)
@@ -168,15 +168,15 @@ static void drv_intr_stop_thread(drv_intr_combiner &combiner)
 	combiner.thread = nullptr;
 }
 
-// The disable of our own comes first: a monitor that gives back its suppression
-// then only lowers the depth. After the handler is gone an enabled line would
+// The disable of our own comes first: a monitor that ends its suppression then
+// only lowers the depth. After the handler is gone an enabled line would
 // reach a flow handler that never ends its interrupt, so that from here on
 // neither we nor a client may enable it.
 static void detach_parent(drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
 
-	drv_intr_close_parent(combiner);
+	drv_intr_quiesce_parent(combiner);
 	if (combiner.parent_leaf)
 		set_retiring(*combiner.parent_leaf, 1);
 	disable_irq_nosync(virq);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Taking a parent line into use, and giving it back.
+// Taking a parent line into use, and releasing it.
 #ifndef INTR_COMBINER_PARENT_SETUP_H
 #define INTR_COMBINER_PARENT_SETUP_H
 
@@ -14,7 +14,7 @@
 [[nodiscard]] int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq);
 
 // Lets go of a claimed leaf. The last step of tear-down: until then the claim
-// keeps the leaf's interrupt number in place.
+// keeps the leaf's virq in place.
 void drv_intr_release_parent(drv_intr_combiner &combiner);
 
 // Trigger type, monitor, handler data, thread, chained handler. From success on
@@ -22,8 +22,8 @@ void drv_intr_release_parent(drv_intr_combiner &combiner);
 // done shows in the record.
 [[nodiscard]] int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq);
 
-// Closes the parent line for good, detaches the chained handler, waits until no
-// pass of it is running, and stops the thread.
+// Disables the parent line for good, detaches the chained handler, waits until no
+// invocation of it is running, and stops the thread.
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner);
 
 #endif

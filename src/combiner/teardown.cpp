@@ -1,21 +1,20 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Death of a combiner: the mirror of its bring-up, undoing what the record
-// shows. First the door is closed (no reader, no parent interrupt, no thread),
-// then leaves are released, then records, domain and firmware node go.
+// Tear-down of a combiner: the mirror of its bring-up, undoing what the record
+// shows. First it is quiesced (no reader, no parent interrupt, no thread), then
+// leaves are released, then records, domain and firmware node go.
 #include "combiner/domain.h"
 #include "combiner/level.h"
 #include "combiner/lifecycle.h"
 #include "combiner/parent_setup.h"
 #include "config/combiner_cfg.h"
 #include "core/log.h"
-#include "delivery/request.h"
 
 static drv_intr_combiner *nested_combiner(drv_intr_combiner &combiner)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-		if (irq_info.feeds)
-			return irq_info.feeds;
+		if (irq_info.cascaded)
+			return irq_info.cascaded;
 	}
 	return nullptr;
 }
@@ -29,7 +28,7 @@ static drv_intr_combiner &innermost(drv_intr_combiner &combiner)
 	return *inner;
 }
 
-// A combiner whose parent line is one of our leaves dies with that line.
+// A combiner whose parent line is one of our leaves goes with that line.
 static void free_nested(const char *desc, drv_intr_combiner &combiner)
 {
 	for (;;) {
@@ -37,7 +36,7 @@ static void free_nested(const char *desc, drv_intr_combiner &combiner)
 
 		if (&inner == &combiner)
 			return;
-		intr_err("[%s]combiner %u stands behind a leaf of combiner %u, freed first", desc,
+		intr_err("[%s]combiner %u is cascaded to a leaf of combiner %u, freed first", desc,
 			 inner.combiner_id, inner.parent_leaf->combiner->combiner_id);
 		drv_intr_combiner_remove(inner);
 	}
@@ -51,7 +50,7 @@ static void release_leaves(const char *desc, drv_intr_combiner &combiner)
 				 desc, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type,
 				 irq_info.virq);
 		}
-		drv_intr_abandon_irq(irq_info);
+		g_drv_intr_leaf_users.abandon(irq_info);
 	}
 }
 
@@ -78,8 +77,9 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 			intr_err("[%s]disable leaf int fail, ret=%d", desc, ret);
 	}
 	release_leaves(desc, combiner);
-	// A nested combiner's pass in the outer one's thread had interrupts on while
-	// a leaf handler ran. Those are gone, so this waits for the rest of the pass.
+	// The chained handler of a nested combiner, run by the outer one's thread, had
+	// interrupts on while a leaf handler ran. Those are gone, so this waits for the
+	// rest of it.
 	synchronize_rcu();
 	drv_intr_free_irq_info_list(combiner.irq_info_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_cfg_list);

@@ -3,17 +3,13 @@
 // The control device: one record in, one command, one record out. A process sees
 // 0 or -EFAULT, whatever a handler returned.
 //
-// Subscribing follows the exported interface: an srcu_reader keeps the combiner
-// alive, the leaf's lock serialises mapping, request and release. Cards are
-// writers and take the driver's lock.
+// Cards are writers and take the driver's lock.
 #include "control/device.h"
 
 #include "config/keys.h"
 #include "control/report.h"
 #include "core/log.h"
-#include "delivery/mapping.h"
-#include "delivery/notify.h"
-#include "delivery/request.h"
+#include "delivery/subscription.h"
 #include "discovery/card.h"
 #include "uapi/intr.h"
 
@@ -24,54 +20,13 @@ static u32 sequence_number(u32 cmd)
 	return cmd & 0xff;
 }
 
-// With the leaf's lock held. Only one of two subscriptions of a port at the
-// same time must make an entry.
-static int subscribe(const char *desc, drv_intr_irq_info &irq_info, u32 pid)
-{
-	{
-		const mutex_guard guard(irq_info.pid_list_lock);
-
-		if (drv_intr_get_pid_info(irq_info, pid)) {
-			intr_info("[%s]success, pid already exist", desc);
-			return 0;
-		}
-	}
-	drv_intr_pid_info *pid_info = drv_intr_add_pid(irq_info, pid);
-	if (!pid_info) {
-		(void)drv_intr_free_irq(irq_info); // always 0
-		return -ENOMEM;
-	}
-	const int ret = drv_intr_request_irq(irq_info);
-	if (ret == 0) {
-		intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc,
-			  irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type, pid);
-		return 0;
-	}
-	intr_err("[%s]request irq fail, ret=%d", desc, ret);
-	// Still there: a leaf that is not requested sends nothing that could fail.
-	drv_intr_del_pid(irq_info, *pid_info, 1);
-	(void)drv_intr_free_irq(irq_info); // always 0
-	return -EFAULT;
-}
-
 static int drv_intr_ioctl_set_pid(u32, drv_intr_ioctl_para &para)
 {
 	static constexpr char desc[] = "intr ioctl set pid";
 	const u32 index_id = para.index_id, type = para.type, pid = para.pid;
 
 	intr_info("[%s]enter, index_id=0x%x, type=%u, pid=%u", desc, index_id, type, pid);
-	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
-	if (!irq_info) {
-		intr_err("[%s]map virq fail", desc);
-		return -EFAULT;
-	}
-	const mutex_guard guard(irq_info->lock);
-	if (drv_intr_map_leaf(*irq_info) == 0) {
-		intr_err("[%s]map virq fail", desc);
-		return -EFAULT;
-	}
-	return subscribe(desc, *irq_info, pid);
+	return drv_intr_subscribe(desc, index_id, type, pid);
 }
 
 static int drv_intr_ioctl_unset_pid(u32, drv_intr_ioctl_para &para)
@@ -80,24 +35,7 @@ static int drv_intr_ioctl_unset_pid(u32, drv_intr_ioctl_para &para)
 	const u32 index_id = para.index_id, type = para.type, pid = para.pid;
 
 	intr_info("[%s]enter, index_id=0x%x, type=%u, pid=%u", desc, index_id, type, pid);
-	const srcu_reader reader;
-	drv_intr_irq_info *irq_info = drv_intr_get_irq_info_by_index_type(index_id, type);
-	if (!irq_info) {
-		intr_err("[%s]get irq info fail", desc);
-		return -EFAULT;
-	}
-	const mutex_guard guard(irq_info->lock);
-	if (!drv_intr_forget_pid(*irq_info, pid)) {
-		intr_err("[%s]pid not exist", desc);
-		return -EFAULT;
-	}
-	const int ret = drv_intr_free_irq(*irq_info);
-	if (ret != 0) {
-		intr_err("[%s]free irq fail, ret=%d", desc, ret);
-		return ret;
-	}
-	intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc, index_id, type, pid);
-	return 0;
+	return drv_intr_unsubscribe(desc, index_id, type, pid);
 }
 
 static int drv_intr_ioctl_set_int_en(u32, drv_intr_ioctl_para &para)

@@ -33,7 +33,7 @@ struct text_out {
 #define L6 "      %-18s: "
 #define L8 "        %-16s: "
 
-// False: the kernel has no descriptor for the number, so there is no depth to show.
+// False: the kernel has no descriptor for the virq, so there is no depth to show.
 static bool get_depth(u32 virq, u32 *depth)
 {
 	return virq != 0 && irq_get_depth(virq, depth) == 0;

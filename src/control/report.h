@@ -17,8 +17,8 @@ u32 drv_intr_dbg_print_runtime(char *buffer, u32 size);
 u32 drv_intr_dbg_print_cfg(char *buffer, u32 size);
 u32 drv_intr_dbg_print_int_debug_switch(char *buffer, u32 size);
 
-// The leaf with this Linux interrupt number: 0, nothing written, when there is
-// none, for number 0, or when the monitor cannot answer for it.
+// The leaf with this virq: 0, nothing written, when there is none, for virq 0, or when the monitor
+// cannot answer for it.
 u32 drv_intr_dbg_print_irq(char *buffer, u32 size, u32 virq);
 
 // The word for a debug switch.

@@ -22,12 +22,12 @@ inline constexpr u32 DRV_LOG_INFO = 2;
 #define intr_info(...) drv_log_record(DRV_INTR_MODULE_ID, DRV_LOG_INFO, 0, __VA_ARGS__)
 #define intr_trace(virq, ...) \
 	do { \
-		if (drv_intr_trace_open(virq)) \
+		if (drv_intr_trace_enabled(virq)) \
 			intr_info(__VA_ARGS__); \
 	} while (0)
 
 // The switches are plain words that process context may change at any time.
-[[nodiscard]] inline bool drv_intr_trace_open(u32 virq)
+[[nodiscard]] inline bool drv_intr_trace_enabled(u32 virq)
 {
 	if (read_once(g_drv_intr_ctrl.int_debug_switch) == 0)
 		return false;

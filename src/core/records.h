@@ -124,17 +124,17 @@ struct drv_intr_irq_info {
 	// Makes "look at the depth, then enable" one step, and keeps `virq` in
 	// place while it is used. Any context.
 	raw_spinlock enable_lock;
-	// Not 0 once a release of the interrupt has begun, or the combiner that stands
-	// behind this leaf is being detached from it: no client may enable or disable
+	// Not 0 once a release of the interrupt has begun, or the combiner cascaded
+	// to this leaf is being detached from it: no client may enable or disable
 	// it meanwhile. Under `enable_lock`; a new mapping starts with 0.
 	u32 retiring;
 	// Not 0 while the mask of this leaf keeps its direct parent disabled. Set by
-	// the mask, taken by whoever gives the parent back.
-	u32 parent_held;
+	// the mask, cleared by whoever enables the parent for it.
+	u32 parent_mask_disabled;
 	// Odd while the leaf handler runs; written by the handler only.
 	u32 handler_seq;
 	// The combiner whose parent line this leaf is, or null. Under `lock`.
-	drv_intr_combiner *feeds;
+	drv_intr_combiner *cascaded;
 };
 
 struct drv_intr_combiner {
@@ -164,19 +164,20 @@ struct drv_intr_combiner {
 	platform_device *owner;
 	// The leaf of another combiner that is the parent line, or null.
 	drv_intr_irq_info *parent_leaf;
-	// How many combiners stand between this one and the interrupt controller.
+	// How many combiners this one is cascaded behind.
 	u32 nest_level;
 	// Set last in bring-up: from here on leaves may be mapped.
 	u32 ready;
 	// Not 0: sync leaves have their handlers run in a thread, this combiner's own
 	// or that of one further out, and may sleep.
 	u32 threaded;
-	// Guards `closing` and `owed_disables` against enabling the parent line.
+	// Guards `quiesced` and `deferred_enables` against enabling the parent line.
 	raw_spinlock parent_lock;
-	// Disables of a direct parent that releases of its leaf left behind.
-	u32 owed_disables;
+	// Disables of a direct parent by releases of its leaf, whose enables are
+	// deferred to the leaf's next request.
+	u32 deferred_enables;
 	// Set first in tear-down: from here on nothing enables the parent line.
-	u32 closing;
+	u32 quiesced;
 };
 
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;

@@ -22,7 +22,7 @@ drv_intr_irq_info *drv_intr_find_leaf_to_map(u32 index_id, u32 type)
 	return drv_intr_find_leaf(mapping_desc, index_id, type);
 }
 
-// Two leaves of one hwirq would share one number, and the release of one would
+// Two leaves of one hwirq would share one virq, and the release of one would
 // take it from under the other: only the first of them can be mapped.
 static bool owns_hwirq(drv_intr_irq_info &irq_info)
 {
@@ -44,7 +44,7 @@ u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info)
 		return irq_info.virq;
 	intr_info("[%s]index_id=0x%x, type=%u", desc, cfg.index_id, cfg.type);
 	// Not before the whole bring-up is through: its set-up of the registers
-	// would close a leaf that is in use already.
+	// would disable a leaf that is in use already.
 	u32 virq = 0;
 	if (drv_intr_is_ready(combiner) && owns_hwirq(irq_info))
 		virq = irq_create_mapping(combiner.domain, cfg.hwirq);

@@ -14,7 +14,7 @@
 // The same for a leaf that is to be mapped, which is how its line puts it.
 [[nodiscard]] drv_intr_irq_info *drv_intr_find_leaf_to_map(u32 index_id, u32 type);
 
-// The leaf's number, mapped on demand; 0 when it cannot be mapped. Process
+// The leaf's virq, mapped on demand; 0 when it cannot be mapped. Process
 // context, with the leaf's `lock` held.
 [[nodiscard]] u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info);
 

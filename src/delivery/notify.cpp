@@ -118,7 +118,7 @@ static sk_buff *make_message(const char *desc, const drv_intr_hwirq_cfg &cfg, in
 	return message;
 }
 
-static void take_back_disable(drv_intr_irq_info &irq_info, u32 virq)
+static void undo_disable(drv_intr_irq_info &irq_info, u32 virq)
 {
 	const raw_spinlock_guard guard(irq_info.enable_lock);
 
@@ -145,7 +145,7 @@ static int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 	disable_irq_nosync(virq);
 	ret = netlink_unicast(socket, message, pid, true);
 	if (ret < 0) {
-		take_back_disable(irq_info, virq);
+		undo_disable(irq_info, virq);
 		intr_err("[%s]nlmsg_unicast fail, ret=%d", desc, ret);
 		return ret;
 	}
@@ -156,22 +156,22 @@ static int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 
 // One more disable around a walk over several subscribers: the first may answer
 // before the second has its message, and would enable the leaf too early.
-class [[nodiscard]] held_disabled {
+class [[nodiscard]] extra_disable {
 public:
-	explicit held_disabled(drv_intr_irq_info &irq_info)
+	explicit extra_disable(drv_intr_irq_info &irq_info)
 		: irq_info_(irq_info), virq_(read_once(irq_info.virq)),
 		  several_(is_several(irq_info.pid_list))
 	{
 		if (several_)
 			disable_irq_nosync(virq_);
 	}
-	~held_disabled()
+	~extra_disable()
 	{
 		if (several_)
-			take_back_disable(irq_info_, virq_);
+			undo_disable(irq_info_, virq_);
 	}
-	held_disabled(const held_disabled &) = delete;
-	held_disabled &operator=(const held_disabled &) = delete;
+	extra_disable(const extra_disable &) = delete;
+	extra_disable &operator=(const extra_disable &) = delete;
 
 private:
 	static bool is_several(list<drv_intr_pid_info> &pid_list)
@@ -199,7 +199,7 @@ void drv_intr_notify_all_pid(drv_intr_irq_info &irq_info)
 	}
 	const srcu_reader reader;
 	const mutex_guard guard(irq_info.pid_list_lock);
-	const held_disabled disabled(irq_info);
+	const extra_disable disabled(irq_info);
 	auto next = irq_info.pid_list.begin();
 	while (next != irq_info.pid_list.end()) {
 		drv_intr_pid_info &pid_info = *next;

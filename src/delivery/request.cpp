@@ -5,9 +5,10 @@
 // One occurrence: the flow handler masks the leaf (enable off, status cleared),
 // runs the handler (subscribers first, then the callback), and unmasks it (status cleared, enable
 // on); a threaded leaf is unmasked once its thread function has returned. On a direct combiner
-// masking disabled the parent line, which the handler takes back.
+// masking disabled the parent line, which the handler enables again.
 #include "delivery/request.h"
 
+#include "combiner/lifecycle.h"
 #include "combiner/parent.h"
 #include "core/log.h"
 #include "delivery/notify.h"
@@ -18,21 +19,21 @@
 // and finds them off again.
 class [[nodiscard]] may_sleep_guard {
 public:
-	may_sleep_guard() : opened_(in_task() && irqs_disabled())
+	may_sleep_guard() : enabled_(in_task() && irqs_disabled())
 	{
-		if (opened_)
+		if (enabled_)
 			local_irq_enable();
 	}
 	~may_sleep_guard()
 	{
-		if (opened_)
+		if (enabled_)
 			local_irq_disable();
 	}
 	may_sleep_guard(const may_sleep_guard &) = delete;
 	may_sleep_guard &operator=(const may_sleep_guard &) = delete;
 
 private:
-	bool opened_;
+	bool enabled_;
 };
 
 // Marks the leaf's handler as running. It never runs twice at once. The mark
@@ -77,7 +78,7 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	run_callback(desc, irq_info, virq);
 	if (combiner.common_cfg.direct != 0) {
 		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
-		drv_intr_give_back_parent(irq_info);
+		drv_intr_mask_enable_parent(irq_info);
 	}
 	intr_trace(virq, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
 		   cfg.type);
@@ -103,7 +104,7 @@ void drv_intr_clear_handler(drv_intr_irq_info &irq_info)
 
 // The kernel's free_irq spins until the handler is idle. A handler in the
 // combiner's thread may sleep, and on one CPU the spinning would never let it
-// go on: close the leaf and sleep until it is through.
+// go on: disable the leaf and sleep until it is through.
 static void release_request(drv_intr_irq_info &irq_info)
 {
 	const u32 virq = irq_info.virq;
@@ -131,9 +132,9 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 		intr_info("[%s]already requested", desc);
 		return 0;
 	}
-	if (irq_info.feeds) {
-		intr_err("[%s]leaf feeds combiner %u, index_id=0x%x, type=%u", desc,
-			 irq_info.feeds->combiner_id, cfg.index_id, cfg.type);
+	if (irq_info.cascaded) {
+		intr_err("[%s]leaf is the parent of combiner %u, index_id=0x%x, type=%u", desc,
+			 irq_info.cascaded->combiner_id, cfg.index_id, cfg.type);
 		return -EFAULT;
 	}
 	if (cfg.sync != 0)
@@ -155,16 +156,16 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 		return -EFAULT;
 	}
 	irq_info.requested = 1;
-	// Starting the leaf took back the disable of the parent's set-up or of the
-	// leaf's last shut-down; what is left are those of its releases.
+	// Starting the leaf undid the disable of the parent's set-up or of the leaf's
+	// last shut-down; what is left are those of its releases.
 	if (irq_info.combiner->common_cfg.direct != 0)
-		drv_intr_repay_parent(*irq_info.combiner);
+		drv_intr_run_deferred_enables(*irq_info.combiner);
 	return 0;
 }
 
-// Lock-free users of the number: enable and disable hold enable_lock while they
+// Lock-free users of the virq: enable and disable hold enable_lock while they
 // use it; a scan reads and dispatches it with interrupts off. Once both are
-// through, the kernel may give the number to another line.
+// through, the kernel may give the virq to another line.
 static void retire_virq(drv_intr_irq_info &irq_info)
 {
 	{
@@ -176,7 +177,7 @@ static void retire_virq(drv_intr_irq_info &irq_info)
 		write_once(irq_info.virq, 0u);
 	}
 	const drv_intr_combiner &combiner = *irq_info.combiner;
-	if (combiner.closing == 0 || combiner.parent_leaf) // else no scan is left to wait for
+	if (combiner.quiesced == 0 || combiner.parent_leaf) // else no scan is left to wait for
 		synchronize_rcu();
 }
 
@@ -193,9 +194,9 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 			  desc);
 		return 0;
 	}
-	if (irq_info.feeds) {
-		intr_info("[%s]success, leaf feeds combiner %u, skip free irq", desc,
-			  irq_info.feeds->combiner_id);
+	if (irq_info.cascaded) {
+		intr_info("[%s]success, leaf is the parent of combiner %u, skip free irq", desc,
+			  irq_info.cascaded->combiner_id);
 		return 0;
 	}
 	if (irq_info.requested) {
@@ -209,8 +210,8 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 	retire_virq(irq_info);
 	irq_dispose_mapping(virq);
 	if (irq_info.combiner->common_cfg.direct != 0) {
-		drv_intr_give_back_parent(irq_info);
-		drv_intr_owe_parent(*irq_info.combiner);
+		drv_intr_mask_enable_parent(irq_info);
+		drv_intr_defer_parent_enable(*irq_info.combiner);
 	}
 	intr_info("[%s]success", desc);
 	return 0;
@@ -232,7 +233,12 @@ int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info)
 	return 0;
 }
 
-void drv_intr_abandon_irq(drv_intr_irq_info &irq_info)
+static void unmap_parent_leaf(drv_intr_irq_info &irq_info)
+{
+	(void)drv_intr_unregist_leaf(irq_info); // says what it does
+}
+
+static void abandon_leaf(drv_intr_irq_info &irq_info)
 {
 	const mutex_guard guard(irq_info.lock);
 
@@ -245,3 +251,8 @@ void drv_intr_abandon_irq(drv_intr_irq_info &irq_info)
 	}
 	(void)drv_intr_free_irq(irq_info); // always 0
 }
+
+constinit const drv_intr_leaf_users g_drv_intr_leaf_users = {
+	.unmap_parent_leaf = unmap_parent_leaf,
+	.abandon = abandon_leaf,
+};

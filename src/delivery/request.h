@@ -26,8 +26,4 @@ void drv_intr_clear_handler(drv_intr_irq_info &irq_info);
 inline constexpr char drv_intr_unregist_desc[] = "intr set unregist";
 int drv_intr_unregist_leaf(drv_intr_irq_info &irq_info);
 
-// Tear-down of the combiner: drops callback and subscribers, then releases.
-// Takes the leaf's lock itself.
-void drv_intr_abandon_irq(drv_intr_irq_info &irq_info);
-
 #endif

@@ -29,7 +29,7 @@ int drv_intr_get_card_no(u32 inst_id, u32 &card_no)
 	return 0;
 }
 
-// The parent line's Linux interrupt number, not above 0 when there is none.
+// The parent line's virq, not above 0 when there is none.
 static int find_parent(const char *desc, drv_intr_combiner &combiner, u32 card_no)
 {
 	switch (combiner.common_cfg.int_type) {

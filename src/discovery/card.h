@@ -9,7 +9,7 @@
 
 #include "core/records.h"
 
-// The leaf that a card's combiner with `int_type` 2 stands behind: index_id is the
+// The leaf that a card's combiner with `int_type` 2 is cascaded to: index_id is the
 // card's number, type is this.
 inline constexpr u32 DRV_INTR_CARD_LEAF_TYPE = 7;
 

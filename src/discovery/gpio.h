@@ -6,7 +6,7 @@
 
 #include "core/records.h"
 
-// Makes the pin an input. Its Linux interrupt number, not above 0 when it has none.
+// Makes the pin an input. Its virq, not above 0 when it has none.
 [[nodiscard]] int drv_intr_gpio_to_virq(u32 gpio);
 
 // Brings up the combiners of gpio_bitmap. 0, or -EFAULT with none of them left.

@@ -137,8 +137,8 @@ void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
 
 /*
  * Chip operations called past the interrupt core. -22 / 0 where the chip lacks the operation.
- * The unmask leaves a disabled line closed: the core masks only when the depth leaves 0, so
- * a line opened at a greater depth could not be closed by anybody any more.
+ * The unmask leaves a disabled line masked: the core masks only when the depth leaves 0, so
+ * a line unmasked at a greater depth could not be masked by anybody any more.
  */
 int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask, bool force);
 int plat_irq_chip_unmask(struct irq_data *data);
@@ -147,7 +147,7 @@ void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_dat
 
 /*
  * Chained flow. The exit unmasks through the parent's chip only where the chip
- * has no end-of-interrupt operation, and leaves a line closed that was disabled
+ * has no end-of-interrupt operation, and leaves a line masked that was disabled
  * meanwhile: the chip's unmask knows nothing of the disable depth, and would
  * reopen a nested parent whose scan is still to come.
  */
@@ -165,7 +165,8 @@ void plat_disable_irq_nosync(u32 virq);
  * one line hold a lock around the call.
  */
 void plat_enable_irq(u32 virq);
-/* Any context. From a thread, interrupts are off for the call. 0 or a bad number: nothing happens.
+/* Any context. From a thread, interrupts are off for the call. 0 or an unknown virq: nothing
+ * happens.
  */
 int plat_generic_handle_irq(u32 virq);
 void plat_irq_modify_status(u32 virq, unsigned long clear, unsigned long set);

@@ -287,7 +287,7 @@ TEST_F(Card, does_not_take_a_leaf_in_use)
 	// Now it is the card's.
 	EXPECT_EQ(regist(parent), 14);
 	EXPECT_EQ(subscribe(parent, daemon.port()), REFUSED);
-	EXPECT_TRUE(logged("1 [intr request irq]leaf feeds combiner 37, index_id=0x1, type=7"));
+	EXPECT_TRUE(logged("1 [intr request irq]leaf is the parent of combiner 37, index_id=0x1, type=7"));
 	EXPECT_EQ(ask("client", "unregist 1 7"), 0);
 	expect_card_works();
 }
@@ -460,7 +460,7 @@ TEST_F(Card, goes_with_the_combiner_that_it_stands_behind)
 	ASSERT_EQ(regist(second.leaves[0]), 0);
 	expect_card_works();
 	del_device("irq_combiner@4");
-	EXPECT_TRUE(logged("combiner 37 stands behind a leaf of combiner 4, freed first"));
+	EXPECT_TRUE(logged("combiner 37 is cascaded to a leaf of combiner 4, freed first"));
 	EXPECT_EQ(cards(), std::vector<u32>{36});
 	expect_delivery(first.leaves[0]);
 	EXPECT_EQ(card_down(INST), 0);

@@ -111,7 +111,7 @@ TEST_P(Nested, the_outer_one_takes_the_inner_one_along)
 	fire(inner.leaves[0]);
 	ASSERT_TRUE(wait_events(1));
 	del_device("irq_combiner@4");
-	EXPECT_TRUE(logged("combiner 9 stands behind a leaf of combiner 4, freed first"));
+	EXPECT_TRUE(logged("combiner 9 is cascaded to a leaf of combiner 4, freed first"));
 	// Its device is still there, and has no combiner any more.
 	clear_log();
 	del_device("irq_combiner@9");

@@ -532,7 +532,7 @@ TEST_F(Acpi, other_sources_stand_beside_and_behind_it)
 	expect_works(card.leaves[0]);
 	expect_works(pin.leaves[0]);
 	EXPECT_EQ(testbed::unbind("irq_combiner", DEVICE), 0);
-	EXPECT_TRUE(logged("combiner 36 stands behind a leaf of combiner 0, freed first"));
+	EXPECT_TRUE(logged("combiner 36 is cascaded to a leaf of combiner 0, freed first"));
 	EXPECT_EQ(combiners(), ids{8});
 	EXPECT_EQ(testbed::bind("irq_combiner", DEVICE), 0);
 	ASSERT_EQ(card_up(card_inst(1)), 0);

@@ -215,7 +215,7 @@ static const names stop_lines = {
 	"2 [intr combiner free]enter, id=1",
 	"2 [intr dev remove]enter, soc:irq_combiner@0, cfg_type_bitmap=0x6",
 	"2 [intr combiner free]enter, id=0",
-	"1 [intr combiner free]combiner 36 stands behind a leaf of combiner 0, freed first",
+	"1 [intr combiner free]combiner 36 is cascaded to a leaf of combiner 0, freed first",
 	"2 [intr combiner free]enter, id=36",
 	"2 [intr combiner free]enter, id=8",
 	"2 [intr combiner free]enter, id=9",

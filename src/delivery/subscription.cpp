@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// Subscriptions follow the registration of a kernel client: an srcu_reader keeps
+// the combiner alive, the leaf's lock serialises mapping, request and release.
+#include "delivery/subscription.h"
+
+#include "core/log.h"
+#include "delivery/mapping.h"
+#include "delivery/notify.h"
+#include "delivery/request.h"
+
+// With the leaf's lock held. Only one of two subscriptions of a port at the
+// same time must make an entry.
+static int subscribe_mapped(const char *desc, drv_intr_irq_info &irq_info, u32 pid)
+{
+	{
+		const mutex_guard guard(irq_info.pid_list_lock);
+
+		if (drv_intr_get_pid_info(irq_info, pid)) {
+			intr_info("[%s]success, pid already exist", desc);
+			return 0;
+		}
+	}
+	drv_intr_pid_info *pid_info = drv_intr_add_pid(irq_info, pid);
+	if (!pid_info) {
+		(void)drv_intr_free_irq(irq_info); // always 0
+		return -ENOMEM;
+	}
+	const int ret = drv_intr_request_irq(irq_info);
+	if (ret == 0) {
+		intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc,
+			  irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type, pid);
+		return 0;
+	}
+	intr_err("[%s]request irq fail, ret=%d", desc, ret);
+	// Still there: a leaf that is not requested sends nothing that could fail.
+	drv_intr_del_pid(irq_info, *pid_info, 1);
+	(void)drv_intr_free_irq(irq_info); // always 0
+	return -EFAULT;
+}
+
+int drv_intr_subscribe(const char *desc, u32 index_id, u32 type, u32 pid)
+{
+	const srcu_reader reader;
+	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
+
+	if (!irq_info) {
+		intr_err("[%s]map virq fail", desc);
+		return -EFAULT;
+	}
+	const mutex_guard guard(irq_info->lock);
+	if (drv_intr_map_leaf(*irq_info) == 0) {
+		intr_err("[%s]map virq fail", desc);
+		return -EFAULT;
+	}
+	return subscribe_mapped(desc, *irq_info, pid);
+}
+
+int drv_intr_unsubscribe(const char *desc, u32 index_id, u32 type, u32 pid)
+{
+	const srcu_reader reader;
+	drv_intr_irq_info *irq_info = drv_intr_get_irq_info_by_index_type(index_id, type);
+
+	if (!irq_info) {
+		intr_err("[%s]get irq info fail", desc);
+		return -EFAULT;
+	}
+	const mutex_guard guard(irq_info->lock);
+	if (!drv_intr_forget_pid(*irq_info, pid)) {
+		intr_err("[%s]pid not exist", desc);
+		return -EFAULT;
+	}
+	const int ret = drv_intr_free_irq(*irq_info);
+	if (ret != 0) {
+		intr_err("[%s]free irq fail, ret=%d", desc, ret);
+		return ret;
+	}
+	intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc, index_id, type, pid);
+	return 0;
+}
