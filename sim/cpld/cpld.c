@@ -1,73 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
  * The CPLD access module, over a simulation of the CPLDs: the four operations
- * of the driver, the operations of the virtual board, and the lock.
- *
- * One raw lock covers everything, since accesses come from hard interrupts and
- * from under interrupt descriptor locks. The line hook is called after it is
- * dropped; hook_users keeps a hook that is being called from going away.
+ * of the driver, the operations of the virtual board, start and stop.
  */
 #include "port.h"
 #include "cpld.h"
 #include "cpld_sim.h"
 #include "cpld_model.h"
 
-PORT_LOCK(cpld_state_lock);
-/* Both under the lock. */
-static void (*line_hook)(u32 line, int level);
-static u32 hook_users;
-
-unsigned long cpld_lock(void)
-{
-	return port_lock(&cpld_state_lock);
-}
-
-static void tell_hook(void (*hook)(u32 line, int level), const struct cpld_lines *lines)
-{
-	unsigned long flags;
-	u32 i;
-
-	for (i = 0; i < lines->count; i++)
-		hook(lines->line[i], cpld_sim_line_level(lines->line[i]));
-	flags = port_lock(&cpld_state_lock);
-	hook_users--;
-	port_unlock(&cpld_state_lock, flags);
-}
-
-void cpld_unlock(unsigned long flags)
-{
-	void (*hook)(u32 line, int level) = line_hook;
-	struct cpld_lines lines;
-
-	cpld_model_take_touched(&lines);
-	if (!lines.count)
-		hook = NULL;
-	if (hook)
-		hook_users++;
-	port_unlock(&cpld_state_lock, flags);
-	if (hook)
-		tell_hook(hook, &lines);
-}
-
-void cpld_sim_set_line_hook(void (*hook)(u32 line, int level))
-{
-	unsigned long flags = port_lock(&cpld_state_lock);
-
-	line_hook = hook;
-	while (hook_users) {
-		port_unlock(&cpld_state_lock, flags);
-		port_sleep_ms(1);
-		flags = port_lock(&cpld_state_lock);
-	}
-	port_unlock(&cpld_state_lock, flags);
-}
-
 int cpld_sim_line_level(u32 line)
 {
-	unsigned long flags = port_lock(&cpld_state_lock);
+	unsigned long flags = cpld_lock();
 	int level = cpld_model_line_level(line);
 
-	port_unlock(&cpld_state_lock, flags);
+	cpld_unlock(flags);
 	return level;
 }
 

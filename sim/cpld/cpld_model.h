@@ -1,7 +1,9 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * The parts of the CPLD simulation. Every function of this file is called with
- * the lock of cpld_lock()/cpld_unlock() held, except where it says otherwise.
+ * The parts of the CPLD simulation, each calling only those above it here: the
+ * lock, the model, the trace, the control files. Every function of this file is
+ * called with the lock of cpld_lock()/cpld_unlock() held, except where it says
+ * otherwise.
  */
 #ifndef CPLD_CPLD_MODEL_H
 #define CPLD_CPLD_MODEL_H
@@ -14,17 +16,13 @@
 #define CPLD_SOURCES 8192u
 #define CPLD_REGISTERS 16384u		/* a power of 2 */
 
-/* What one access or source change has to tell the line hook. */
-struct cpld_lines {
-	u32 count;
-	u32 line[CPLD_LINES];
-};
-
-/* --- cpld.c: the lock, the two others' state, the hook --- */
+/* --- lock.c: the lock over the state of all parts, and the line hook --- */
 
 unsigned long cpld_lock(void);
-/* Unlocks, then tells the hook about the lines that were touched. */
+/* Unlocks, then calls the line hook for each line that was touched. */
 void cpld_unlock(unsigned long flags);
+/* A change reached this line, which has this level now; of several calls the last one counts. */
+void cpld_touch_line(u32 line, int level);
 
 /* --- model.c: registers, levels, sources, lines --- */
 
@@ -54,8 +52,6 @@ int cpld_model_add_source(const char *name, u32 line,
 			  const struct cpld_level_spec *levels, u32 count, const char **why);
 int cpld_model_set_source(const char *name, bool asserted);	/* 0 or -ENOENT */
 int cpld_model_line_level(u32 line);
-/* The lines touched since the last call. */
-void cpld_model_take_touched(struct cpld_lines *lines);
 
 /* Text of all parts. Process context, without the lock: takes it for one record at a time. */
 void cpld_model_show(struct port_out *out);

@@ -8,12 +8,12 @@ extern "C" {
 #endif
 
 /*
- * The hook is told about a line after every change on its way: a register
+ * The hook is called for a line after every change on its way: a register
  * write or a source, also when the line's level stays. It is called without a
- * lock of this module, in the context of the access that made the change, and
- * may be called for one line on two CPUs at once: ask cpld_sim_line_level for
- * the level that is true now. Process context; returns when the old hook is no
- * longer running.
+ * lock of this module, in the context of the access that made the change, with
+ * the level that the change left, and may be called for one line on two CPUs at
+ * once: ask cpld_sim_line_level for the level that is true now. Process context;
+ * returns when the old hook is no longer running.
  */
 void cpld_sim_set_line_hook(void (*hook)(u32 line, int level));
 

@@ -14,7 +14,6 @@
  */
 #include "port.h"
 #include "words.h"
-#include "cpld_sim.h"
 #include "cpld_model.h"
 
 PORT_MUTEX(command_mutex);
@@ -31,7 +30,7 @@ static int command_reset(const char *at, struct reply *reply)
 
 	if (!port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
-				   "cpld: reset takes no words; write \"reset\"");
+				   "cpld: reset takes no arguments; write \"reset\"");
 	ret = cpld_model_reset();
 	if (ret)
 		return ret;
@@ -242,10 +241,14 @@ static int command_trace(const char *at, struct reply *reply)
 
 static int command_mark(const char *at, struct reply *reply)
 {
+	unsigned long flags;
+
 	(void)reply;
 	while (*at == ' ')
 		at++;
-	cpld_sim_mark(at);
+	flags = cpld_lock();
+	cpld_trace_mark(at);
+	cpld_unlock(flags);
 	return 0;
 }
 
@@ -288,12 +291,17 @@ static int command_peek(const char *at, struct reply *reply)
 
 static int command_line(const char *at, struct reply *reply)
 {
+	unsigned long flags;
 	u32 line;
+	int level;
 
 	if (!port_word_number(&at, &line) || !port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: line needs a number; write \"line N\"");
-	snprintf(reply->text, reply->size, "%d", cpld_sim_line_level(line));
+	flags = cpld_lock();
+	level = cpld_model_line_level(line);
+	cpld_unlock(flags);
+	snprintf(reply->text, reply->size, "%d", level);
 	return 0;
 }
 

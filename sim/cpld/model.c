@@ -3,9 +3,9 @@
  * The simulated CPLDs: registers, and the interrupt wiring between them.
  *
  * A level is one interrupt stage: a status field and, mostly, an enable field
- * of the same place in another register. Its output is status AND enable, and
- * feeds the level outside it, or a parent line. Its input is active while one
- * of the sources or inner levels that feed it is. A "level" status follows the
+ * of the same place in another register. Its output is status AND enable, an
+ * input of the level outside it, or of a parent line. Its own input is active
+ * while one of its sources or inner levels is. A "level" status follows the
  * input; a latched one is set by it and stays until 1 is written to its bits,
  * after which an input that is still active sets it again.
  *
@@ -37,7 +37,7 @@ struct line {
 };
 
 struct level {
-	struct level *outer;		/* NULL: feeds the line */
+	struct level *outer;		/* NULL: the line is next */
 	struct line *line;
 	struct reg *status, *enable;	/* enable NULL: always enabled */
 	struct level *next_status, *next_enable;
@@ -64,25 +64,6 @@ struct model {
 };
 
 static struct model *model;
-static struct cpld_lines touched;
-
-static void touch_number(u32 number)
-{
-	u32 i;
-
-	for (i = 0; i < touched.count; i++)
-		if (touched.line[i] == number)
-			return;
-	if (touched.count < CPLD_LINES)
-		touched.line[touched.count++] = number;
-}
-
-void cpld_model_take_touched(struct cpld_lines *lines)
-{
-	lines->count = touched.count;
-	memcpy(lines->line, touched.line, touched.count * sizeof(touched.line[0]));
-	touched.count = 0;
-}
 
 /* The whole model is exchanged: clearing it would keep interrupts off for long. */
 static struct model *exchange_model(struct model *fresh)
@@ -93,7 +74,7 @@ static struct model *exchange_model(struct model *fresh)
 
 	model = fresh;
 	for (i = 0; old && i < old->line_count; i++)
-		touch_number(old->lines[i].number);
+		cpld_touch_line(old->lines[i].number, 0);
 	cpld_unlock(flags);
 	return old;
 }
@@ -163,12 +144,12 @@ static u32 field_bits(const struct level *level)
 /* Bring a level up to date with its registers and input, then those outside it it changes. */
 static void settle(struct level *level)
 {
+	struct line *line = level->line;
 	struct reg *status;
 	u32 *outlet;
 	bool active;
 
 	for (; level; level = level->outer) {
-		touch_number(level->line->number);
 		status = level->status;
 		if (level->inputs)
 			status->value |= field_bits(level);
@@ -177,11 +158,12 @@ static void settle(struct level *level)
 		active = (status->value & field_bits(level)) &&
 			 (!level->enable || (level->enable->value & field_bits(level)));
 		if (active == level->active)
-			return;
+			break;
 		level->active = active;
-		outlet = level->outer ? &level->outer->inputs : &level->line->inputs;
+		outlet = level->outer ? &level->outer->inputs : &line->inputs;
 		*outlet = active ? *outlet + 1 : *outlet - 1;
 	}
+	cpld_touch_line(line->number, line->inputs != 0);
 }
 
 static void settle_register(struct reg *reg)
