@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Loud stops, the kernel log, and what must not be left behind by a test.
+// Bugs, the kernel log, and what must not be left behind by a test.
 #include "internal.h"
 
 #include <cstdarg>
@@ -10,7 +10,7 @@
 
 namespace model {
 
-static std::atomic<host_stop_handler> stop_handler{nullptr};
+static std::atomic<host_bug_handler> bug_handler{nullptr};
 static std::mutex log_lock;
 static std::string log_text;
 
@@ -30,7 +30,7 @@ std::string caller_name()
 	return name;
 }
 
-void stop(const char *format, ...)
+void bug(const char *format, ...)
 {
 	va_list arguments;
 
@@ -38,7 +38,7 @@ void stop(const char *format, ...)
 	const std::string text = format_text(format, arguments) + " (" + caller_name() + ")";
 	va_end(arguments);
 
-	if (host_stop_handler handler = stop_handler.load()) {
+	if (host_bug_handler handler = bug_handler.load()) {
 		handler(text.c_str());
 		return;
 	}
@@ -70,9 +70,9 @@ void kernel_log_reset()
 
 using namespace model;
 
-host_stop_handler host_set_stop_handler(host_stop_handler handler)
+host_bug_handler host_set_bug_handler(host_bug_handler handler)
 {
-	return stop_handler.exchange(handler);
+	return bug_handler.exchange(handler);
 }
 
 char *host_kernel_log(void)
@@ -95,7 +95,7 @@ int host_check_leftovers(void)
 			 domains_left(text) + memory_left(text);
 
 	if (left)
-		stop("%u left behind:%s", left, text.c_str());
+		bug("%u left behind:%s", left, text.c_str());
 	return static_cast<int>(left);
 }
 

@@ -99,7 +99,7 @@ bool might_sleep(const char *what)
 
 	if (!self.hardirq && !self.softirq && !self.irqs_off)
 		return true;
-	stop("%s: sleeping function called with interrupts off or from an interrupt", what);
+	bug("%s: sleeping function called with interrupts off or from an interrupt", what);
 	return false;
 }
 
@@ -125,16 +125,6 @@ using namespace model;
 void host_might_sleep(const char *what)
 {
 	might_sleep(what);
-}
-
-unsigned long host_irq_save(void)
-{
-	return irqs_save();
-}
-
-void host_irq_restore(unsigned long flags)
-{
-	irqs_restore(flags != 0);
 }
 
 int host_irqs_disabled(void)
@@ -173,7 +163,7 @@ void plat_srcu_read_unlock(int token)
 
 	count_call(service::srcu_read_unlock);
 	if (token <= 0 || static_cast<u32>(token) != self.srcu_depth) {
-		stop("srcu_read_unlock: token %d at depth %u", token, self.srcu_depth);
+		bug("srcu_read_unlock: token %d at depth %u", token, self.srcu_depth);
 		return;
 	}
 	if (--self.srcu_depth == 0)
@@ -186,7 +176,7 @@ void plat_synchronize_srcu(void)
 	if (!might_sleep("synchronize_srcu"))
 		return;
 	if (current().srcu_depth) {
-		stop("synchronize_srcu inside a read-side section would wait for itself");
+		bug("synchronize_srcu inside a read-side section would wait for itself");
 		return;
 	}
 	wait_for_readers(&reader_slot::srcu, "synchronize_srcu");
@@ -217,7 +207,7 @@ void plat_local_irq_enable(void)
 
 	count_call(service::local_irq_enable);
 	if (self.hardirq || self.held_count) {
-		stop("local_irq_enable %s", self.hardirq ? "in a hard interrupt" : "under a lock");
+		bug("local_irq_enable %s", self.hardirq ? "in a hard interrupt" : "under a lock");
 		return;
 	}
 	set_irqs(self, false);

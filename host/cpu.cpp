@@ -115,15 +115,15 @@ static void run_line(line &source, u32 cpu)
 	const bool is_gpio = on_gpio(static_cast<u32>(&source - lines));
 	handle_desc(desc);
 	if (self.held_count)
-		stop("interrupt %u: handler returned with a lock held", desc->data.irq);
+		bug("interrupt %u: handler returned with a lock held", desc->data.irq);
 	if (!self.unended_line)
 		return;
 	if (is_gpio) {
 		end_line(source);
 		return;
 	}
-	stop("interrupt %u was taken and never ended: its CPU would take no further interrupt",
-	     desc->data.irq);
+	bug("interrupt %u was taken and never ended: its CPU would take no further interrupt",
+	    desc->data.irq);
 	end_line(source);
 }
 

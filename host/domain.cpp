@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Interrupt domains: each maps the numbers of its hardware to Linux interrupts,
+// Interrupt domains: each maps its hwirqs to virqs,
 // the lowest free ones. The root controller's domain belongs to the model.
 #include "internal.h"
 
@@ -66,8 +66,8 @@ u32 create_mapping(irq_domain &domain, unsigned long hwirq)
 	if (found != domain.mappings.end())
 		return found->second;
 	if (hwirq >= domain.hwirq_limit) {
-		stop("irq_create_mapping: hwirq 0x%lx is too large for %s", hwirq,
-		     domain.name.c_str());
+		bug("irq_create_mapping: hwirq 0x%lx is too large for %s", hwirq,
+		    domain.name.c_str());
 		return 0;
 	}
 	irq_desc *desc = desc_alloc();
@@ -152,7 +152,7 @@ struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
 	if (fails(service::__irq_domain_add, injected))
 		return nullptr;
 	if (size || direct_max)
-		stop("__irq_domain_add: only tree domains are known here");
+		bug("__irq_domain_add: only tree domains are known here");
 
 	const sleeping_guard guard(domains_mutex, "__irq_domain_add");
 	auto *domain = new irq_domain{
@@ -179,9 +179,9 @@ void plat_irq_domain_remove(struct irq_domain *domain)
 	const sleeping_guard guard(domains_mutex, "irq_domain_remove");
 
 	if (!domain->mappings.empty()) {
-		stop("irq_domain_remove: %s has %zu mappings, interrupt %u among them",
-		     domain->name.c_str(), domain->mappings.size(),
-		     domain->mappings.begin()->second);
+		bug("irq_domain_remove: %s has %zu mappings, interrupt %u among them",
+		    domain->name.c_str(), domain->mappings.size(),
+		    domain->mappings.begin()->second);
 		return;
 	}
 	domains.erase(domain);
@@ -195,7 +195,7 @@ u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq)
 	if (fails(service::irq_create_mapping, injected))
 		return static_cast<u32>(injected);
 	if (!domain) {
-		stop("irq_create_mapping without a domain");
+		bug("irq_create_mapping without a domain");
 		return 0;
 	}
 	return might_sleep("irq_create_mapping") ? create_mapping(*domain, hwirq) : 0;
@@ -209,9 +209,9 @@ void plat_irq_dispose_mapping(u32 virq)
 	if (!desc || !might_sleep("irq_dispose_mapping"))
 		return;
 	if (const irqaction *action = desc->action.load(std::memory_order_acquire)) {
-		stop("irq_dispose_mapping: interrupt %u is still %s", virq,
-		     action == &chained_action ? "chained"
-					       : ("requested by " + action->name).c_str());
+		bug("irq_dispose_mapping: interrupt %u is still %s", virq,
+		    action == &chained_action ? "chained"
+					      : ("requested by " + action->name).c_str());
 		return;
 	}
 	dispose(*desc);
@@ -231,11 +231,11 @@ void plat_irq_domain_free_fwnode(struct fwnode_handle *fwnode)
 {
 	count_call(service::irq_domain_free_fwnode);
 	if (!fwnode || !fwnode->allocated) {
-		stop("irq_domain_free_fwnode: not an allocated node");
+		bug("irq_domain_free_fwnode: not an allocated node");
 		return;
 	}
 	if (fwnode_in_use(fwnode)) {
-		stop("irq_domain_free_fwnode: node %s has a domain", fwnode->name.c_str());
+		bug("irq_domain_free_fwnode: node %s has a domain", fwnode->name.c_str());
 		return;
 	}
 	const sleeping_guard guard(domains_mutex, "irq_domain_free_fwnode");

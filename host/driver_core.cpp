@@ -217,7 +217,7 @@ int host_device_del(const char *name)
 		device->removed = true;
 	}
 	if (fwnode_in_use(&device->fwnode))
-		stop("device %s goes while a domain uses its firmware node", name);
+		bug("device %s goes while a domain uses its firmware node", name);
 	const std::lock_guard guard(bus_lock);
 	std::erase(devices, device);
 	return 0;
@@ -310,7 +310,7 @@ void plat_platform_driver_unregister(struct plat_platform_driver *driver)
 				     [&](const auto &at) { return at->driver == driver; });
 
 		if (found == drivers.end()) {
-			stop("Unexpected driver unregister!");
+			bug("Unexpected driver unregister!");
 			return;
 		}
 		on_bus = *found;
@@ -392,7 +392,7 @@ void plat_symbol_put(const char *name)
 	const auto found = symbols.find(std::string_view(name));
 
 	if (found == symbols.end() || !found->second.references) {
-		stop("symbol_put: no reference on %s", name);
+		bug("symbol_put: no reference on %s", name);
 		return;
 	}
 	found->second.references--;

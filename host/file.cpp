@@ -38,7 +38,7 @@ int file_install(std::shared_ptr<file> opened)
 		at.opened = std::move(opened);
 		return handle;
 	}
-	stop("more than %d open files", most_files);
+	bug("more than %d open files", most_files);
 	return -emfile;
 }
 

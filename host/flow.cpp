@@ -35,8 +35,8 @@ static void run_actions(irq_desc &desc)
 		const int ret = action->handler(static_cast<int>(desc.data.irq), action->cookie);
 
 		if (!current().irqs_off) {
-			stop("irq %u handler %s enabled interrupts", desc.data.irq,
-			     action->name.c_str());
+			bug("irq %u handler %s enabled interrupts", desc.data.irq,
+			    action->name.c_str());
 			(void)irqs_save();
 		}
 		if (ret == irq_wake_thread)
@@ -128,7 +128,7 @@ void set_handler(irq_desc &desc, plat_flow_handler handle, bool is_chained)
 		return;
 	}
 	if (&desc.chip() == &no_chip) {
-		stop("__irq_set_handler: interrupt %u has no chip yet", desc.data.irq);
+		bug("__irq_set_handler: interrupt %u has no chip yet", desc.data.irq);
 		return;
 	}
 	desc.handle_irq.store(handle, std::memory_order_release);
@@ -155,8 +155,8 @@ void plat___irq_set_handler(u32 virq, plat_flow_handler handle, int is_chained,
 		const irqaction *action = desc->action.load(std::memory_order_relaxed);
 
 		if (is_chained && action && (handle || action != &chained_action)) {
-			stop("__irq_set_handler: interrupt %u is %s", virq,
-			     action == &chained_action ? "chained already" : "requested");
+			bug("__irq_set_handler: interrupt %u is %s", virq,
+			    action == &chained_action ? "chained already" : "requested");
 			return;
 		}
 		set_handler(*desc, handle, is_chained != 0);

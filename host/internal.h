@@ -49,19 +49,19 @@ enum result : int {
 };
 
 // check.cpp
-[[gnu::format(printf, 1, 2)]] void stop(const char *format, ...);
+[[gnu::format(printf, 1, 2)]] void bug(const char *format, ...);
 [[gnu::format(printf, 1, 2)]] void kernel_log(const char *format, ...);
 void kernel_log_reset();
 std::string caller_name(); // "hardirq on CPU1", "softirq", "thread intr3-handler"
 
-// Polls; what never comes is a loud stop, so that a test ends.
+// Polls; what never comes is a bug, so that a test ends.
 template <typename Done> void wait_until(Done done, const char *what)
 {
 	const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
 
 	for (u32 turn = 0; !done(); turn++) {
 		if (std::chrono::steady_clock::now() > deadline) {
-			stop("%s: no end after 30 seconds", what);
+			bug("%s: no end after 30 seconds", what);
 			return;
 		}
 		if (turn < 100)
@@ -83,7 +83,7 @@ inline void full_barrier()
 #endif
 }
 
-// service.cpp: the functions of kernel_api.h, counted; the fallible ones can be told to fail.
+// service.cpp: the functions of kernel_api.h, counted; the fallible ones can be made to fail.
 enum class service : u32 {
 #define FALLIBLE(name) name,
 #define INFALLIBLE(name) name,
@@ -121,7 +121,7 @@ struct lock {
 	std::atomic<u32> cls;
 };
 
-// False: a stop handler let a misuse return, and nothing was done.
+// False: a bug handler let a misuse return, and nothing was done.
 bool lock_acquire(lock &target, const char *what);
 bool lock_release(lock &target, const char *what);
 void check_locks_freed(const void *start, size_t size);
@@ -179,7 +179,7 @@ struct context {
 context &current();
 [[nodiscard]] bool irqs_save(); // off; returns what irqs_restore takes
 void irqs_restore(bool were_off);
-bool might_sleep(const char *what); // false: a stop handler let a misuse return
+bool might_sleep(const char *what); // false: a bug handler let a misuse return
 void wait_for_readers(std::atomic<u64> reader_slot::*section, const char *what);
 
 class [[nodiscard]] hardirq_scope {
@@ -293,7 +293,7 @@ size_t read_user(void *to, const void *user, size_t size); // bytes done
 size_t write_user(void *user, const void *from, size_t size);
 
 // A call of a process into the driver. What the kernel would die of later when it
-// was left behind is a loud stop at its end.
+// was left behind is a bug at its end.
 class [[nodiscard]] process_call {
 public:
 	explicit process_call(const char *what) : what_(what) {}

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // Interrupt descriptors: the disable depth and the state of a line at its chip,
-// kept as the kernel keeps them, since what the chip is told depends on both.
+// kept as the kernel keeps them, since which chip operation is called depends on both.
 //
-// depth counts disables. The chip is told when it goes from 0 to 1 and back.
+// depth counts disables. The chip is called when it goes from 0 to 1 and back.
 // Without an irq_disable operation a disable is lazy: the line is only marked,
 // and masked when it next fires, unless IRQ_DISABLE_UNLAZY is set. "Masked" and
 // "disabled" are remembered, and a line is never masked or unmasked twice.
@@ -186,7 +186,7 @@ void startup(irq_desc &desc, bool resend)
 		enable_line(desc);
 	} else {
 		if (!desc.is(irqd_activated))
-			stop("interrupt %u is started without being activated", desc.data.irq);
+			bug("interrupt %u is started without being activated", desc.data.irq);
 		enable_line(desc);
 		desc.set(irqd_started);
 		setup_affinity(desc);
@@ -213,7 +213,7 @@ void disable_depth(irq_desc &desc)
 void enable_depth(irq_desc &desc)
 {
 	if (desc.depth == 0) {
-		stop("Unbalanced enable for IRQ %u", desc.data.irq);
+		bug("Unbalanced enable for IRQ %u", desc.data.irq);
 	} else if (desc.depth > 1) {
 		desc.depth--;
 	} else {

@@ -57,8 +57,7 @@ static bool leads_to(u32 from, u32 to, bool (&seen)[class_count])
 static void check_order(u32 outer, u32 inner, const char *what)
 {
 	if (outer == inner) {
-		stop("%s: %s taken under another one of its class", what,
-		     class_name(inner).c_str());
+		bug("%s: %s taken under another one of its class", what, class_name(inner).c_str());
 		return;
 	}
 	if (before[outer][inner].load(std::memory_order_relaxed))
@@ -73,8 +72,8 @@ static void check_order(u32 outer, u32 inner, const char *what)
 			before[outer][inner].store(true, std::memory_order_relaxed);
 	}
 	if (circular)
-		stop("%s: lock order: %s taken under %s, which is taken under it elsewhere", what,
-		     class_name(inner).c_str(), class_name(outer).c_str());
+		bug("%s: lock order: %s taken under %s, which is taken under it elsewhere", what,
+		    class_name(inner).c_str(), class_name(outer).c_str());
 }
 
 bool lock_acquire(lock &target, const char *what)
@@ -83,13 +82,13 @@ bool lock_acquire(lock &target, const char *what)
 	const u32 cls = target.cls.load(std::memory_order_relaxed);
 
 	if (target.owner.load(std::memory_order_relaxed) == &self) {
-		stop("%s: %s locked again by its owner", what, class_name(cls).c_str());
+		bug("%s: %s locked again by its owner", what, class_name(cls).c_str());
 		return false;
 	}
 	for (u32 index = 0; index < self.held_count; index++)
 		check_order(self.held[index]->cls.load(std::memory_order_relaxed), cls, what);
 	if (self.held_count == context::max_held) {
-		stop("%s: more than %u locks held", what, context::max_held);
+		bug("%s: more than %u locks held", what, context::max_held);
 		return false;
 	}
 	target.mutex.lock();
@@ -103,8 +102,8 @@ bool lock_release(lock &target, const char *what)
 	context &self = current();
 
 	if (target.owner.load(std::memory_order_relaxed) != &self) {
-		stop("%s: %s unlocked by a thread that does not hold it", what,
-		     class_name(target.cls).c_str());
+		bug("%s: %s unlocked by a thread that does not hold it", what,
+		    class_name(target.cls).c_str());
 		return false;
 	}
 	u32 index = self.held_count - 1;
@@ -124,8 +123,8 @@ void check_locks_freed(const void *start, size_t size)
 
 	for (u32 index = 0; index < self.held_count; index++)
 		if (reinterpret_cast<uintptr_t>(self.held[index]) - first < size)
-			stop("kfree: memory holds a locked %s",
-			     class_name(self.held[index]->cls).c_str());
+			bug("kfree: memory holds a locked %s",
+			    class_name(self.held[index]->cls).c_str());
 }
 
 sleeping_guard::sleeping_guard(lock &target, const char *what)
@@ -171,7 +170,7 @@ static lock *lock_in(void *storage, const char *what)
 
 	if (embedded->magic == embedded_lock::initialised)
 		return &embedded->base;
-	stop("%s: the lock was never initialised", what);
+	bug("%s: the lock was never initialised", what);
 	return nullptr;
 }
 

@@ -101,7 +101,7 @@ static bool physical_of(const void *address, const char *what, u64 &physical)
 		if (offset + sizeof(u32) <= found->second.size && physical % sizeof(u32) == 0)
 			return true;
 	}
-	stop("%s: %p is not an aligned word of a register mapping", what, address);
+	bug("%s: %p is not an aligned word of a register mapping", what, address);
 	return false;
 }
 
@@ -151,7 +151,7 @@ void plat_kfree(const void *object)
 		return;
 	size_t size;
 	if (!objects.remove(object, &size)) {
-		stop("kfree: %p is no object", object);
+		bug("kfree: %p is no object", object);
 		return;
 	}
 	check_locks_freed(object, size);
@@ -184,7 +184,7 @@ void plat_iounmap(void *base)
 	const auto found = mappings.find(static_cast<char *>(base));
 
 	if (found == mappings.end()) {
-		stop("iounmap: %p is no register mapping", base);
+		bug("iounmap: %p is no register mapping", base);
 		return;
 	}
 	munmap(base, pages(found->second.size));

@@ -76,12 +76,12 @@ void plat_misc_deregister(struct plat_misc_device *device)
 		return;
 	const std::lock_guard guard(misc_lock);
 	if (!std::erase(devices, device)) {
-		stop("misc_deregister: %s is not registered", device->name);
+		bug("misc_deregister: %s is not registered", device->name);
 		return;
 	}
 	if (open_files[device] && !module_survives_open_files())
-		stop("misc_deregister: %s goes with %u open files", device->name,
-		     open_files[device]);
+		bug("misc_deregister: %s goes with %u open files", device->name,
+		    open_files[device]);
 }
 
 int host_misc_open(const char *name)

@@ -10,8 +10,8 @@
  * such a thread, so a lock that is taken with interrupts on and from a handler
  * too does not deadlock here; everything else is meant to be as in the kernel.
  *
- * What the kernel answers with a warning, or would not survive, is a loud stop:
- * one line on stderr saying what and who, then abort().
+ * What the kernel answers with a warning, or would not survive, is a bug: one
+ * line on stderr saying what and who, then abort().
  */
 #ifndef INTR_HOST_MODEL_H
 #define INTR_HOST_MODEL_H
@@ -24,37 +24,34 @@ extern "C" {
 #endif
 
 /*
- * A test starts the model first and stops it last. host_stop stops loudly over
- * anything left behind (host_check_leftovers), then forgets devices, lines,
- * symbols, registers, faults and counters.
+ * A test starts the model first and stops it last. For host_stop
+ * anything left behind is a bug (host_check_leftovers); then it forgets devices,
+ * lines, symbols, registers, faults and counters.
  */
 void host_start(void);
 void host_stop(void);
 
 /*
- * Loud stop over memory, register mappings, interrupt mappings, requests,
+ * A bug for memory, register mappings, interrupt mappings, requests,
  * chained handlers, domains, firmware nodes, threads, registered drivers, symbol
  * references, netlink sockets and messages, misc devices, proc entries and the
  * open files and ports of processes that are still there. Returns their number
- * (0 = clean) where the stop handler lets it return.
+ * (0 = clean) where the bug handler lets it return.
  */
 int host_check_leftovers(void);
 
 /*
  * Tests of the checks: handler is called instead of print and abort. When it
  * returns, the offending call does nothing or goes on as the kernel would.
- * Null restores the default. Returns the handler that was in force.
+ * Null restores the default. Returns the handler that was active.
  */
-typedef void (*host_stop_handler)(const char *text);
-host_stop_handler host_set_stop_handler(host_stop_handler handler);
+typedef void (*host_bug_handler)(const char *text);
+host_bug_handler host_set_bug_handler(host_bug_handler handler);
 
-/* For the port layer's own sleeping operations: loud stop where the caller may not sleep. */
+/* For the port layer's own sleeping operations: a bug where the caller may not sleep. */
 void host_might_sleep(const char *what);
 
-/* Interrupts of the calling thread off, and back to what host_irq_save returned. */
-unsigned long host_irq_save(void);
-void host_irq_restore(unsigned long flags);
-int host_irqs_disabled(void);
+int host_irqs_disabled(void); /* those of the calling thread */
 
 /* "hardirq", "softirq" or "thread:<task name>". */
 void host_context(char *buffer, size_t size);
@@ -91,7 +88,7 @@ int host_gpio_map(uint32_t gpio, uint32_t line);
 /* Descriptors. depth: -1 without a descriptor. */
 int host_irq_depth(uint32_t virq);
 void host_disable_irq_nosync(uint32_t virq);
-void host_enable_irq(uint32_t virq); /* the kernel's: loud stop at depth 0 */
+void host_enable_irq(uint32_t virq); /* the kernel's: a bug at depth 0 */
 int host_irq_set_affinity(uint32_t virq,
 			  unsigned long cpu_mask); /* 0 or -errno, as a user's write */
 unsigned long host_irq_affinity(uint32_t virq); /* effective CPU mask */
@@ -139,8 +136,8 @@ int host_symbol_del(const char *name);
  * Netlink sockets of processes. open: a handle above 0, or -93 when the driver has
  * no socket of this protocol; receive_buffer as SO_RCVBUF takes it, 0 for the
  * default. receive: the length of the next message, cut to size, or -11 when none
- * came in time. That a message was lost, which the kernel tells by one failing
- * receive, is not told here. All: -9 for a handle that is not open (port: 0).
+ * came in time. That a message was lost, which the kernel reports by one failing
+ * receive, is not reported here. All: -9 for a handle that is not open (port: 0).
  */
 int host_netlink_open(uint32_t protocol, uint32_t receive_buffer);
 uint32_t host_netlink_port(int handle);
@@ -190,7 +187,7 @@ int host_fault(const char *symbol, uint32_t nth, long ret);
 void host_fault_off(void);
 void host_fault_count(uint32_t *calls, int *hit);
 
-/* Calls of one "plat_..." function since the start; loud stop for a name that is none. */
+/* Calls of one "plat_..." function since the start; a bug for a name that is none. */
 unsigned long host_calls(const char *symbol);
 
 #ifdef __cplusplus

@@ -93,8 +93,8 @@ static bool is_message(sk_buff *message, const char *what)
 {
 	if (message && messages.has(message))
 		return true;
-	stop("%s: %p is no message, or one that was sent or freed", what,
-	     static_cast<void *>(message));
+	bug("%s: %p is no message, or one that was sent or freed", what,
+	    static_cast<void *>(message));
 	return false;
 }
 
@@ -171,7 +171,7 @@ static int send_through(sock *socket, const sk_buff &message, u32 portid, bool n
 	const u32 protocol = protocol_of(socket);
 
 	if (protocol == protocols) {
-		stop("netlink_unicast through %s", socket ? "a released socket" : "no socket");
+		bug("netlink_unicast through %s", socket ? "a released socket" : "no socket");
 		return -econnrefused;
 	}
 	senders[protocol].fetch_add(1, std::memory_order_relaxed);
@@ -180,7 +180,7 @@ static int send_through(sock *socket, const sk_buff &message, u32 portid, bool n
 	if (sockets[protocol].load(std::memory_order_relaxed) == socket)
 		ret = send(socket->protocol, message, portid, nonblock);
 	else
-		stop("netlink_unicast through a released socket");
+		bug("netlink_unicast through a released socket");
 	senders[protocol].fetch_sub(1, std::memory_order_relaxed);
 	return ret;
 }
@@ -271,13 +271,13 @@ void plat_netlink_kernel_release(struct sock *socket)
 	const std::lock_guard guard(sockets_lock);
 	const u32 protocol = protocol_of(socket);
 	if (protocol == protocols) {
-		stop("netlink_kernel_release: %p is no socket", static_cast<void *>(socket));
+		bug("netlink_kernel_release: %p is no socket", static_cast<void *>(socket));
 		return;
 	}
 	sockets[protocol].store(nullptr, std::memory_order_relaxed);
 	full_barrier();
 	if (senders[protocol].load(std::memory_order_relaxed))
-		stop("netlink_kernel_release: a message is being sent through the socket");
+		bug("netlink_kernel_release: a message is being sent through the socket");
 	delete socket;
 }
 
@@ -321,7 +321,7 @@ void *plat_nlmsg_put(struct sk_buff *message, u32 portid, u32 seq, u32 type, u32
 	return at + sizeof(head);
 }
 
-// What a receiver is told beside the message; nobody looks at it here.
+// What a receiver gets beside the message; nobody looks at it here.
 void plat_netlink_set_source(struct sk_buff *message, u32 /*portid*/, u32 /*dst_group*/)
 {
 	count_call(service::netlink_set_source);
@@ -346,7 +346,7 @@ int host_netlink_open(uint32_t protocol, uint32_t receive_buffer)
 	const std::lock_guard guard(ports_lock);
 
 	if (port_count == most_ports)
-		stop("more than %u netlink ports were opened since the start", most_ports);
+		bug("more than %u netlink ports were opened since the start", most_ports);
 	if (protocol >= protocols || port_count == most_ports)
 		return -eprotonosupport;
 	{

@@ -74,7 +74,7 @@ static proc_dir_entry *create(const char *name, proc_dir_entry *parent, plat_pro
 	for (const entry_ref &other : entries) {
 		if (other->parent != parent || other->name != name)
 			continue;
-		stop("proc_dir_entry '%s' already registered", path_of(*other).c_str());
+		bug("proc_dir_entry '%s' already registered", path_of(*other).c_str());
 		return nullptr;
 	}
 	auto entry = std::make_shared<proc_dir_entry>();
@@ -186,7 +186,7 @@ static void rewind(seq_file &seq)
 	seq.from = 0;
 }
 
-// Renders anew and leaves what stands behind the offset.
+// Renders anew and leaves what follows the offset.
 static int traverse(seq_file &seq, long long offset)
 {
 	rewind(seq);
@@ -251,10 +251,10 @@ static int open_entry(plat_proc_ops &ops, file &opened)
 
 	const int ret = ops.open(&node, &opened);
 	if (ret && opened.seq)
-		stop("%s: open failed after single_open, whose memory leaks", opened.name.c_str());
+		bug("%s: open failed after single_open, whose memory leaks", opened.name.c_str());
 	if (ret || opened.seq)
 		return ret;
-	stop("%s: opened without single_open", opened.name.c_str());
+	bug("%s: opened without single_open", opened.name.c_str());
 	return -einval;
 }
 
@@ -313,7 +313,7 @@ void plat_proc_remove(struct proc_dir_entry *entry)
 		return;
 	const std::vector<entry_ref> detached = detach(entry);
 	if (detached.empty())
-		stop("proc_remove: %p is no entry", static_cast<void *>(entry));
+		bug("proc_remove: %p is no entry", static_cast<void *>(entry));
 	for (const entry_ref &gone : detached)
 		shut(*gone);
 }
@@ -328,7 +328,7 @@ int plat_single_open(struct file *file, int (*show)(struct seq_file *seq, void *
 	if (!might_sleep("single_open"))
 		return -enomem;
 	if (file->seq)
-		stop("%s: single_open twice", file->name.c_str());
+		bug("%s: single_open twice", file->name.c_str());
 	file->seq = std::make_shared<seq_file>();
 	file->seq->show = show;
 	return 0;

@@ -260,7 +260,7 @@ void plat_free_irq(u32 virq, void *cookie)
 	const sleeping_guard request(desc->request_mutex, "free_irq");
 	irqaction *action = unlink(*desc, cookie);
 	if (!action) {
-		stop("Trying to free already-free IRQ %u", virq);
+		bug("Trying to free already-free IRQ %u", virq);
 		return;
 	}
 	synchronize_hardirq(*desc);

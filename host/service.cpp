@@ -29,7 +29,7 @@ static_assert(sizeof(service_names) / sizeof(service_names[0]) == service_count)
 
 static std::atomic<unsigned long> calls[service_count];
 
-// The fault in force. fault_service is stored last and read first.
+// The active fault. fault_service is stored last and read first.
 static std::atomic<u32> fault_service{service_count};
 static std::atomic<u32> fault_nth{0};
 static std::atomic<long> fault_ret{0};
@@ -110,7 +110,7 @@ unsigned long host_calls(const char *symbol)
 	const u32 index = find_service(symbol);
 
 	if (index == service_count) {
-		stop("host_calls: there is no function %s", symbol);
+		bug("host_calls: there is no function %s", symbol);
 		return 0;
 	}
 	return calls[index].load(std::memory_order_relaxed);

@@ -56,8 +56,8 @@ static void task_main(task_struct *task)
 	wait_while(*task, task_created);
 	task->result = task->should_stop ? -eintr : task->function(task->data);
 	if (self.held_count || self.irqs_off || self.srcu_depth)
-		stop("thread %s ended with a lock held, interrupts off or a read-side section open",
-		     task->name);
+		bug("thread %s ended with a lock held, interrupts off or a read-side section open",
+		    task->name);
 	note_activity();
 	task->exited.store(true, std::memory_order_release);
 }
@@ -104,7 +104,7 @@ bool task_should_stop()
 	const task_struct *task = current().task;
 
 	if (!task) {
-		stop("kthread_should_stop outside a kernel thread");
+		bug("kthread_should_stop outside a kernel thread");
 		return true;
 	}
 	return task->should_stop.load(std::memory_order_acquire);
@@ -190,7 +190,7 @@ int plat_kthread_stop(struct task_struct *task)
 	if (!might_sleep("kthread_stop"))
 		return -einval;
 	if (task == current().task) {
-		stop("kthread_stop of the calling thread");
+		bug("kthread_stop of the calling thread");
 		return -einval;
 	}
 	return task_stop(task);

@@ -43,7 +43,7 @@ private:
 	void open()
 	{
 		if (pipe2(ends_, O_CLOEXEC)) {
-			stop("no pipe for copies of user memory: %s", strerror(errno));
+			bug("no pipe for copies of user memory: %s", strerror(errno));
 			abort();
 		}
 	}
@@ -111,8 +111,8 @@ process_call::~process_call()
 	const context &self = current();
 
 	if (self.held_count || self.irqs_off || self.srcu_depth)
-		stop("%s returned with a lock held, interrupts off or a read-side section open",
-		     what_);
+		bug("%s returned with a lock held, interrupts off or a read-side section open",
+		    what_);
 }
 
 } // namespace model

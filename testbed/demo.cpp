@@ -92,7 +92,7 @@ std::string control(const std::string &file, const std::string &line)
 
 struct leaf {
 	std::string index, type; // as the table shows them
-	bool notified; // a process can be told of it
+	bool notified; // a process can subscribe to it
 };
 
 u32 number(const std::string &text)
@@ -100,7 +100,7 @@ u32 number(const std::string &text)
 	return static_cast<u32>(strtoul(text.c_str(), nullptr, 0));
 }
 
-// One occurrence is told to a process unless it is handled in hard-interrupt
+// A process is notified of an occurrence unless it is handled in hard-interrupt
 // context: a sync leaf on a combiner without async.
 std::vector<leaf> leaves_of(u32 instance)
 {
@@ -229,13 +229,13 @@ void fire(const std::string &name, bool latched, process &process)
 	const std::string index = word_after(event, "index"), type = word_after(event, "type");
 	const size_t context = event.find("context=") + 8;
 	const std::string where = event.substr(context, event.find(" count=") - context);
-	const bool told = where != "hardirq";
-	const size_t messages = process.serve(number(index), number(type), told ? 2000 : 0);
-	if (told != (messages > 0))
-		problem(name + (told ? " did not reach the process" : " reached the process"));
+	const bool notified = where != "hardirq";
+	const size_t messages = process.serve(number(index), number(type), notified ? 2000 : 0);
+	if (notified != (messages > 0))
+		problem(name + (notified ? " did not reach the process" : " reached the process"));
 	const size_t times = testbed::lines_of(testbed::read("client_events")).size();
 	printf("  %-18s %8s/%-4s %-24s %s", name.c_str(), index.c_str(), type.c_str(),
-	       where.c_str(), told ? "24 bytes, leaf enabled again" : "-");
+	       where.c_str(), notified ? "24 bytes, leaf enabled again" : "-");
 	if (times > 1)
 		printf(", %zu times until the source was quiet", times);
 	printf("\n");
@@ -357,7 +357,7 @@ std::vector<leaf> take_leaves(process &process)
 	printf("  %zu leaves registered by a kernel client\n", leaves.size());
 	if (process.open())
 		printf("  %zu of them subscribed by a process, netlink protocol %u; the others are "
-		       "handled where no process can be told\n",
+		       "handled where no process can be notified\n",
 		       process.subscribe(leaves), process.protocol);
 	else
 		problem("no netlink socket");

@@ -25,7 +25,7 @@ struct result {
 	std::string reply;
 };
 
-// What tells the kernel about the board's devices.
+// What describes the board's devices to the kernel.
 enum class firmware { device_tree, acpi };
 
 // Around every scenario. finish names whatever is left or was complained about
@@ -104,9 +104,9 @@ inline void sleep_ms(unsigned milliseconds)
 	std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-// The kernel's waits for readers (RCU) take a moment instead of tens of
+// Expedited, the kernel's waits for readers (RCU) take a moment instead of tens of
 // milliseconds, at the price of disturbing every CPU.
-void hurry_readers(bool hurry);
+void expedite_rcu(bool expedited);
 
 // The lines of a text, without their ends.
 inline std::vector<std::string> lines_of(const std::string &text)

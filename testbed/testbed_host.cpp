@@ -81,7 +81,7 @@ std::vector<std::string> finish()
 	for (size_t i = std::size(parts); i-- > 0;)
 		parts[i].stop();
 	port_host_stop();
-	host_stop(); // stops loudly over anything left
+	host_stop(); // a bug for anything left
 	return {};
 }
 
@@ -248,6 +248,6 @@ bool thread_exists(const std::string &name)
 }
 
 // The model's readers are waited for at once.
-void hurry_readers(bool) {}
+void expedite_rcu(bool) {}
 
 } // namespace testbed

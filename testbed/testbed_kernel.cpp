@@ -451,9 +451,9 @@ bool thread_exists(const std::string &name)
 	return false;
 }
 
-void hurry_readers(bool hurry)
+void expedite_rcu(bool expedited)
 {
-	std::ofstream("/sys/kernel/rcu_expedited") << (hurry ? "1" : "0");
+	std::ofstream("/sys/kernel/rcu_expedited") << (expedited ? "1" : "0");
 }
 
 } // namespace testbed

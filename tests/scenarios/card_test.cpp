@@ -638,7 +638,7 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 			testbed::control("cpld", "pulse " + second.leaves[0].name);
 		}
 	});
-	testbed::hurry_readers(true);
+	testbed::expedite_rcu(true);
 	for (int round = 0; round < ROUNDS && !HasFailure(); round++) {
 		EXPECT_EQ(card_up(INST), 0) << round;
 		if (round % 4 == 0) {
@@ -648,7 +648,7 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 		clear_log();
 		clear_trace();
 	}
-	testbed::hurry_readers(false);
+	testbed::expedite_rcu(false);
 	stop = true;
 	fire_all.join();
 	printf("%d times, %zu interrupts at each of two leaves meanwhile\n", ROUNDS, fired);

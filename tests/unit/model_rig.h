@@ -87,7 +87,7 @@ struct misuse {
 
 inline void expect_each_stops(std::span<const misuse> cases)
 {
-	host_set_stop_handler(note_stop);
+	host_set_bug_handler(note_stop);
 	for (const misuse &row : cases) {
 		SCOPED_TRACE(row.text);
 		row.commit();

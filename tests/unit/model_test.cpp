@@ -166,7 +166,7 @@ protected:
 
 	void TearDown() override
 	{
-		host_set_stop_handler(nullptr);
+		host_set_bug_handler(nullptr);
 		in_chained = nullptr;
 		in_handler = nullptr;
 		if (chained)
@@ -312,7 +312,7 @@ TEST_F(Model, uninstalled_line_keeps_its_interrupt_for_the_next_handler)
 
 TEST_F(Model, enabled_line_without_handler_stops_when_it_fires)
 {
-	host_set_stop_handler(note_stop);
+	host_set_bug_handler(note_stop);
 	install();
 	plat___irq_set_handler(parent, nullptr, 1, nullptr);
 	chained = false;
@@ -509,7 +509,7 @@ TEST_F(Model, chained_exit_leaves_a_disabled_nested_parent_closed)
 
 TEST_F(Model, direct_leaf_needs_a_lock_class_of_its_own)
 {
-	host_set_stop_handler(note_stop);
+	host_set_bug_handler(note_stop);
 	ops_move_parent = true;
 	install();
 	plat_disable_irq_nosync(parent);
@@ -668,7 +668,7 @@ TEST_F(Model, registers_are_words_behind_a_mapping)
 	EXPECT_TRUE(!log[0].write && log[0].physical == 0x1004);
 	EXPECT_TRUE(log[1].write && log[1].physical == 0x1000 && host_mmio_get(0x1000) == 9);
 	plat_iounmap(base);
-	host_set_stop_handler(note_stop);
+	host_set_bug_handler(note_stop);
 	(void)plat_readl(base);
 	EXPECT_THAT(stops.take(), ElementsAre(HasSubstr("readl")));
 }

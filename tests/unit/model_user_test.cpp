@@ -55,7 +55,7 @@ protected:
 	}
 	void TearDown() override
 	{
-		host_set_stop_handler(nullptr);
+		host_set_bug_handler(nullptr);
 		host_stop();
 	}
 };
@@ -636,7 +636,7 @@ TEST_F(User, netlink_socket_released_under_a_sender_stops_loudly)
 	const int handle = host_netlink_open(PROTOCOL, 1);
 
 	fill(open_socket, host_netlink_port(handle));
-	host_set_stop_handler([](const char *text) {
+	host_set_bug_handler([](const char *text) {
 		stops.add(text);
 		plat_local_irq_enable();
 		plat_netlink_kernel_release(std::exchange(open_socket, nullptr));

@@ -15,7 +15,7 @@ extern void host_enable_irq(u32 virq);
 extern int host_irq_depth(u32 virq);
 extern void host_context(char *buf, size_t size);
 extern void host_queue_hardirq_call(void (*fn)(void *), void *arg);
-/* Stops loudly where the caller may not sleep. */
+/* A bug where the caller may not sleep. */
 extern void host_might_sleep(const char *what);
 
 unsigned long port_lock(struct port_lock *lock)
