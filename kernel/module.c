@@ -21,8 +21,8 @@ MODULE_DEVICE_TABLE(acpi, acpi_ids);
 /*
  * A module whose start fails is freed at once, whoever holds it. The control
  * device is there before the last step that can fail, and a process that opened
- * it meanwhile still calls into the module, so the failure is told only when the
- * last such file is closed. One reference is the loader's own.
+ * it meanwhile still calls into the module, so the failure is returned only when
+ * the last such file is closed. One reference is the loader's own.
  */
 static void wait_for_open_files(void)
 {

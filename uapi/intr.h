@@ -29,12 +29,12 @@
  *
  * Messages are never repeated. A message that cannot be delivered at once, since
  * the receiver's buffer is full or its socket is closed, ends the subscription,
- * and its disable is taken back. A process that ends, or unsubscribes, without
+ * and the leaf is enabled for it. A process that ends, or unsubscribes, without
  * answering a message it got leaves the leaf disabled: whoever subscribes in its
  * place should enable the leaf once.
  *
  * A leaf with sync set, on a combiner without async, has its interrupts handled
- * where nobody can be told: kernel callbacks only, and an error line in the log
+ * where nobody can be notified: kernel callbacks only, and an error line in the log
  * for each occurrence that has subscribers.
  */
 #ifndef INTR_UAPI_INTR_H
@@ -45,7 +45,7 @@
 /* Leaf: index_id, type and pid. */
 #define DRV_INTR_IOC_SET_PID 0x40044901u
 #define DRV_INTR_IOC_UNSET_PID 0x40044902u
-/* index_id, type; enable not 0 takes back one disable of the leaf, 0 disables it once more. */
+/* index_id, type; enable not 0 undoes one disable of the leaf, 0 disables it once more. */
 #define DRV_INTR_IOC_SET_INT_EN 0x40044903u
 /* result becomes the netlink protocol number. */
 #define DRV_INTR_IOC_GET_NETLINK_ID 0x80044904u

@@ -36,8 +36,8 @@ int drv_intr_enable(u32 index_id, u32 type);
 int drv_intr_disable(u32 index_id, u32 type);
 
 /*
- * The leaf's Linux interrupt number, mapped on first demand; 0 when there is
- * no such leaf or it cannot be mapped. Process context, may sleep. The number
+ * The leaf's virq (Linux interrupt number), mapped on first demand; 0 when there is
+ * no such leaf or it cannot be mapped. Process context, may sleep. The virq
  * lasts until the leaf's last user goes. bsp_mapping_irq takes the pair packed
  * into one key: type in bits 31-16, index_id in bits 15-0, where 0xffff stands
  * for 0xffffffff.
@@ -45,7 +45,7 @@ int drv_intr_disable(u32 index_id, u32 type);
 u32 drv_mapping_irq(u32 index_id, u32 type);
 u32 bsp_mapping_irq(u32 key);
 
-/* The leaf's current number without mapping it, 0 when there is none. Any context. */
+/* The leaf's current virq without mapping it, 0 when there is none. Any context. */
 u32 drv_find_mapping_irq(u32 index_id, u32 type);
 u32 bsp_find_mapping(u32 key);
 

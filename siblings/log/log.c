@@ -9,7 +9,7 @@
  * line goes; how many went is said in front of the rest.
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 #include "log.h"
 
 #define RING_LINES 4096u
@@ -219,16 +219,16 @@ static void set_register_failure(s32 ret)
 static int command(const char *line, char *reply, size_t reply_size)
 {
 	const char *at = line;
-	char word[16];
+	char arg[16];
 	s32 ret;
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
-	if (!strcmp(word, "clear") && port_line_ends(at)) {
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
+	if (!strcmp(arg, "clear") && port_line_ends(at)) {
 		clear_lines();
 		return 0;
 	}
-	if (!strcmp(word, "fail_register") && port_word_result(&at, &ret) && port_line_ends(at)) {
+	if (!strcmp(arg, "fail_register") && port_arg_result(&at, &ret) && port_line_ends(at)) {
 		set_register_failure(ret);
 		return 0;
 	}

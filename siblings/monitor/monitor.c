@@ -7,12 +7,12 @@
  * disables the line until the period's end; then it is enabled again. Policy 0
  * only counts; so does an allow_max or suppress_ms of 0, which set no bound.
  *
- * One disable is owed to a suppressed line. Whoever changes `suppressed` from
- * true to false, under monitor_lock, gives it back: the timer or the unset.
+ * A suppressed line has one disable of ours. Whoever changes `suppressed` from
+ * true to false, under monitor_lock, enables it again: the timer or the unset.
  * The timer is started only after the disable, so it never enables first.
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 #include "monitor.h"
 
 #define BUCKETS 256u
@@ -74,7 +74,7 @@ static void say(const struct watched_line *line, const char *what)
 	port_printk(2, text);
 }
 
-/* Return: the disable is the caller's to give back. */
+/* Return: the caller has to enable the line. */
 static bool end_suppression(struct watched_line *line)
 {
 	unsigned long flags = port_lock(&monitor_lock);
@@ -252,7 +252,7 @@ int drv_intr_monitor_unset_param(u32 virq, u32 dev_virq)
 	if (line)
 		release_line(line);
 	port_mutex_unlock(&setup_mutex);
-	/* An ordered refusal is only reported: the caller gives the number back, and its next user needs it. */
+	/* An ordered refusal is only reported: the caller frees the virq, and its next user needs it. */
 	if (refusal)
 		return refusal;
 	return line ? 0 : -ENOENT;
@@ -306,17 +306,17 @@ static void set_refusal(struct refusal *refusal, u32 nth, s32 ret)
 static bool command_refuse(const char *at)
 {
 	struct refusal *refusal = NULL;
-	char word[8];
+	char arg[8];
 	u32 nth;
 	s32 ret;
 
-	if (!port_word(&at, word, sizeof(word)))
+	if (!port_arg(&at, arg, sizeof(arg)))
 		return false;
-	if (!strcmp(word, "set"))
+	if (!strcmp(arg, "set"))
 		refusal = &refuse_set;
-	else if (!strcmp(word, "unset"))
+	else if (!strcmp(arg, "unset"))
 		refusal = &refuse_unset;
-	if (!refusal || !port_word_number(&at, &nth) || !nth || !port_word_result(&at, &ret) ||
+	if (!refusal || !port_arg_number(&at, &nth) || !nth || !port_arg_result(&at, &ret) ||
 	    !port_line_ends(at))
 		return false;
 	set_refusal(refusal, nth, ret);
@@ -326,16 +326,16 @@ static bool command_refuse(const char *at)
 static int command(const char *line, char *reply, size_t reply_size)
 {
 	const char *at = line;
-	char word[8];
+	char arg[8];
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
-	if (!strcmp(word, "off") && port_line_ends(at)) {
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
+	if (!strcmp(arg, "off") && port_line_ends(at)) {
 		set_refusal(&refuse_set, 0, 0);
 		set_refusal(&refuse_unset, 0, 0);
 		return 0;
 	}
-	if (!strcmp(word, "refuse") && command_refuse(at))
+	if (!strcmp(arg, "refuse") && command_refuse(at))
 		return 0;
 	return port_refuse(reply, reply_size,
 			   "monitor: \"%.80s\" is not understood; write \"refuse set|unset NTH RET\" or \"off\"",

@@ -10,7 +10,7 @@
  * each number with an optional width. Anything else in a format is refused.
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 
 #define SIZE_LIMIT 0x7fffffffu	/* more than this is a negative size gone wrong */
 
@@ -79,7 +79,7 @@ struct conversion {
 
 #define WIDTH_LIMIT 65535u
 
-/* format stands behind '%'. Return: behind the conversion, or NULL: not one of ours. */
+/* format is just behind '%'. Return: behind the conversion, or NULL: not one of ours. */
 static const char *parse_conversion(const char *format, struct conversion *conversion)
 {
 	bool given = false;

@@ -5,12 +5,12 @@
  *
  * No XML is parsed here. User space compiles it (intr-cfgc) and writes the
  * table to the control file "xml_table"; a table replaces the one of the same
- * instance. The control file "xml" lists what is in force and drops a table.
+ * instance. The control file "xml" lists the active tables and drops one.
  * A new table is copied, checked and only then exchanged under tables_lock, so
  * a lookup sees the old one or the new one, and a refused one changes nothing.
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 #include "intr/siblings.h"
 #include "xml.h"
 #include "xml_table.h"
@@ -88,7 +88,7 @@ int xml_is_entry_exist(u32 inst_id, const char *name1, const char *name2, const 
 }
 
 /* Exchange the table of fresh's instance. Return: the old bytes (or NULL) in *old. */
-static int put_in_force(const struct xml_slot *fresh, void **old)
+static int activate(const struct xml_slot *fresh, void **old)
 {
 	struct xml_slot *slot;
 	int ret = 0;
@@ -115,7 +115,7 @@ static int refuse(int ret, const char *why)
 	port_mutex_lock(&tables_lock);
 	snprintf(refusal, sizeof(refusal), "%s", why);
 	port_mutex_unlock(&tables_lock);
-	snprintf(text, sizeof(text), "xml: table refused: %s; the one in force stays", why);
+	snprintf(text, sizeof(text), "xml: table refused: %s; the active one stays", why);
 	port_printk(1, text);
 	return ret;
 }
@@ -141,15 +141,15 @@ static int install(const void *data, size_t size)
 		port_free(fresh.data);
 		return refuse(-EINVAL, why);
 	}
-	if (put_in_force(&fresh, &old)) {
+	if (activate(&fresh, &old)) {
 		port_free(fresh.data);
-		snprintf(why, sizeof(why), "%u instances are in force already; drop one first",
+		snprintf(why, sizeof(why), "%u instances are active already; drop one first",
 			 INSTANCE_MAX);
 		return refuse(-ENOSPC, why);
 	}
 	if (old)
 		port_free(old);
-	snprintf(why, sizeof(why), "xml: instance 0x%x: table in force, %u nodes, checksum 0x%08x",
+	snprintf(why, sizeof(why), "xml: instance 0x%x: table active, %u nodes, checksum 0x%08x",
 		 fresh.table.instance, fresh.table.nodes.count, fresh.table.checksum);
 	port_printk(2, why);
 	return 0;
@@ -169,7 +169,7 @@ static int drop(u32 inst_id, char *reply, size_t reply_size)
 	port_mutex_unlock(&tables_lock);
 	if (!old) {
 		snprintf(reply, reply_size,
-			 "xml: instance 0x%x has no table; read this file for those in force",
+			 "xml: instance 0x%x has no table; read this file for those that have",
 			 inst_id);
 		return -ENOENT;
 	}
@@ -179,19 +179,19 @@ static int drop(u32 inst_id, char *reply, size_t reply_size)
 
 static int command(const char *line, char *reply, size_t reply_size)
 {
-	char word[16] = "";
+	char arg[16] = "";
 	u32 inst_id;
 
-	if (!port_word(&line, word, sizeof(word)) || strcmp(word, "drop"))
+	if (!port_arg(&line, arg, sizeof(arg)) || strcmp(arg, "drop"))
 		return port_refuse(reply, reply_size,
-				   "xml: unknown command \"%s\"; write \"drop INST\"", word);
-	if (!port_word_number(&line, &inst_id) || !port_line_ends(line))
+				   "xml: unknown command \"%s\"; write \"drop INST\"", arg);
+	if (!port_arg_number(&line, &inst_id) || !port_line_ends(line))
 		return port_refuse(reply, reply_size,
 				   "xml: drop needs one instance id; write \"drop INST\"");
 	return drop(inst_id, reply, reply_size);
 }
 
-/* "INSTANCE NODE ENTRY KEY=VALUE ...", so that one line tells a whole entry. */
+/* "INSTANCE NODE ENTRY KEY=VALUE ...", so that one line shows a whole entry. */
 static void show_entry(struct port_out *out, const struct xml_table *table, u32 node, u32 entry)
 {
 	u32 first = xml_part_word(&table->entries, entry, 1);

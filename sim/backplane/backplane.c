@@ -4,7 +4,7 @@
  * board has the type that the control file "backplane" was given last.
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 #include "backplane.h"
 
 PORT_LOCK(state_lock);
@@ -38,17 +38,17 @@ static void set_state(u32 type, s32 result)
 static int command(const char *line, char *reply, size_t reply_size)
 {
 	const char *at = line;
-	char word[8];
+	char arg[8];
 	u32 type;
 	s32 ret;
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
-	if (!strcmp(word, "type") && port_word_number(&at, &type) && port_line_ends(at)) {
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
+	if (!strcmp(arg, "type") && port_arg_number(&at, &type) && port_line_ends(at)) {
 		set_state(type, 0);
 		return 0;
 	}
-	if (!strcmp(word, "fail") && port_word_result(&at, &ret) && port_line_ends(at)) {
+	if (!strcmp(arg, "fail") && port_arg_result(&at, &ret) && port_line_ends(at)) {
 		set_state(0, ret);
 		return 0;
 	}

@@ -9,7 +9,7 @@
  * of an output sets or withdraws the mark, and a timer sets it again while the
  * output stays 1.
  *
- * A change is told in the middle of a register access, where the caller may
+ * A change is reported in the middle of a register access, where the caller may
  * hold locks of the interrupt core. The mark is therefore set later, outside
  * those locks, from what the output is then.
  */
@@ -17,7 +17,7 @@
 
 #include "cpld/cpld_sim.h"
 #include "port_board.h"
-#include "words.h"
+#include "args.h"
 
 #define REASSERT_MS 1
 
@@ -137,38 +137,38 @@ static void on_line_output(u32 line, int level)
 
 /* Commands. */
 
-#define MAX_WORDS 4
-#define WORD_SIZE 64
+#define MAX_ARGS 4
+#define ARG_SIZE 64
 
-struct words {
-	char word[MAX_WORDS][WORD_SIZE];
+struct args {
+	char arg[MAX_ARGS][ARG_SIZE];
 	u32 count;
 };
 
-/* False: more words than any command has. */
-static bool split(struct words *words, const char *line)
+/* False: more arguments than any command has. */
+static bool split(struct args *args, const char *line)
 {
-	words->count = 0;
-	while (words->count < MAX_WORDS && port_word(&line, words->word[words->count], WORD_SIZE))
-		words->count++;
+	args->count = 0;
+	while (args->count < MAX_ARGS && port_arg(&line, args->arg[args->count], ARG_SIZE))
+		args->count++;
 	return port_line_ends(line);
 }
 
 /* A value to return: 0, or a result code. */
-static bool return_value(const char *word, long *value)
+static bool return_value(const char *arg, long *value)
 {
 	s32 code = 0;
 	u32 zero;
 
-	if (!port_result_code(word, &code) && (!port_number(word, &zero) || zero != 0))
+	if (!port_result_code(arg, &code) && (!port_number(arg, &zero) || zero != 0))
 		return false;
 	*value = code;
 	return true;
 }
 
-static bool line_word(const char *word, u32 *line)
+static bool line_arg(const char *arg, u32 *line)
 {
-	return port_number(word, line) && *line < BOARD_LINES;
+	return port_number(arg, line) && *line < BOARD_LINES;
 }
 
 static u32 resolve_leaf(u32 index_id, u32 type)
@@ -183,14 +183,14 @@ static u32 resolve_leaf(u32 index_id, u32 type)
 }
 
 /* "INDEX:TYPE" */
-static bool leaf_virq(const char *word, u32 *virq)
+static bool leaf_virq(const char *arg, u32 *virq)
 {
-	char pair[WORD_SIZE];
+	char pair[ARG_SIZE];
 	char *colon;
 	u32 index_id;
 	u32 type;
 
-	memcpy(pair, word, strlen(word) + 1);
+	memcpy(pair, arg, strlen(arg) + 1);
 	colon = strstr(pair, ":");
 	if (!colon)
 		return false;
@@ -202,15 +202,15 @@ static bool leaf_virq(const char *word, u32 *virq)
 }
 
 /* "line:N", "virq:N" or "leaf:INDEX:TYPE"; a line or leaf that has no interrupt gives 0. */
-static bool interrupt_word(const char *word, u32 *virq)
+static bool interrupt_arg(const char *arg, u32 *virq)
 {
 	u32 line;
 
-	if (strncmp(word, "virq:", 5) == 0)
-		return port_number(word + 5, virq);
-	if (strncmp(word, "leaf:", 5) == 0)
-		return leaf_virq(word + 5, virq);
-	if (strncmp(word, "line:", 5) != 0 || !line_word(word + 5, &line))
+	if (strncmp(arg, "virq:", 5) == 0)
+		return port_number(arg + 5, virq);
+	if (strncmp(arg, "leaf:", 5) == 0)
+		return leaf_virq(arg + 5, virq);
+	if (strncmp(arg, "line:", 5) != 0 || !line_arg(arg + 5, &line))
 		return false;
 	*virq = port_line_virq(line);
 	return true;
@@ -222,7 +222,7 @@ static int add_device(const char *name, const char *irq, char *reply, size_t siz
 	u32 virq = 0;
 	int ret;
 
-	if (!none && (strncmp(irq, "irq=", 4) != 0 || !interrupt_word(irq + 4, &virq)))
+	if (!none && (strncmp(irq, "irq=", 4) != 0 || !interrupt_arg(irq + 4, &virq)))
 		return port_refuse(reply, size, "board: device add: wrong interrupt '%s'; use "
 				   "irq=line:N, irq=leaf:INDEX:TYPE, irq=virq:N or irq=none", irq);
 	if (!none && virq == 0)
@@ -238,26 +238,26 @@ static int add_device(const char *name, const char *irq, char *reply, size_t siz
 	return 0;
 }
 
-static int device_command(struct words *words, char *reply, size_t size)
+static int device_command(struct args *args, char *reply, size_t size)
 {
-	if (words->count == 4 && strcmp(words->word[1], "add") == 0)
-		return add_device(words->word[2], words->word[3], reply, size);
-	if (words->count != 3 || strcmp(words->word[1], "del") != 0)
+	if (args->count == 4 && strcmp(args->arg[1], "add") == 0)
+		return add_device(args->arg[2], args->arg[3], reply, size);
+	if (args->count != 3 || strcmp(args->arg[1], "del") != 0)
 		return port_refuse(reply, size, "board: device: unknown form; "
 				   "use device add NAME irq=..., or device del NAME");
-	if (port_device_del(words->word[2]) != 0)
+	if (port_device_del(args->arg[2]) != 0)
 		return port_refuse(reply, size, "board: device del: there is no %s; "
-				   "name a device that was added", words->word[2]);
+				   "name a device that was added", args->arg[2]);
 	return 0;
 }
 
 /* One interrupt without a cause. */
-static int raise_command(struct words *words, char *reply, size_t size)
+static int raise_command(struct args *args, char *reply, size_t size)
 {
 	unsigned long flags;
 	u32 line;
 
-	if (words->count != 2 || !line_word(words->word[1], &line))
+	if (args->count != 2 || !line_arg(args->arg[1], &line))
 		return port_refuse(reply, size, "board: raise: no such line; use raise LINE, 0 to %u",
 				   BOARD_LINES - 1);
 	if (port_line_virq(line) == 0)
@@ -269,84 +269,84 @@ static int raise_command(struct words *words, char *reply, size_t size)
 	return 0;
 }
 
-static int depth_command(struct words *words, char *reply, size_t size)
+static int depth_command(struct args *args, char *reply, size_t size)
 {
 	u32 virq;
 
-	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+	if (args->count != 2 || !interrupt_arg(args->arg[1], &virq))
 		return port_refuse(reply, size, "board: depth: wrong interrupt; use "
 				   "depth line:N, depth virq:N or depth leaf:INDEX:TYPE");
 	snprintf(reply, size, "depth=%d", port_irq_depth(virq));
 	return 0;
 }
 
-static int cpus_command(struct words *words, char *reply, size_t size)
+static int cpus_command(struct args *args, char *reply, size_t size)
 {
 	u32 virq;
 
-	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+	if (args->count != 2 || !interrupt_arg(args->arg[1], &virq))
 		return port_refuse(reply, size, "board: cpus: wrong interrupt; use "
 				   "cpus line:N, cpus virq:N or cpus leaf:INDEX:TYPE");
 	snprintf(reply, size, "cpus=0x%x", port_irq_cpus(virq));
 	return 0;
 }
 
-static int virq_command(struct words *words, char *reply, size_t size)
+static int virq_command(struct args *args, char *reply, size_t size)
 {
 	u32 virq;
 
-	if (words->count != 2 || !interrupt_word(words->word[1], &virq))
+	if (args->count != 2 || !interrupt_arg(args->arg[1], &virq))
 		return port_refuse(reply, size, "board: virq: wrong interrupt; use "
 				   "virq line:N, virq virq:N or virq leaf:INDEX:TYPE");
 	snprintf(reply, size, "virq=%u", virq);
 	return 0;
 }
 
-static int set_fault(struct words *words, char *reply, size_t size)
+static int set_fault(struct args *args, char *reply, size_t size)
 {
 	long ret;
 	u32 nth;
 	int failed;
 
-	if (words->count != 4 || !port_number(words->word[2], &nth) || nth == 0 ||
-	    !return_value(words->word[3], &ret))
+	if (args->count != 4 || !port_number(args->arg[2], &nth) || nth == 0 ||
+	    !return_value(args->arg[3], &ret))
 		return port_refuse(reply, size, "board: fault: unknown form; use fault SYMBOL NTH RET "
 				   "with NTH from 1, fault count or fault off");
-	failed = strncmp(words->word[1], "plat_", 5) == 0 ?
-		 port_fault(words->word[1], nth, ret) : -EINVAL;
+	failed = strncmp(args->arg[1], "plat_", 5) == 0 ?
+		 port_fault(args->arg[1], nth, ret) : -EINVAL;
 	if (failed)
 		port_refuse(reply, size, "board: fault: %s cannot be caught (%d); "
 			    "name a function of the platform boundary, plat_...",
-			    words->word[1], failed);
+			    args->arg[1], failed);
 	return failed;
 }
 
-static int fault_command(struct words *words, char *reply, size_t size)
+static int fault_command(struct args *args, char *reply, size_t size)
 {
 	u32 calls;
 	int hit;
 
-	if (words->count == 2 && strcmp(words->word[1], "off") == 0) {
+	if (args->count == 2 && strcmp(args->arg[1], "off") == 0) {
 		port_fault_off();
 		return 0;
 	}
-	if (words->count != 2 || strcmp(words->word[1], "count") != 0)
-		return set_fault(words, reply, size);
+	if (args->count != 2 || strcmp(args->arg[1], "count") != 0)
+		return set_fault(args, reply, size);
 	hit = port_fault_count(&calls);
 	snprintf(reply, size, "calls=%u hit=%d", calls, hit);
 	return 0;
 }
 
 /* The CPU-side registers that a configuration may write. */
-static int mmio_command(struct words *words, char *reply, size_t size)
+static int mmio_command(struct args *args, char *reply, size_t size)
 {
-	bool poke = words->count == 4 && strcmp(words->word[1], "poke") == 0;
-	bool peek = words->count == 3 && strcmp(words->word[1], "peek") == 0;
+	bool poke = args->count == 4 && strcmp(args->arg[1], "poke") == 0;
+	bool peek = args->count == 3 && strcmp(args->arg[1], "peek") == 0;
 	u32 address, value = 0;
 	int ret;
 
-	if (!(poke || peek) || !port_number(words->word[2], &address) ||
-	    (poke && !port_number(words->word[3], &value)))
+	if (!(poke || peek) || !port_number(args->arg[2], &address) ||
+	    (poke && !port_number(args->arg[3], &value)))
 		return port_refuse(reply, size, "board: mmio: unknown form; use mmio peek ADDRESS "
 				   "or mmio poke ADDRESS VALUE");
 	ret = poke ? port_mmio_write(address, value) : port_mmio_read(address, &value);
@@ -361,7 +361,7 @@ static int mmio_command(struct words *words, char *reply, size_t size)
 
 static const struct {
 	const char *name;
-	int (*run)(struct words *words, char *reply, size_t size);
+	int (*run)(struct args *args, char *reply, size_t size);
 } commands[] = {
 	{ "device", device_command },
 	{ "raise", raise_command },
@@ -374,14 +374,14 @@ static const struct {
 
 static int board_command(const char *line, char *reply, size_t size)
 {
-	struct words words;
+	struct args args;
 	size_t i;
 
-	if (split(&words, line) && words.count > 0)
+	if (split(&args, line) && args.count > 0)
 		for (i = 0; i < sizeof(commands) / sizeof(commands[0]); i++)
-			if (strcmp(words.word[0], commands[i].name) == 0)
-				return commands[i].run(&words, reply, size);
-	return port_refuse(reply, size, "board: no such command, or too many words; "
+			if (strcmp(args.arg[0], commands[i].name) == 0)
+				return commands[i].run(&args, reply, size);
+	return port_refuse(reply, size, "board: no such command, or too many arguments; "
 			   "use device, raise, depth, cpus, virq, fault or mmio");
 }
 

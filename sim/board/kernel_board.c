@@ -35,7 +35,7 @@
 
 /* Parent lines. */
 
-/* Mapped from start to end of the board, to the numbers that the firmware's devices get. */
+/* Mapped from start to end of the board, to the virqs that the firmware's devices get. */
 static u32 line_virqs[BOARD_GPIO_LINE];
 
 static u32 map_tree_line(struct device_node *gic, u32 line)

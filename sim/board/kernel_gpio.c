@@ -54,7 +54,7 @@ static unsigned long begin_delivery(void)
 	return lines;
 }
 
-/* The mark of a line that is still open, taken; withdrawn and masked ones are left. */
+/* Takes the mark of a line that is unmasked and not withdrawn; others stay. */
 static bool take(u32 line)
 {
 	unsigned long flags = port_lock(&state_lock);
@@ -257,7 +257,7 @@ int board_gpio_start(void)
 	return ret;
 }
 
-/* Every line is masked for good before the numbers go, so that no delivery follows the wait. */
+/* Every line is masked for good before the virqs go, so that no delivery follows the wait. */
 static void mask_all(void)
 {
 	unsigned long flags = port_lock(&state_lock);

@@ -9,7 +9,7 @@
 #include "cpld/cpld_sim.h"
 #include "intr/drv_intr.h"
 #include "board/port_board.h"
-#include "words.h"
+#include "args.h"
 
 #define NAME_SIZE 32
 #define MAX_EVENTS 8192
@@ -138,7 +138,7 @@ static void on_interrupt(u32 index_id, u32 type, void *data)
 
 /* Registering and releasing. Called with registrations_lock held. */
 
-/* The driver keeps a first callback in force, so a second record of one leaf waits for the same release. */
+/* The driver keeps a first callback, so a second record of one leaf waits for the same release. */
 static void forget(u32 index_id, u32 type)
 {
 	struct registration **link = &registrations;
@@ -165,23 +165,23 @@ static int release(u32 index_id, u32 type)
 	return ret;
 }
 
-/* Commands. A word is "key=value" or a number. */
+/* Commands. An argument is "key=value" or a number. */
 
-static int wrong(char *reply, size_t size, const char *word)
+static int wrong(char *reply, size_t size, const char *arg)
 {
-	return port_refuse(reply, size, "client: wrong or missing word '%s'; use regist, unregist, "
+	return port_refuse(reply, size, "client: wrong or missing argument '%s'; use regist, unregist, "
 			   "enable, disable, map or find INDEX TYPE, bspmap or bspfind KEY, "
-			   "let_go or clear", word);
+			   "let_go or clear", arg);
 }
 
-static const char *value_of(const char *word, const char *key)
+static const char *value_of(const char *arg, const char *key)
 {
 	size_t length = strlen(key);
 
-	return strncmp(word, key, length) == 0 && word[length] == '=' ? word + length + 1 : NULL;
+	return strncmp(arg, key, length) == 0 && arg[length] == '=' ? arg + length + 1 : NULL;
 }
 
-static bool then_word(const char *word, enum then *then)
+static bool then_arg(const char *arg, enum then *then)
 {
 	static const char *const names[] = {
 		[THEN_ENABLE] = "enable",
@@ -191,7 +191,7 @@ static bool then_word(const char *word, enum then *then)
 	u32 i;
 
 	for (i = THEN_ENABLE; i <= THEN_FIND; i++) {
-		if (strcmp(word, names[i]) == 0) {
+		if (strcmp(arg, names[i]) == 0) {
 			*then = (enum then)i;
 			return true;
 		}
@@ -199,43 +199,43 @@ static bool then_word(const char *word, enum then *then)
 	return false;
 }
 
-static bool option(struct registration *registration, const char *word)
+static bool option(struct registration *registration, const char *arg)
 {
 	const char *value;
 
-	if ((value = value_of(word, "quiesce"))) {
+	if ((value = value_of(arg, "quiesce"))) {
 		snprintf(registration->quiesce, NAME_SIZE, "%s", value);
 		return *value && strlen(value) < NAME_SIZE;
 	}
-	if ((value = value_of(word, "tag"))) {
+	if ((value = value_of(arg, "tag"))) {
 		snprintf(registration->tag, NAME_SIZE, "%s", value);
 		return strlen(value) < NAME_SIZE;
 	}
-	if ((value = value_of(word, "hold")))
+	if ((value = value_of(arg, "hold")))
 		return port_number(value, &registration->hold);
-	if ((value = value_of(word, "sleep_ms")))
+	if ((value = value_of(arg, "sleep_ms")))
 		return port_number(value, &registration->sleep_ms);
-	if ((value = value_of(word, "then")))
-		return then_word(value, &registration->then);
+	if ((value = value_of(arg, "then")))
+		return then_arg(value, &registration->then);
 	return false;
 }
 
 static int regist(u32 index_id, u32 type, const char *line, char *reply, size_t size)
 {
 	struct registration *registration = port_alloc(sizeof(*registration));
-	char word[2 * NAME_SIZE];
+	char arg[2 * NAME_SIZE];
 	int ret;
 
 	if (!registration)
 		return -ENOMEM;
 	registration->index_id = index_id;
 	registration->type = type;
-	while (port_word(&line, word, sizeof(word))) {
-		if (!option(registration, word)) {
+	while (port_arg(&line, arg, sizeof(arg))) {
+		if (!option(registration, arg)) {
 			port_free(registration);
 			return port_refuse(reply, size, "client: regist: wrong option '%s'; use "
 					   "quiesce=SOURCE, sleep_ms=N, hold=1, tag=WORD or "
-					   "then=enable|disable|find", word);
+					   "then=enable|disable|find", arg);
 		}
 	}
 	registration->next = registrations;
@@ -305,7 +305,7 @@ static int pair_command(const char *name, u32 index_id, const char *line, char *
 	u32 result;
 	u32 type;
 
-	if (!port_word_number(&line, &type))
+	if (!port_arg_number(&line, &type))
 		return wrong(reply, size, name);
 	if (strcmp(name, "regist") == 0)
 		return regist(index_id, type, line, reply, size);
@@ -326,9 +326,9 @@ static int command(const char *line, char *reply, size_t size)
 	u32 result;
 	u32 first;
 
-	if (!port_word(&line, name, sizeof(name)))
+	if (!port_arg(&line, name, sizeof(name)))
 		return wrong(reply, size, "");
-	if (!port_word_number(&line, &first))
+	if (!port_arg_number(&line, &first))
 		return wrong(reply, size, name);
 	if (!port_line_ends(line))
 		return pair_command(name, first, line, reply, size);

@@ -13,7 +13,7 @@
  *   poke INST CHIP REG VALUE, peek INST CHIP REG, line N
  */
 #include "port.h"
-#include "words.h"
+#include "args.h"
 #include "cpld_model.h"
 
 PORT_MUTEX(command_mutex);
@@ -42,58 +42,58 @@ static int command_reset(const char *at, struct reply *reply)
 	return 0;
 }
 
-/* Take the part up to the next separator, or to the end, off *word. */
-static bool next_part_at(char **word, char separator, char **part)
+/* Take the part up to the next separator, or to the end, off *arg. */
+static bool next_part_at(char **arg, char separator, char **part)
 {
-	char *at = *word;
+	char *at = *arg;
 
 	if (!at)
 		return false;
 	*part = at;
 	while (*at && *at != separator)
 		at++;
-	*word = *at ? at + 1 : NULL;
+	*arg = *at ? at + 1 : NULL;
 	*at = '\0';
 	return true;
 }
 
-static bool next_part(char **word, char **part)
+static bool next_part(char **arg, char **part)
 {
-	return next_part_at(word, ':', part);
+	return next_part_at(arg, ':', part);
 }
 
-static bool next_part_number(char **word, u32 *value)
+static bool next_part_number(char **arg, u32 *value)
 {
 	char *part;
 
-	return next_part(word, &part) && port_number(part, value);
+	return next_part(arg, &part) && port_number(part, value);
 }
 
 /* "CHIP" or "INST/CHIP"; without an instance it is the source's. */
-static bool parse_chip(char *word, u32 inst, struct cpld_level_spec *level)
+static bool parse_chip(char *arg, u32 inst, struct cpld_level_spec *level)
 {
 	char *part;
 
 	level->inst = inst;
-	if (!next_part_at(&word, '/', &part))
+	if (!next_part_at(&arg, '/', &part))
 		return false;
-	if (!word)
+	if (!arg)
 		return port_number(part, &level->chip);
-	return port_number(part, &level->inst) && port_number(word, &level->chip);
+	return port_number(part, &level->inst) && port_number(arg, &level->chip);
 }
 
-/* word is taken apart. */
-static bool parse_level(char *word, u32 inst, struct cpld_level_spec *level)
+/* arg is taken apart. */
+static bool parse_level(char *arg, u32 inst, struct cpld_level_spec *level)
 {
 	char *part;
 
-	if (!next_part(&word, &part) || !parse_chip(part, inst, level) || !next_part(&word, &part))
+	if (!next_part(&arg, &part) || !parse_chip(part, inst, level) || !next_part(&arg, &part))
 		return false;
 	level->enable = CPLD_NO_REGISTER;
 	if (strcmp(part, "-") && !port_number(part, &level->enable))
 		return false;
-	if (!next_part_number(&word, &level->status) || !next_part_number(&word, &level->shift) ||
-	    !next_part_number(&word, &level->mask) || !next_part(&word, &part) || word)
+	if (!next_part_number(&arg, &level->status) || !next_part_number(&arg, &level->shift) ||
+	    !next_part_number(&arg, &level->mask) || !next_part(&arg, &part) || arg)
 		return false;
 	level->latched = !strcmp(part, "latched");
 	if (!level->latched && strcmp(part, "level"))
@@ -105,23 +105,23 @@ static bool parse_level(char *word, u32 inst, struct cpld_level_spec *level)
 static int command_source(const char *at, struct reply *reply)
 {
 	struct cpld_level_spec levels[CPLD_CHAIN_MAX];
-	char name[CPLD_NAME_MAX], word[80], shown[80];
+	char name[CPLD_NAME_MAX], arg[80], shown[80];
 	u32 inst, line, count = 0;
 	unsigned long flags;
 	const char *why;
 	int ret;
 
-	if (!port_word(&at, name, sizeof(name)) || !port_word_number(&at, &inst) ||
-	    !port_word_number(&at, &line))
+	if (!port_arg(&at, name, sizeof(name)) || !port_arg_number(&at, &inst) ||
+	    !port_arg_number(&at, &line))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: source lacks its name, instance or line; write \"source NAME INST LINE LEVEL...\"");
-	while (port_word(&at, word, sizeof(word))) {
+	while (port_arg(&at, arg, sizeof(arg))) {
 		if (count == CPLD_CHAIN_MAX)
 			return port_refuse(reply->text, reply->size,
 					   "cpld: source %s has too many levels; give at most %u",
 					   name, CPLD_CHAIN_MAX);
-		memcpy(shown, word, sizeof(shown));
-		if (!parse_level(word, inst, &levels[count++]))
+		memcpy(shown, arg, sizeof(shown));
+		if (!parse_level(arg, inst, &levels[count++]))
 			return port_refuse(reply->text, reply->size,
 					   "cpld: source %s: \"%s\" is no level; write chip:en:status:shift:mask:latched|level, with the field within 32 bits",
 					   name, shown);
@@ -145,7 +145,7 @@ static int drive(const char *at, struct reply *reply, bool first, bool second)
 	unsigned long flags;
 	int ret;
 
-	if (!port_word(&at, name, sizeof(name)) || !port_line_ends(at))
+	if (!port_arg(&at, name, sizeof(name)) || !port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: one source is needed; write assert, deassert or pulse NAME");
 	flags = cpld_lock();
@@ -176,13 +176,13 @@ static int command_pulse(const char *at, struct reply *reply)
 	return drive(at, reply, true, false);
 }
 
-static bool parse_op(const char *word, enum cpld_op *op)
+static bool parse_op(const char *arg, enum cpld_op *op)
 {
 	static const char *const names[] = { "read", "write", "reg_read", "reg_write", "any" };
 	u32 i;
 
 	for (i = 0; i < sizeof(names) / sizeof(names[0]); i++) {
-		if (strcmp(word, names[i]))
+		if (strcmp(arg, names[i]))
 			continue;
 		*op = (enum cpld_op)i;
 		return true;
@@ -195,15 +195,15 @@ static int command_fail(const char *at, struct reply *reply)
 	unsigned long flags;
 	enum cpld_op op;
 	u32 nth, count;
-	char word[16];
+	char arg[16];
 	bool off;
 	s32 ret;
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
-	off = !strcmp(word, "off") && port_line_ends(at);
-	if (!off && (!parse_op(word, &op) || !port_word_number(&at, &nth) ||
-		     !port_word_number(&at, &count) || !port_word_result(&at, &ret) || !nth ||
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
+	off = !strcmp(arg, "off") && port_line_ends(at);
+	if (!off && (!parse_op(arg, &op) || !port_arg_number(&at, &nth) ||
+		     !port_arg_number(&at, &count) || !port_arg_result(&at, &ret) || !nth ||
 		     !count || !port_line_ends(at)))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: no failure can be made of this; write \"fail read|write|reg_read|reg_write|any NTH COUNT RET\" or \"fail off\", numbers from 1, RET not 0");
@@ -220,13 +220,13 @@ static int command_trace(const char *at, struct reply *reply)
 {
 	unsigned long flags;
 	bool on, off, clear;
-	char word[8];
+	char arg[8];
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
-	on = !strcmp(word, "on");
-	off = !strcmp(word, "off");
-	clear = !strcmp(word, "clear");
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
+	on = !strcmp(arg, "on");
+	off = !strcmp(arg, "off");
+	clear = !strcmp(arg, "clear");
 	if ((!on && !off && !clear) || !port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: trace has no such switch; write trace on, off or clear");
@@ -254,8 +254,8 @@ static int command_mark(const char *at, struct reply *reply)
 
 static bool parse_register(const char **at, u32 *inst, u32 *chip, u32 *reg)
 {
-	return port_word_number(at, inst) && port_word_number(at, chip) &&
-	       port_word_number(at, reg);
+	return port_arg_number(at, inst) && port_arg_number(at, chip) &&
+	       port_arg_number(at, reg);
 }
 
 static int command_poke(const char *at, struct reply *reply)
@@ -264,7 +264,7 @@ static int command_poke(const char *at, struct reply *reply)
 	unsigned long flags;
 	int ret;
 
-	if (!parse_register(&at, &inst, &chip, &reg) || !port_word_number(&at, &value) ||
+	if (!parse_register(&at, &inst, &chip, &reg) || !port_arg_number(&at, &value) ||
 	    !port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: poke needs four numbers; write \"poke INST CHIP REG VALUE\"");
@@ -295,7 +295,7 @@ static int command_line(const char *at, struct reply *reply)
 	u32 line;
 	int level;
 
-	if (!port_word_number(&at, &line) || !port_line_ends(at))
+	if (!port_arg_number(&at, &line) || !port_line_ends(at))
 		return port_refuse(reply->text, reply->size,
 				   "cpld: line needs a number; write \"line N\"");
 	flags = cpld_lock();
@@ -306,7 +306,7 @@ static int command_line(const char *at, struct reply *reply)
 }
 
 static const struct {
-	const char *word;
+	const char *name;
 	int (*run)(const char *at, struct reply *reply);
 } commands[] = {
 	{ "reset", command_reset },   { "source", command_source },
@@ -321,14 +321,14 @@ static int command(const char *line, char *text, size_t size)
 {
 	struct reply reply = { text, size };
 	const char *at = line;
-	char word[16];
+	char arg[16];
 	int ret;
 	u32 i;
 
-	if (!port_word(&at, word, sizeof(word)))
-		word[0] = '\0';
+	if (!port_arg(&at, arg, sizeof(arg)))
+		arg[0] = '\0';
 	for (i = 0; i < sizeof(commands) / sizeof(commands[0]); i++) {
-		if (strcmp(word, commands[i].word))
+		if (strcmp(arg, commands[i].name))
 			continue;
 		port_mutex_lock(&command_mutex);
 		ret = commands[i].run(at, &reply);
@@ -337,7 +337,7 @@ static int command(const char *line, char *text, size_t size)
 	}
 	return port_refuse(text, size,
 			   "cpld: there is no command \"%s\"; use reset, source, assert, deassert, pulse, fail, trace, mark, poke, peek or line",
-			   word);
+			   arg);
 }
 
 static void show_counts(struct port_out *out)

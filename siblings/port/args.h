@@ -1,15 +1,15 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Words and numbers of a control command line. Portable; include "port.h" first.
+ * Arguments and numbers of a control command line. Portable; include "port.h" first.
  */
-#ifndef SIBLINGS_WORDS_H
-#define SIBLINGS_WORDS_H
+#ifndef SIBLINGS_ARGS_H
+#define SIBLINGS_ARGS_H
 
 /*
- * Take the next blank-separated word off *line; a longer one than word holds
+ * Take the next blank-separated argument off *line; a longer one than arg holds
  * is cut, so that it matches nothing. Return: false at the end of the line.
  */
-static inline bool port_word(const char **line, char *word, size_t size)
+static inline bool port_arg(const char **line, char *arg, size_t size)
 {
 	const char *at = *line;
 	size_t length = 0;
@@ -20,8 +20,8 @@ static inline bool port_word(const char **line, char *word, size_t size)
 		return false;
 	for (; *at && *at != ' ' && *at != '\t'; at++)
 		if (length + 1 < size)
-			word[length++] = *at;
-	word[length] = '\0';
+			arg[length++] = *at;
+	arg[length] = '\0';
 	*line = at;
 	return true;
 }
@@ -45,20 +45,20 @@ static inline bool port_digit(char c, u32 base, u32 *digit)
 	return *digit < base;
 }
 
-/* A whole word that is a decimal or 0x hexadecimal number of 32 bits. */
-static inline bool port_number(const char *word, u32 *value)
+/* A whole argument that is a decimal or 0x hexadecimal number of 32 bits. */
+static inline bool port_number(const char *arg, u32 *value)
 {
 	u32 base = 10, digit;
 	u64 sum = 0;
 
-	if (word[0] == '0' && (word[1] | 0x20) == 'x') {
+	if (arg[0] == '0' && (arg[1] | 0x20) == 'x') {
 		base = 16;
-		word += 2;
+		arg += 2;
 	}
-	if (!*word)
+	if (!*arg)
 		return false;
-	for (; *word; word++) {
-		if (!port_digit(*word, base, &digit))
+	for (; *arg; arg++) {
+		if (!port_digit(*arg, base, &digit))
 			return false;
 		sum = sum * base + digit;
 		if (sum > 0xffffffffu)
@@ -69,29 +69,29 @@ static inline bool port_number(const char *word, u32 *value)
 }
 
 /* A result code to inject: not 0, signed. */
-static inline bool port_result_code(const char *word, s32 *value)
+static inline bool port_result_code(const char *arg, s32 *value)
 {
-	bool negative = *word == '-';
+	bool negative = *arg == '-';
 	u32 number;
 
-	if (!port_number(word + (negative ? 1 : 0), &number) || !number || number > 0x7fffffffu)
+	if (!port_number(arg + (negative ? 1 : 0), &number) || !number || number > 0x7fffffffu)
 		return false;
 	*value = negative ? -(s32)number : (s32)number;
 	return true;
 }
 
-static inline bool port_word_number(const char **line, u32 *value)
+static inline bool port_arg_number(const char **line, u32 *value)
 {
-	char word[16];
+	char arg[16];
 
-	return port_word(line, word, sizeof(word)) && port_number(word, value);
+	return port_arg(line, arg, sizeof(arg)) && port_number(arg, value);
 }
 
-static inline bool port_word_result(const char **line, s32 *value)
+static inline bool port_arg_result(const char **line, s32 *value)
 {
-	char word[16];
+	char arg[16];
 
-	return port_word(line, word, sizeof(word)) && port_result_code(word, value);
+	return port_arg(line, arg, sizeof(arg)) && port_result_code(arg, value);
 }
 
 /* The reply to a wrong command: "FILE: what is wrong; what would be right". Return: -EINVAL. */
