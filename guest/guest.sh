@@ -51,7 +51,7 @@ unload_driver()
 	unload intr_link intr
 }
 
-# ctl FILE WORDS...: one control command; prints its reply, or, where the command
+# ctl FILE ARGUMENTS...: one control command; prints its reply, or, where the command
 # has none, what the file shows.
 ctl()
 {

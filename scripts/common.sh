@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 #
 # What every script here shares: where the project is, how progress is shown
-# and how a failure is told. Sourced, never run.
+# and how a failure is reported. Sourced, never run.
 
 set -euo pipefail
 

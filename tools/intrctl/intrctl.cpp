@@ -23,7 +23,7 @@ namespace intrctl {
 
 namespace {
 
-// What a subcommand has to do once all words are known to be right.
+// What a subcommand has to do once all arguments are known to be right.
 using job = std::function<int(control_device &)>;
 
 struct command_line {
@@ -58,7 +58,7 @@ struct range {
 };
 
 // What is wrong with a number, in words; empty when nothing is.
-std::string number_mistake(const std::string &text, range range)
+std::string number_error(const std::string &text, range range)
 {
 	uint32_t value;
 
@@ -70,7 +70,7 @@ std::string number_mistake(const std::string &text, range range)
 
 CLI::Validator is_number(range range)
 {
-	return {[range](const std::string &text) { return number_mistake(text, range); }, ""};
+	return {[range](const std::string &text) { return number_error(text, range); }, ""};
 }
 
 uint32_t number(const std::string &text)
@@ -237,7 +237,7 @@ void pair_up(const std::vector<uint32_t> &numbers, std::vector<leaf> &leaves)
 	}
 }
 
-std::string seconds_mistake(const std::string &text)
+std::string seconds_error(const std::string &text)
 {
 	char *end;
 	const double value = std::strtod(text.c_str(), &end);
@@ -247,7 +247,7 @@ std::string seconds_mistake(const std::string &text)
 	return "\"" + text + "\" is no number of seconds from 0.001 to 1000000000";
 }
 
-std::string format_mistake(const std::string &text)
+std::string format_error(const std::string &text)
 {
 	return text == "text" || text == "json" ? "" : "\"" + text + "\" is neither text nor json";
 }
@@ -256,9 +256,9 @@ void add_watched_leaves(CLI::App &watch, command_line &line)
 {
 	watch.add_option_function<std::vector<std::string>>(
 		     "INDEX TYPE",
-		     [&line](const std::vector<std::string> &words) {
-			     for (const std::string &word : words)
-				     line.watched.push_back(number(word));
+		     [&line](const std::vector<std::string> &arguments) {
+			     for (const std::string &argument : arguments)
+				     line.watched.push_back(number(argument));
 		     },
 		     "index_id and type of each leaf")
 		->check(is_number({}))
@@ -275,7 +275,7 @@ void add_watch_options(CLI::App &watch, command_line &line)
 	watch.add_option("--idle-timeout", options.idle_timeout,
 			 "end with exit code 3 after so many seconds without an interrupt;\n"
 			 "fractions are possible")
-		->check(CLI::Validator(seconds_mistake, ""))
+		->check(CLI::Validator(seconds_error, ""))
 		->type_name("SECONDS");
 	watch.add_flag("--no-enable", line.no_enable,
 		       "leave the leaves as they are: after an interrupt a leaf stays silent\n"
@@ -283,7 +283,7 @@ void add_watch_options(CLI::App &watch, command_line &line)
 	watch.add_option("--format", line.format,
 			 "text: index_id=0x12 type=3 n=1\n"
 			 "json: {\"index_id\":18,\"type\":3,\"n\":1}")
-		->check(CLI::Validator(format_mistake, ""))
+		->check(CLI::Validator(format_error, ""))
 		->type_name("text|json");
 	add_number(watch, "--receive-buffer", options.receive_buffer,
 		   "room for messages that wait to be read, in bytes; one takes about 1000",
@@ -351,7 +351,7 @@ void add_debug(CLI::App &app, command_line &line)
 		*debug, line, "on", "trace one interrupt, or all",
 		[&line](control_device &device) { return set_debug(device, true, line.virq); });
 	add_number(*on, "VIRQ", line.virq, "Linux interrupt number; 0 or absent for all");
-	add_job(*debug, line, "off", "trace nothing, and forget the number",
+	add_job(*debug, line, "off", "trace nothing, and forget the virq",
 		[](control_device &device) { return set_debug(device, false, 0); });
 }
 
@@ -414,8 +414,8 @@ void add_card(CLI::App &app, command_line &line)
 	}
 }
 
-// The words that are known, the word that is not, and where to look.
-std::string usage_mistake(const CLI::App &app, const CLI::ParseError &error)
+// The arguments that are known, the one that is not, and where to look.
+std::string usage_error(const CLI::App &app, const CLI::ParseError &error)
 {
 	const std::vector<std::string> unknown = app.remaining(true);
 	std::string what = error.what(), known = app.get_name();
@@ -451,7 +451,7 @@ int parse(int argc, char **argv, command_line &line)
 	} catch (const CLI::ParseError &error) {
 		if (error.get_exit_code() == 0)
 			return app.exit(error);
-		complain(usage_mistake(app, error));
+		complain(usage_error(app, error));
 		return exit_usage;
 	}
 	return exit_done;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The control device as intrctl uses it: uapi/intr.h, with each failure told as
+// The control device as intrctl uses it: uapi/intr.h, with each failure reported as
 // one line for people.
 #ifndef TOOLS_INTRCTL_DEVICE_H
 #define TOOLS_INTRCTL_DEVICE_H

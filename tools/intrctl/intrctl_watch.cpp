@@ -2,8 +2,8 @@
 //
 // intrctl watch: a subscriber as uapi/intr.h describes it.
 //
-// Every message owes the leaf one enable, whatever becomes of the watch: what is
-// still unread at the end is answered too. The driver sends by port id, and port
+// Every message is answered with one enable of the leaf, whatever becomes of the watch: what
+// is still unread at the end is answered too. The driver sends by port id, and port
 // ids are used again: a message may come from another process, or belong to a
 // subscription that an earlier owner of the port has left behind.
 #include "intrctl_watch.h"
@@ -87,8 +87,8 @@ public:
 
 	int file() const { return socket_.get(); }
 	uint32_t port() const { return port_; }
-	// The next leaf notified, without waiting. What is no notification is told
-	// and skipped.
+	// The next leaf notified, without waiting. What is no notification is
+	// reported and skipped.
 	std::optional<leaf> next();
 	// Whether messages were lost since the last call, for lack of room.
 	bool lost() { return std::exchange(lost_, false); }
@@ -241,7 +241,7 @@ void watcher::subscribe()
 
 // The driver has ended the subscriptions whose messages found no room, and does
 // not say which. Only after the last message was read does the socket take new
-// ones: a subscription renewed before would end again, and no error would tell.
+// ones: a subscription renewed before would end again, and no error would say so.
 void watcher::renew()
 {
 	complain("netlink: receive buffer overrun, occurrences are lost; subscribing again (more "
