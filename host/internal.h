@@ -292,8 +292,8 @@ void module_reset();
 size_t read_user(void *to, const void *user, size_t size); // bytes done
 size_t write_user(void *user, const void *from, size_t size);
 
-// A call of a process into the driver. What the kernel would die of later when it
-// was left behind is a bug at its end.
+// A call of a process into the driver. What would harm the kernel later when
+// it is left behind is a bug at its end.
 class [[nodiscard]] process_call {
 public:
 	explicit process_call(const char *what) : what_(what) {}

@@ -334,7 +334,7 @@ int plat_single_open(struct file *file, int (*show)(struct seq_file *seq, void *
 	return 0;
 }
 
-// What does not fit makes the buffer full, which tells that it overflowed.
+// What does not fit makes the buffer full, which shows that it overflowed.
 void plat_seq_puts(struct seq_file *seq, const char *text)
 {
 	count_call(service::seq_puts);

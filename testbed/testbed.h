@@ -38,7 +38,7 @@ std::vector<std::string> finish();
 int load();
 int unload();
 
-// Takes a device from its driver and gives it back, as a user does through the
+// Unbinds a device from its driver and binds it again, as a user does through the
 // driver core; a driver is the one that carries this name on the bus. 0 or a
 // negative errno.
 int unbind(const std::string &driver, const std::string &device);

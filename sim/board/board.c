@@ -418,7 +418,7 @@ int board_start(void)
 	return 0;
 }
 
-/* The CPLD lets go of the hook first; after that no call starts the timer again but the last one. */
+/* The hook is removed first; after that no call starts the timer again but the last one. */
 void board_stop(void)
 {
 	cpld_sim_set_line_hook(NULL);

@@ -14,7 +14,7 @@ void board_stop(void);
 
 /*
  * The board knows no leaves, as it is there before the driver: whoever can map
- * a leaf to its interrupt number says so here, and takes it back with null.
+ * a leaf to its virq says so here, and takes it back with null.
  * Process context.
  */
 void board_set_leaf_resolver(u32 (*resolver)(u32 index_id, u32 type));

@@ -87,7 +87,7 @@ static int map_lines(void)
 }
 
 /*
- * An ACPI device gets its numbers once, at boot, and mappings are not counted:
+ * An ACPI device gets its virqs once, at boot, and mappings are not counted:
  * those that it shares with the board must outlive the board.
  */
 static void unmap_lines(void)

@@ -10,7 +10,7 @@
 extern "C" {
 #endif
 
-/* The Linux interrupt number of a parent line; 0 = none. */
+/* The virq of a parent line; 0 = none. */
 u32 port_line_virq(u32 line);
 /* Makes a parent line pending or withdraws it. Any context. */
 void port_line_set_pending(u32 line, int pending);

@@ -256,7 +256,7 @@ static int unregist(u32 index_id, u32 type, char *reply, size_t size)
 	return 0;
 }
 
-/* What takes a pair and gives a number. */
+/* What takes a pair and gives a virq. */
 static bool pair_call(const char *name, u32 index_id, u32 type, u32 *result)
 {
 	if (strcmp(name, "enable") == 0)

@@ -171,7 +171,7 @@ static inline void port_enable_irq(u32 virq)
 	enable_irq(virq);
 }
 
-/* Disable depth, or -1 for a number without a descriptor. */
+/* Disable depth, or -1 for a virq without a descriptor. */
 static inline int port_irq_depth(u32 virq)
 {
 	struct irq_data *data;
