@@ -5,7 +5,6 @@
  * includes nothing that would define more types.
  */
 #include <linux/export.h>
-#include <linux/types.h>
 
 #include "intr/drv_intr.h"
 

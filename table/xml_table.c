@@ -7,7 +7,18 @@
  * part; after that no lookup can leave the table, whatever it is asked for.
  * The layout is described in xml_table.h.
  */
-#include "port.h"
+#ifdef __KERNEL__
+#include <linux/errno.h>
+#include <linux/kernel.h>
+#include <linux/stdarg.h>
+#include <linux/string.h>
+#else
+#include <errno.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#endif
+
 #include "xml_table.h"
 
 #define HEADER_SIZE (4u * XML_HDR_WORDS)

@@ -31,8 +31,6 @@
  *	 7 entries	byte offset, 8: count
  *	 9 keys		byte offset, 10: count
  *	11 strings	byte offset, 12: size in bytes
- *
- * C files include "port.h" first, for the fixed-width names.
  */
 #ifndef TABLE_XML_TABLE_H
 #define TABLE_XML_TABLE_H

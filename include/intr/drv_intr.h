@@ -5,8 +5,6 @@
  * A leaf interrupt is named by (index_id, type) from the configuration. Result
  * codes of the int functions are positive: 0 success, 22 no such leaf or leaf
  * not usable, 14 mapping, request or release failed.
- *
- * C files include <linux/types.h> first.
  */
 #ifndef DRV_INTR_H
 #define DRV_INTR_H

@@ -1,13 +1,13 @@
 /* SPDX-License-Identifier: GPL-2.0 */
 /*
- * Fixed-width names for the C++ side. C files get the same names from their
- * own home before they include anything from this directory: <linux/types.h>
- * in the kernel, "port.h" in the sibling modules.
+ * Fixed-width names: the kernel's own in its C files, the same ones made here
+ * everywhere else. C files from which symbol versions are computed include this,
+ * too: it brings nothing beyond <linux/types.h>.
  */
 #ifndef INTR_TYPES_H
 #define INTR_TYPES_H
 
-#ifdef __cplusplus
+#if defined(__cplusplus)
 #include <stddef.h>
 
 using u8 = unsigned char;
@@ -22,6 +22,17 @@ template <typename T, u32 count> [[nodiscard]] constexpr u32 array_size(const T 
 {
 	return count;
 }
+#elif defined(__KERNEL__)
+#include <linux/types.h>
+#else
+#include <stdbool.h>
+#include <stddef.h>
+
+typedef unsigned char u8;
+typedef unsigned short u16;
+typedef unsigned int u32;
+typedef int s32;
+typedef unsigned long long u64;
 #endif
 
 #endif

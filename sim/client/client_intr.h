@@ -10,8 +10,6 @@
 #ifndef INTR_CLIENT_CLIENT_INTR_H
 #define INTR_CLIENT_CLIENT_INTR_H
 
-#include <linux/types.h>
-
 #include "intr/drv_intr.h"
 
 struct client_intr {

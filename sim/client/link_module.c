@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Links the driver's exported functions for the test client; see client_intr.h. */
 #include <linux/module.h>
-#include <linux/types.h>
 
 #include "client_intr.h"
 

@@ -15,12 +15,6 @@
 #include <stdio.h>
 #include <string.h>
 
-typedef unsigned char u8;
-typedef unsigned short u16;
-typedef unsigned int u32;
-typedef int s32;
-typedef unsigned long long u64;
-
 #include "intr/siblings.h"
 
 #ifdef __cplusplus
