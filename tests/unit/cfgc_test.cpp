@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // The configuration compiler: what it says about each mistake, what it prints,
-// and how the program behaves towards files. The build defines INTR_CFGC (the
-// program) and BOARD_XML (the example board).
+// and how the programs behave towards files. The build defines INTR_CFGC and
+// INTR_SIM_SOURCES (the programs) and BOARD_XML (the example board).
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -474,10 +474,10 @@ protected:
 	}
 
 	// The exit code; both outputs go to the file "out".
-	int run(const std::string &arguments) const
+	int run(const std::string &arguments, const std::string &program = INTR_CFGC) const
 	{
-		const std::string command = "cd '" + directory.string() + "' && '" INTR_CFGC "' " +
-					    arguments + " > out 2>&1";
+		const std::string command = "cd '" + directory.string() + "' && '" + program +
+					    "' " + arguments + " > out 2>&1";
 		const int status = std::system(command.c_str());
 		return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 	}
@@ -503,8 +503,9 @@ TEST_F(cfgc_program, mistakes_leave_the_old_table)
 	EXPECT_EQ("old", read_file(path("a.tbl")));
 	EXPECT_EQ(0u, read_file(path("out"))
 			      .find("a.xml:3: error: irq_combiner@3 hwirq_cfg0: unknown key"));
-	for (const char *job : {"--check", "--show", "--sources"})
+	for (const char *job : {"--check", "--show"})
 		EXPECT_EQ(1, run(std::string(job) + " a.xml")) << job;
+	EXPECT_EQ(1, run("a.xml", INTR_SIM_SOURCES));
 }
 
 TEST_F(cfgc_program, prints_sources_only_when_all_have_a_line)
@@ -516,7 +517,7 @@ TEST_F(cfgc_program, prints_sources_only_when_all_have_a_line)
 			     "hwirq='0' level_num='1' l0_chip_id='1' l0_en='0x20' "
 			     "l0_status='0x21' l0_shift='0'/></node>"));
 	EXPECT_EQ(0, run("--check a.xml")) << read_file(path("out"));
-	EXPECT_EQ(1, run("--sources a.xml"));
+	EXPECT_EQ(1, run("a.xml", INTR_SIM_SOURCES));
 	EXPECT_EQ("a.xml:4: error: irq_combiner@3: gpio 0 is no pin of the virtual board; use 400 "
 		  "to 407\n",
 		  read_file(path("out")));
@@ -529,6 +530,10 @@ TEST_F(cfgc_program, tells_wrong_usage_and_unusable_files_apart)
 	     {"", "a.xml", "--check --show a.xml", "--check none.xml", "--check .",
 	      "a.xml -o none/a.tbl", "a.xml -o a.xml", "--check /dev/zero"}) {
 		EXPECT_EQ(2, run(arguments)) << arguments;
+		EXPECT_NE("", read_file(path("out"))) << arguments;
+	}
+	for (const char *arguments : {"", "a.xml a.xml", "none.xml"}) {
+		EXPECT_EQ(2, run(arguments, INTR_SIM_SOURCES)) << arguments;
 		EXPECT_NE("", read_file(path("out"))) << arguments;
 	}
 	EXPECT_EQ(combiner(leaf(0)), read_file(path("a.xml")));
