@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdio>
 #include <utility>
 
@@ -106,22 +105,6 @@ numbered_name split_number(std::string_view name)
 	if (!tail.empty() && (tail.size() == 1 || tail[0] != '0'))
 		result.number = parse_number(tail);
 	return result;
-}
-
-std::optional<u32> parse_number(std::string_view text)
-{
-	const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-	u32 value = 0;
-
-	if (is_hex)
-		text.remove_prefix(2);
-	else if (text.size() > 1 && text[0] == '0')
-		return std::nullopt;
-	const auto [end, error] =
-		std::from_chars(text.data(), text.data() + text.size(), value, is_hex ? 16 : 10);
-	if (error != std::errc() || end != text.data() + text.size())
-		return std::nullopt;
-	return value;
 }
 
 std::optional<u32> parse_value(const key_rule &rule, std::string_view text)

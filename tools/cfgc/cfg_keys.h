@@ -13,8 +13,11 @@
 #include <vector>
 
 #include "intr/types.h"
+#include "tools/common/number.h"
 
 namespace cfg {
+
+using tools::parse_number;
 
 inline constexpr u32 no_register = 0xffffffff;
 inline constexpr u32 no_chip = 0xffffffff;
@@ -129,9 +132,6 @@ struct numbered_name {
 	std::optional<u32> number; // none: no number, or leading zeros
 };
 numbered_name split_number(std::string_view name);
-
-// Decimal without leading zeros, or 0x hexadecimal.
-std::optional<u32> parse_number(std::string_view text);
 
 // Like parse_number, and the words of the rule; the range is not looked at.
 std::optional<u32> parse_value(const key_rule &rule, std::string_view text);

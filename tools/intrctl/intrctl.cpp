@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@
 
 #include "intrctl_device.h"
 #include "intrctl_watch.h"
+#include "tools/common/number.h"
 
 namespace intrctl {
 
@@ -37,22 +39,6 @@ struct command_line {
 	intrctl::job job;
 };
 
-// Decimal, or hexadecimal behind 0x. A leading zero would be octal elsewhere.
-bool parse_number(const std::string &text, uint32_t &value)
-{
-	const bool hex = text.starts_with("0x") || text.starts_with("0X");
-	const std::string digits = hex ? text.substr(2) : text;
-	const char *allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
-
-	if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos ||
-	    (!hex && digits.size() > 1 && digits[0] == '0'))
-		return false;
-	errno = 0;
-	const unsigned long long wide = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
-	value = static_cast<uint32_t>(wide);
-	return errno == 0 && wide <= UINT32_MAX;
-}
-
 struct range {
 	uint32_t min = 0, max = UINT32_MAX;
 };
@@ -60,9 +46,9 @@ struct range {
 // What is wrong with a number, in words; empty when nothing is.
 std::string number_error(const std::string &text, range range)
 {
-	uint32_t value;
+	const std::optional<uint32_t> value = tools::parse_number(text);
 
-	if (parse_number(text, value) && value >= range.min && value <= range.max)
+	if (value && *value >= range.min && *value <= range.max)
 		return {};
 	return "\"" + text + "\" is no number from " + std::to_string(range.min) + " to " +
 	       std::to_string(range.max) + ", decimal or hexadecimal behind 0x";
@@ -73,12 +59,10 @@ CLI::Validator is_number(range range)
 	return {[range](const std::string &text) { return number_error(text, range); }, ""};
 }
 
+// Of a text that is_number let through.
 uint32_t number(const std::string &text)
 {
-	uint32_t value = 0;
-
-	parse_number(text, value);
-	return value;
+	return tools::parse_number(text).value_or(0);
 }
 
 CLI::Option *add_number(CLI::App &app, const std::string &name, uint32_t &value,
