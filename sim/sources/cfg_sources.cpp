@@ -46,8 +46,9 @@ std::optional<u32> card_line(const document &document, const combiner &combiner,
 	case origin_combiner:
 		found.error(line_of(combiner),
 			    combiner.name() + ": stands behind leaf " +
-				    hex(document.card_number()) +
-				    "/7 of another file; write its sources by hand, with that "
+				    hex(document.card_number()) + "/" +
+				    std::to_string(CARD_LEAF_TYPE) +
+				    " of another file; write its sources by hand, with that "
 				    "leaf's line and levels in front");
 		return {};
 	default:

@@ -102,7 +102,7 @@ void drv_intr_combiner_remove(drv_intr_combiner &combiner)
 
 void drv_intr_free_combiner_by_bitmap(u32 bitmap)
 {
-	for (u32 id = 0; id < DRV_INTR_FIRST_CARD_COMBINER; id++) {
+	for (u32 id = 0; id < BOARD_COMBINERS; id++) {
 		if (!(bitmap & (1u << id)))
 			continue;
 		if (drv_intr_combiner *combiner = drv_intr_get_combiner(id))

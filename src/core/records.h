@@ -20,13 +20,12 @@
 #include "core/list.h"
 #include "intr/drv_intr.h"
 #include "platform/kernel.h"
+#include "table/numbering.h"
 
 inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;
 inline constexpr u32 DRV_INTR_NO_REG = 0xffffffff;
 inline constexpr u32 DRV_INTR_MAX_LEVELS = 5;
 inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
-// Ids of combiners of the board are below; from here on they are those of cards.
-inline constexpr u32 DRV_INTR_FIRST_CARD_COMBINER = 32;
 // A combiner's configuration node, and the end of its device's name.
 inline constexpr char DRV_INTR_COMBINER_NAME[] = "irq_combiner";
 #define DRV_INTR_COMBINER_NAME_FORMAT "irq_combiner@%u"

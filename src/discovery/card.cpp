@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The up to four combiners of a plug-in card. Combiner i of card c has the id
-// 32 + 4c + i and is node "irq_combiner@i" of the card's own configuration. Its
-// parent line is a GPIO pin or a leaf of another combiner.
+// The up to four combiners of a plug-in card, numbered as table/numbering.h says.
+// Their parent line is a GPIO pin or a leaf of another combiner.
 #include "discovery/card.h"
 
 #include "combiner/lifecycle.h"
@@ -11,21 +10,13 @@
 #include "delivery/request.h"
 #include "discovery/gpio.h"
 
-static constexpr u32 CARD_COMBINERS = 4;
-
-static u32 card_combiner_id(u32 card_no, u32 index)
-{
-	return DRV_INTR_FIRST_CARD_COMBINER + CARD_COMBINERS * card_no + index;
-}
-
 int drv_intr_get_card_no(u32 inst_id, u32 &card_no)
 {
-	static constexpr u32 NO_HIGH = 0xff, NO_LOW = 0xffff;
-	const u32 high = inst_id >> 24, low = inst_id & 0xffff;
+	const u32 number = card_number(inst_id);
 
-	if (high == NO_HIGH && low == NO_LOW)
+	if (number == NO_CARD)
 		return -EINVAL;
-	card_no = high != NO_HIGH ? high : low;
+	card_no = number;
 	return 0;
 }
 
@@ -38,8 +29,8 @@ static int find_parent(const char *desc, drv_intr_combiner &combiner, u32 card_n
 		return drv_intr_gpio_to_virq(combiner.common_cfg.gpio);
 	case DRV_INTR_COMBINER:
 		combiner.parent_index_id = card_no;
-		combiner.parent_type = DRV_INTR_CARD_LEAF_TYPE;
-		return static_cast<int>(drv_mapping_irq(card_no, DRV_INTR_CARD_LEAF_TYPE));
+		combiner.parent_type = CARD_LEAF_TYPE;
+		return static_cast<int>(drv_mapping_irq(card_no, CARD_LEAF_TYPE));
 	}
 	return 0;
 }

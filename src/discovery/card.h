@@ -9,13 +9,8 @@
 
 #include "core/records.h"
 
-// The leaf that a card's combiner with `int_type` 2 is cascaded to: index_id is the
-// card's number, type is this.
-inline constexpr u32 DRV_INTR_CARD_LEAF_TYPE = 7;
-
-// The card's number: bits 31 to 24, or bits 15 to 0 where those are 0xff. 0, or
-// -EINVAL where these are 0xffff, as the board's own instance id is, with
-// card_no untouched. Any context, no lock.
+// The number of the card with this instance id. 0, or -EINVAL for the id of none,
+// with card_no untouched. Any context, no lock.
 [[nodiscard]] int drv_intr_get_card_no(u32 inst_id, u32 &card_no);
 
 // Brings up the combiners that the card's configuration names. 0, -EINVAL for an

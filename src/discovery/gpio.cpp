@@ -49,7 +49,7 @@ int drv_intr_init_gpio_combiner(drv_intr_ctrl &ctrl)
 	const u32 bitmap = ctrl.global_cfg.gpio_bitmap;
 
 	intr_info("[%s]enter, gpio_bitmap=0x%x", desc, bitmap);
-	for (u32 id = 0; id < DRV_INTR_FIRST_CARD_COMBINER; id++) {
+	for (u32 id = 0; id < BOARD_COMBINERS; id++) {
 		if (!(bitmap & (1u << id)))
 			continue;
 		if (init_one(desc, ctrl, id) != 0) {

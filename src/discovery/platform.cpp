@@ -117,7 +117,7 @@ static int probe_acpi_combiner(const char *desc, platform_device *device, u32 co
 static drv_intr_combiner *existing_combiner(u32 bitmap)
 {
 	for (drv_intr_combiner &combiner : drv_intr_get_ctrl()->combiner_list) {
-		if (combiner.combiner_id < DRV_INTR_FIRST_CARD_COMBINER &&
+		if (combiner.combiner_id < BOARD_COMBINERS &&
 		    (bitmap & (1u << combiner.combiner_id)))
 			return &combiner;
 	}
@@ -134,7 +134,7 @@ static int drv_intr_acpi_dev_probe(platform_device *device)
 		intr_err("[%s]combiner_id=%u, combiner already exist", desc, existing->combiner_id);
 		return -EFAULT;
 	}
-	for (u32 id = 0; id < DRV_INTR_FIRST_CARD_COMBINER; id++) {
+	for (u32 id = 0; id < BOARD_COMBINERS; id++) {
 		if (!(bitmap & (1u << id)))
 			continue;
 		const int ret = probe_acpi_combiner(desc, device, id);
@@ -248,7 +248,7 @@ static int check_ids(const char *desc, const drv_intr_global_cfg &cfg)
 
 	if (sources != BOTH || twice == 0)
 		return 0;
-	for (u32 id = 0; id < DRV_INTR_FIRST_CARD_COMBINER; id++) {
+	for (u32 id = 0; id < BOARD_COMBINERS; id++) {
 		if (twice & (1u << id))
 			intr_err("[%s]combiner_id=%u is in gpio_bitmap and in acpi_bitmap", desc,
 				 id);

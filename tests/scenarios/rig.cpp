@@ -112,7 +112,7 @@ combiner make_combiner(u32 id, u32 leaves, u32 depth)
 
 combiner make_card_combiner(u32 card_no, u32 index, u32 leaves, u32 depth)
 {
-	combiner combiner = make_combiner(32 + 4 * card_no + index, leaves, depth);
+	combiner combiner = make_combiner(card_combiner_id(card_no, index), leaves, depth);
 
 	combiner.inst = card_inst(card_no);
 	combiner.node = index;

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "board/lines.h"
+#include "table/numbering.h"
 #include "uapi/intr.h"
 #include "testbed.h"
 
@@ -80,7 +81,7 @@ void place_at_gpio(combiner &combiner, u32 pin);
 void place_behind(combiner &combiner, const rig::combiner &outer, const leaf &leaf);
 inline u32 card_inst(u32 card_no)
 {
-	return card_no << 24;
+	return card_instance(card_no);
 }
 
 // A process with a bound netlink socket of the driver's protocol.

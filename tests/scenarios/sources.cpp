@@ -103,7 +103,7 @@ combiner make_gpio_combiner(u32 id, u32 pin, u32 leaves)
 void make_card_leaf(leaf &leaf, u32 card_no)
 {
 	leaf.index = card_no;
-	leaf.type = 7;
+	leaf.type = CARD_LEAF_TYPE;
 }
 
 } // namespace rig

@@ -74,7 +74,7 @@ bool has_combiner(const document &document, u32 number)
 void check_bitmap(const document &document, const document_entry &common, const std::string &key,
 		  diagnostics &found)
 {
-	const u32 count = document.is_board() ? board_combiners : card_combiners;
+	const u32 count = document.is_board() ? BOARD_COMBINERS : CARD_COMBINERS;
 
 	for (u32 n = 0; n < count; n++)
 		if (common.get(key) >> n & 1 && !has_combiner(document, n))
@@ -121,7 +121,7 @@ void check_card_common(const document &document, const document_entry *common, d
 					      " of combiner_bitmap in global_cfg common");
 	if (!common)
 		return;
-	if (common->get("combiner_bitmap") >> card_combiners)
+	if (common->get("combiner_bitmap") >> CARD_COMBINERS)
 		found.warning(line_of(*common, "combiner_bitmap"),
 			      "global_cfg common: only bits 0 to 3 of combiner_bitmap are read; "
 			      "clear the others");
@@ -148,7 +148,7 @@ void check_slot_owner(const document &document, const document_node &node,
 		      const document_entry &entry, diagnostics &found)
 {
 	const std::string where = node.name + " " + entry.name + ": ";
-	const u32 count = document.is_board() ? board_combiners : card_combiners;
+	const u32 count = document.is_board() ? BOARD_COMBINERS : CARD_COMBINERS;
 	const u32 first = document.combiner_id(0);
 
 	if (!entry.keys.contains("combiner_id")) {

@@ -23,8 +23,6 @@ inline constexpr u32 no_register = 0xffffffff;
 inline constexpr u32 no_chip = 0xffffffff;
 inline constexpr u32 no_index = 0xffffffff;
 inline constexpr u32 level_max = 5;
-inline constexpr u32 board_combiners = 32;
-inline constexpr u32 card_combiners = 4;
 
 // Bits of cfg_type_bitmap.
 inline constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;

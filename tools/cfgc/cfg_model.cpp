@@ -147,14 +147,9 @@ bool document_entry::is_known(std::string_view key) const
 	return known && !known->required;
 }
 
-u32 document::card_number() const
-{
-	return instance >> 24 == 0xff ? instance & 0xffff : instance >> 24;
-}
-
 u32 document::combiner_id(u32 number) const
 {
-	return is_board() ? number : board_combiners + card_combiners * card_number() + number;
+	return is_board() ? number : card_combiner_id(card_number(), number);
 }
 
 table document::to_table() const

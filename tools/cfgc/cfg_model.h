@@ -13,6 +13,7 @@
 
 #include "cfg_keys.h"
 #include "cfg_table.h"
+#include "table/numbering.h"
 
 namespace cfg {
 
@@ -50,7 +51,7 @@ struct document {
 	std::vector<document_node> nodes;
 
 	bool is_board() const { return instance == XML_TABLE_BOARD; }
-	u32 card_number() const;
+	u32 card_number() const { return ::card_number(instance); }
 	// The id that the driver gives the combiner of node irq_combiner@number.
 	u32 combiner_id(u32 number) const;
 	table to_table() const;

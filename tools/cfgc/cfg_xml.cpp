@@ -459,7 +459,7 @@ bool start_node(const document &document, std::string_view name, document_node &
 		diagnostics &found)
 {
 	const numbered_name split = split_number(name);
-	const u32 limit = document.is_board() ? board_combiners : card_combiners;
+	const u32 limit = document.is_board() ? BOARD_COMBINERS : CARD_COMBINERS;
 
 	node.name = name;
 	if (name == "global_cfg") {
@@ -518,8 +518,7 @@ void read_instance(const tinyxml2::XMLElement &root, document &document, diagnos
 						       " is not a number; write board, or a "
 						       "card's id, decimal or 0x hex");
 	document.instance = number.value_or(XML_TABLE_BOARD);
-	if (!document.is_board() && document.card_number() == 0xffff &&
-	    document.instance >> 24 == 0xff)
+	if (!document.is_board() && document.card_number() == NO_CARD)
 		found.error(root.GetLineNum(), "instance=" + quoted(written) +
 						       " names no card; its low 16 bits must "
 						       "not be 0xffff");

@@ -19,6 +19,7 @@
 
 #include "intrctl_device.h"
 #include "intrctl_watch.h"
+#include "table/numbering.h"
 #include "tools/common/number.h"
 
 namespace intrctl {
@@ -149,22 +150,14 @@ int report(control_device &device, uint32_t cmd, uint32_t virq, const std::strin
 	return exit_done;
 }
 
-// As the driver counts cards, and the combiners of each.
-constexpr uint32_t first_card_combiner = 32, card_combiners = 4;
-
-uint32_t card_number(uint32_t inst_id)
-{
-	return inst_id >> 24 == 0xff ? inst_id & 0xffff : inst_id >> 24;
-}
-
 bool has_combiner_of(uint32_t card, const std::string &runtime_report)
 {
-	const uint32_t first = first_card_combiner + card_combiners * card;
+	for (uint32_t index = 0; index < CARD_COMBINERS; index++) {
+		const std::string id = std::to_string(card_combiner_id(card, index));
 
-	for (uint32_t id = first; id < first + card_combiners; id++)
-		if (runtime_report.find("\ncombiner" + std::to_string(id) + "\n") !=
-		    std::string::npos)
+		if (runtime_report.find("\ncombiner" + id + "\n") != std::string::npos)
 			return true;
+	}
 	return false;
 }
 
@@ -389,7 +382,7 @@ void add_card(CLI::App &app, command_line &line)
 		which->add_option_function<std::string>(
 			     "--card",
 			     [&line](const std::string &text) {
-				     line.inst_id = number(text) << 24;
+				     line.inst_id = card_instance(number(text));
 			     },
 			     "number of the card, 0 to 254: the instance id N << 24")
 			->check(is_number({.max = 254}))
