@@ -88,7 +88,8 @@ std::string source_command(const document &document, const combiner &combiner, c
 		return text + source_level(direct_chip, "-", direct_status + combiner.id,
 					   leaf.number % 32, 1, false);
 	for (const level &level : leaf.levels)
-		text += source_level(level.chip_id, level.en == no_register ? "-" : hex(level.en),
+		text += source_level(level.chip_id,
+				     level.en == config::NO_REGISTER ? "-" : hex(level.en),
 				     level.status, level.shift, level.mask, level.wc != 0);
 	return text;
 }

@@ -143,7 +143,7 @@ static bool is_field_set(u32 inst_id, const drv_intr_level_cfg &level, u32 reg)
 
 static bool drv_combiner_is_int_enabled(u32 inst_id, const drv_intr_level_cfg &level)
 {
-	return level.en_reg == DRV_INTR_NO_REG || is_field_set(inst_id, level, level.en_reg);
+	return level.en_reg == config::NO_REGISTER || is_field_set(inst_id, level, level.en_reg);
 }
 
 static bool drv_combiner_is_int_active(u32 inst_id, const drv_intr_level_cfg &level)

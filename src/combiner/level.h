@@ -5,7 +5,7 @@
 // Each level has an enable field and a status field at the same bits. Testing
 // walks from level 0 (outermost) towards the leaf, clearing from the leaf
 // outwards. The registers hold the only state. Leaves of combiners that are
-// not direct have 1 to DRV_INTR_MAX_LEVELS levels.
+// not direct have 1 to config::MAX_LEVELS levels.
 //
 // Nothing here sleeps or takes a lock: hard-interrupt context and interrupt
 // descriptor locks are fine. The module that serves the registers makes a

@@ -13,9 +13,6 @@
 // A key or entry name could not be formatted.
 inline constexpr int DRV_INTR_ERR_NAME_FMT = 0x813E0001 - 0x100000000LL;
 
-inline constexpr u32 DRV_INTR_MAX_CPU_CFG = 16;
-inline constexpr u32 DRV_INTR_MAX_HWIRQ_CFG = 128;
-
 // Reads the whole configuration in its fixed order. 0, or -EINVAL with a line naming the step.
 [[nodiscard]] int drv_intr_combiner_init_cfg(drv_intr_combiner &combiner);
 

@@ -11,13 +11,13 @@ int drv_intr_get_xml_cpu_cfg(const char *cfg_name, const char *prefix, u32 inst_
 	drv_intr_cpu_cfg scratch{};
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, entry};
 	const drv_intr_cfg_map_item items[] = {
-		{1, "reg_addr", &scratch.reg_addr, nullptr, nullptr},
-		{1, "shift", &scratch.shift, nullptr, nullptr},
-		{1, "mask", &scratch.mask, nullptr, nullptr},
-		{1, "value", &scratch.value, nullptr, nullptr},
+		drv_intr_cfg_item(config::cpu::reg_addr, &scratch.reg_addr),
+		drv_intr_cfg_item(config::cpu::shift, &scratch.shift),
+		drv_intr_cfg_item(config::cpu::mask, &scratch.mask),
+		drv_intr_cfg_item(config::cpu::value, &scratch.value),
 	};
 
-	for (u32 i = 0; i < DRV_INTR_MAX_CPU_CFG; i++) {
+	for (u32 i = 0; i < config::MAX_CPU_ENTRIES; i++) {
 		const int ret = sprintf_s(entry, sizeof(entry), "%s%u", prefix, i);
 
 		if (ret < 0) {

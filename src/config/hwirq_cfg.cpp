@@ -7,19 +7,18 @@
 // Longest key: "l4_chip_id".
 static constexpr size_t LEVEL_KEY_SIZE = 20;
 
-static constexpr const char *const level_key_formats[] = {
-	"l%u_chip_id", "l%u_en", "l%u_status", "l%u_shift", "l%u_mask", "l%u_wc",
+// In the order of the rows below.
+static constexpr config::key level_keys[] = {
+	config::level::chip_id, config::level::en,   config::level::status,
+	config::level::shift,	config::level::mask, config::level::wc,
 };
-static constexpr u32 LEVEL_KEYS = array_size(level_key_formats);
+static constexpr u32 LEVEL_KEYS = array_size(level_keys);
 
 static int drv_intr_get_level_item_name(char (&names)[LEVEL_KEYS][LEVEL_KEY_SIZE], u32 level)
 {
 	for (u32 i = 0; i < LEVEL_KEYS; i++) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-		if (sprintf_s(names[i], LEVEL_KEY_SIZE, level_key_formats[i], level) < 0)
+		if (sprintf_s(names[i], LEVEL_KEY_SIZE, "l%u_%s", level, level_keys[i].name) < 0)
 			return DRV_INTR_ERR_NAME_FMT;
-#pragma GCC diagnostic pop
 	}
 	return 0;
 }
@@ -32,11 +31,11 @@ static int drv_intr_get_xml_hwirq_reg_cfg(u32 inst_id, const drv_intr_xml_path &
 	drv_intr_level_cfg scratch{};
 	const drv_intr_cfg_map_item items[LEVEL_KEYS] = {
 		{0, names[0], &scratch.chip_id, nullptr, &chip_id},
-		{0, names[1], &scratch.en_reg, "0xffffffff", nullptr},
-		{1, names[2], &scratch.status_reg, nullptr, nullptr},
-		{1, names[3], &scratch.shift, nullptr, nullptr},
-		{0, names[4], &scratch.mask, "1", nullptr},
-		{0, names[5], &scratch.status_wc, "0", nullptr},
+		drv_intr_cfg_item(config::level::en, &scratch.en_reg, names[1]),
+		drv_intr_cfg_item(config::level::status, &scratch.status_reg, names[2]),
+		drv_intr_cfg_item(config::level::shift, &scratch.shift, names[3]),
+		drv_intr_cfg_item(config::level::mask, &scratch.mask, names[4]),
+		drv_intr_cfg_item(config::level::wc, &scratch.status_wc, names[5]),
 	};
 
 	for (u32 n = 0; n < leaf.level_num; n++) {
@@ -57,15 +56,15 @@ static int drv_intr_get_xml_hwirq_reg_cfg(u32 inst_id, const drv_intr_xml_path &
 static int read_leaf_keys(u32 inst_id, const drv_intr_xml_path &path, drv_intr_hwirq_cfg &leaf)
 {
 	const drv_intr_cfg_map_item items[] = {
-		{0, "index_id", &leaf.index_id, "0xffffffff", nullptr},
-		{1, "type", &leaf.type, nullptr, nullptr},
-		{1, "hwirq", &leaf.hwirq, nullptr, nullptr},
-		{0, "irq_type", &leaf.irq_type, "8", nullptr},
-		{0, "allow_max", &leaf.allow_max, "250", nullptr},
-		{0, "suppress_ms", &leaf.suppress_ms, "1000", nullptr},
-		{0, "policy", &leaf.policy, "1", nullptr},
-		{0, "level_num", &leaf.level_num, "0", nullptr},
-		{0, "sync", &leaf.sync, "0", nullptr},
+		drv_intr_cfg_item(config::leaf::index_id, &leaf.index_id),
+		drv_intr_cfg_item(config::leaf::type, &leaf.type),
+		drv_intr_cfg_item(config::leaf::hwirq, &leaf.hwirq),
+		drv_intr_cfg_item(config::leaf::irq_type, &leaf.irq_type),
+		drv_intr_cfg_item(config::leaf::allow_max, &leaf.allow_max),
+		drv_intr_cfg_item(config::leaf::suppress_ms, &leaf.suppress_ms),
+		drv_intr_cfg_item(config::leaf::policy, &leaf.policy),
+		drv_intr_cfg_item(config::leaf::level_num, &leaf.level_num),
+		drv_intr_cfg_item(config::leaf::sync, &leaf.sync),
 	};
 
 	return drv_intr_get_cfg_by_map(inst_id, path, array_size(items), items);
@@ -81,7 +80,7 @@ static int drv_intr_get_xml_one_hwirq_cfg(u32 inst_id, const drv_intr_xml_path &
 		intr_err("[%s]get hwirq cfg fail", desc);
 		return -EINVAL;
 	}
-	if (scratch.level_num > DRV_INTR_MAX_LEVELS) {
+	if (scratch.level_num > config::MAX_LEVELS) {
 		intr_err("[%s]too many levels, index_id=0x%x, type=%u, level_num=%u", desc,
 			 scratch.index_id, scratch.type, scratch.level_num);
 		return -EINVAL;
@@ -112,7 +111,7 @@ int drv_intr_get_xml_hwirq_cfg(const char *cfg_name, u32 inst_id, u32 chip_id,
 	char entry[DRV_INTR_XML_NAME_SIZE];
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, entry};
 
-	for (u32 i = 0; i < DRV_INTR_MAX_HWIRQ_CFG; i++) {
+	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
 		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0)
 			return DRV_INTR_ERR_NAME_FMT;
 		if (!entry_exists(inst_id, path))
@@ -142,8 +141,8 @@ static bool drv_intr_slot_hwirq_cfg_is_mactch(u32 inst_id, u32 combiner_id,
 {
 	u32 owner = 0;
 
-	if (xml_get_element_value_u32(inst_id, path.name1, path.name2, path.name3, "combiner_id",
-				      &owner) != 0)
+	if (xml_get_element_value_u32(inst_id, path.name1, path.name2, path.name3,
+				      config::leaf::combiner_id.name, &owner) != 0)
 		return false;
 	return owner == combiner_id;
 }
@@ -165,7 +164,7 @@ int drv_intr_get_xml_slot_hwirq_cfg(u32 inst_id, u32 chip_id, u32 combiner_id,
 		intr_info("[%s]sprintf_s node_name fail", desc);
 		return -EFAULT;
 	}
-	for (u32 i = 0; i < DRV_INTR_MAX_HWIRQ_CFG; i++) {
+	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
 		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0) {
 			intr_err("[%s]sprintf_s entry_name fail", desc);
 			return -EFAULT;

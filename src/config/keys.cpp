@@ -38,10 +38,10 @@ int drv_intr_get_cfg()
 	static constexpr char desc[] = "intr get cfg";
 	drv_intr_global_cfg &cfg = drv_intr_get_ctrl()->global_cfg;
 	const drv_intr_cfg_map_item items[] = {
-		{0, "cfg_type_bitmap", &cfg.cfg_type_bitmap, "2", nullptr},
-		{0, "acpi_bitmap", &cfg.acpi_bitmap, "0", nullptr},
-		{0, "gpio_bitmap", &cfg.gpio_bitmap, "0", nullptr},
-		{0, "netlink_id", &cfg.netlink_id, "30", nullptr},
+		drv_intr_cfg_item(config::common::cfg_type_bitmap, &cfg.cfg_type_bitmap),
+		drv_intr_cfg_item(config::common::acpi_bitmap, &cfg.acpi_bitmap),
+		drv_intr_cfg_item(config::common::gpio_bitmap, &cfg.gpio_bitmap),
+		drv_intr_cfg_item(config::common::netlink_id, &cfg.netlink_id),
 	};
 	const int ret = drv_intr_get_cfg_by_map(DRV_INTR_BOARD_INST_ID, global_path,
 						array_size(items), items);
@@ -59,9 +59,10 @@ int drv_intr_get_cfg()
 
 void drv_intr_get_card_combiner_bitmap(u32 inst_id, u32 &bitmap)
 {
-	if (xml_get_element_value_u32(inst_id, global_path.name1, global_path.name2,
-				      global_path.name3, "combiner_bitmap", &bitmap) != 0)
-		bitmap = 0;
+	const drv_intr_cfg_map_item item =
+		drv_intr_cfg_item(config::common::combiner_bitmap, &bitmap);
+
+	(void)drv_intr_get_cfg_by_map(inst_id, global_path, 1, &item); // it has a default
 }
 
 struct value_word {
@@ -105,15 +106,15 @@ int drv_intr_get_xml_common_cfg(const char *cfg_name, u32 inst_id, drv_intr_comm
 {
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, DRV_INTR_XML_GLOBAL_CFG};
 	const drv_intr_cfg_map_item items[] = {
-		{0, "chip_id", &common->chip_id, "0xffffffff", nullptr},
-		{0, "allow_max", &common->allow_max, "2500", nullptr},
-		{0, "suppress_ms", &common->suppress_ms, "1000", nullptr},
-		{0, "policy", &common->policy, "1", nullptr},
-		{0, "direct", &common->direct, "0", nullptr},
-		{0, "gpio", &common->gpio, "0", nullptr},
-		{0, "irq_type", &common->irq_type, "8", nullptr},
-		{0, "int_type", &common->int_type, "0", nullptr},
-		{0, "async", &common->async, "0", nullptr},
+		drv_intr_cfg_item(config::combiner::chip_id, &common->chip_id),
+		drv_intr_cfg_item(config::combiner::allow_max, &common->allow_max),
+		drv_intr_cfg_item(config::combiner::suppress_ms, &common->suppress_ms),
+		drv_intr_cfg_item(config::combiner::policy, &common->policy),
+		drv_intr_cfg_item(config::combiner::direct, &common->direct),
+		drv_intr_cfg_item(config::combiner::gpio, &common->gpio),
+		drv_intr_cfg_item(config::combiner::irq_type, &common->irq_type),
+		drv_intr_cfg_item(config::combiner::int_type, &common->int_type),
+		drv_intr_cfg_item(config::combiner::async, &common->async),
 	};
 
 	return drv_intr_get_cfg_by_map(inst_id, path, array_size(items), items);

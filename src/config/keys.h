@@ -9,6 +9,7 @@
 #define INTR_CONFIG_KEYS_H
 
 #include "core/records.h"
+#include "table/config_keys.h"
 
 inline constexpr char DRV_INTR_XML_ROOT[] = "irq_combiner"; // first name of every path
 inline constexpr char DRV_INTR_XML_GLOBAL_CFG[] = "global_cfg";
@@ -31,6 +32,13 @@ struct drv_intr_cfg_map_item {
 	const char *default_str; // C notation: 0x, leading 0, decimal
 	const u32 *default_ref; // used without default_str: the value at the moment of reading
 };
+
+// The row of a key of the configuration table, read under its own name or another.
+[[nodiscard]] constexpr drv_intr_cfg_map_item drv_intr_cfg_item(const config::key &key, u32 *dest,
+								const char *name = nullptr)
+{
+	return {!key.fallback, name ? name : key.name, dest, key.fallback, nullptr};
+}
 
 // Reads the rows in order. 0, or -EINVAL at the first required key that is
 // missing; rows before it keep their values, later ones are not touched.

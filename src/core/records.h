@@ -20,11 +20,10 @@
 #include "core/list.h"
 #include "intr/drv_intr.h"
 #include "platform/kernel.h"
+#include "table/config_keys.h"
 #include "table/numbering.h"
 
 inline constexpr u32 DRV_INTR_BOARD_INST_ID = 0xffffffff;
-inline constexpr u32 DRV_INTR_NO_REG = 0xffffffff;
-inline constexpr u32 DRV_INTR_MAX_LEVELS = 5;
 inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
 // A combiner's configuration node, and the end of its device's name.
 inline constexpr char DRV_INTR_COMBINER_NAME[] = "irq_combiner";
@@ -78,7 +77,7 @@ struct drv_intr_cpu_cfg {
 
 struct drv_intr_level_cfg {
 	u32 chip_id;
-	u32 en_reg; // DRV_INTR_NO_REG: no enable register, counts as enabled
+	u32 en_reg; // config::NO_REGISTER: no enable register, counts as enabled
 	u32 status_reg;
 	u32 shift; // the same in the enable and the status register
 	u32 mask;
@@ -95,7 +94,7 @@ struct drv_intr_hwirq_cfg {
 	u32 suppress_ms;
 	u32 policy;
 	u32 level_num;
-	drv_intr_level_cfg level[DRV_INTR_MAX_LEVELS];
+	drv_intr_level_cfg level[config::MAX_LEVELS];
 	list_node node;
 };
 

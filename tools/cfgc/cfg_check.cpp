@@ -192,7 +192,7 @@ void check_chain(const combiner &combiner, const leaf &leaf, diagnostics &found)
 							       "of the combiner or l0_chip_id");
 			break;
 		}
-	if (leaf.levels.back().en == no_register)
+	if (leaf.levels.back().en == config::NO_REGISTER)
 		found.warning(leaf.line, place(leaf) +
 						 "its own level has no enable register, so it "
 						 "cannot be masked; set l" +

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The configuration keys: which entries and keys exist, what they default to
-// and what values they take. The defaults are those of the driver's readers.
+// The configuration keys as people write them: which entries have which, and what
+// values they take. Names and defaults are those that the driver reads by.
 #ifndef TOOLS_CFG_KEYS_H
 #define TOOLS_CFG_KEYS_H
 
@@ -13,16 +13,14 @@
 #include <vector>
 
 #include "intr/types.h"
+#include "table/config_keys.h"
 #include "tools/common/number.h"
 
 namespace cfg {
 
 using tools::parse_number;
 
-inline constexpr u32 no_register = 0xffffffff;
 inline constexpr u32 no_chip = 0xffffffff;
-inline constexpr u32 no_index = 0xffffffff;
-inline constexpr u32 level_max = 5;
 
 // Bits of cfg_type_bitmap.
 inline constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;
@@ -34,67 +32,68 @@ enum class node_kind { global, combiner, slot };
 // How a value is written besides as a number.
 enum class words { none, flag, trigger, origin };
 
-struct key_rule {
-	std::string_view name;
-	bool required;
-	u32 fallback; // when absent; no meaning for a required key
+// A key as the driver reads it, and what else there is to say about its value.
+struct key_rule : config::key {
 	u32 min;
 	u32 max;
 	cfg::words words = words::none;
 	bool slot_only = false;
+
+	bool is_required() const { return !fallback; }
+	// 0, which means nothing, for a required key.
+	u32 default_value() const { return fallback ? parse_number(fallback).value() : 0; }
 };
 
 inline constexpr u32 any = 0xffffffff;
 
 inline constexpr auto common_keys = std::to_array<key_rule>({
-	{"cfg_type_bitmap", false, 2, 0, 7},
-	{"acpi_bitmap", false, 0, 0, any},
-	{"gpio_bitmap", false, 0, 0, any},
-	{"netlink_id", false, 30, 0, any},
-	{"combiner_bitmap", false, 0, 0, any},
+	{config::common::cfg_type_bitmap, 0, 7},
+	{config::common::acpi_bitmap, 0, any},
+	{config::common::gpio_bitmap, 0, any},
+	{config::common::netlink_id, 0, any},
+	{config::common::combiner_bitmap, 0, any},
 });
 
 inline constexpr auto combiner_keys = std::to_array<key_rule>({
-	{"chip_id", false, no_chip, 0, any},
-	{"allow_max", false, 2500, 0, any},
-	{"suppress_ms", false, 1000, 0, any},
-	{"policy", false, 1, 0, any},
-	{"direct", false, 0, 0, 1, words::flag},
-	{"gpio", false, 0, 0, any},
-	{"irq_type", false, 8, 1, 8, words::trigger},
-	{"int_type", false, 0, 0, 2, words::origin},
-	{"async", false, 0, 0, 1, words::flag},
+	{config::combiner::chip_id, 0, any},
+	{config::combiner::allow_max, 0, any},
+	{config::combiner::suppress_ms, 0, any},
+	{config::combiner::policy, 0, any},
+	{config::combiner::direct, 0, 1, words::flag},
+	{config::combiner::gpio, 0, any},
+	{config::combiner::irq_type, 1, 8, words::trigger},
+	{config::combiner::int_type, 0, 2, words::origin},
+	{config::combiner::async, 0, 1, words::flag},
 });
 
 inline constexpr auto cpu_keys = std::to_array<key_rule>({
-	{"reg_addr", true, 0, 0, any},
-	{"shift", true, 0, 0, 31},
-	{"mask", true, 0, 1, any},
-	{"value", true, 0, 0, any},
+	{config::cpu::reg_addr, 0, any},
+	{config::cpu::shift, 0, 31},
+	{config::cpu::mask, 1, any},
+	{config::cpu::value, 0, any},
 });
 
 inline constexpr auto leaf_keys = std::to_array<key_rule>({
-	{"index_id", false, no_index, 0, any},
-	{"type", true, 0, 0, any},
-	{"hwirq", true, 0, 0, any},
-	{"irq_type", false, 8, 1, 8, words::trigger},
-	{"allow_max", false, 250, 0, any},
-	{"suppress_ms", false, 1000, 0, any},
-	{"policy", false, 1, 0, any},
-	{"level_num", false, 0, 0, level_max},
-	{"sync", false, 0, 0, 1, words::flag},
-	{"combiner_id", false, no_index, 0, any, words::none, true},
+	{config::leaf::index_id, 0, any},
+	{config::leaf::type, 0, any},
+	{config::leaf::hwirq, 0, any},
+	{config::leaf::irq_type, 1, 8, words::trigger},
+	{config::leaf::allow_max, 0, any},
+	{config::leaf::suppress_ms, 0, any},
+	{config::leaf::policy, 0, any},
+	{config::leaf::level_num, 0, config::MAX_LEVELS},
+	{config::leaf::sync, 0, 1, words::flag},
+	{config::leaf::combiner_id, 0, any, words::none, true},
 });
 
-// The part of the name behind "l0_" to "l4_". The real default of chip_id is
-// the combiner's chip_id.
+// The part of the name behind "l0_" to "l4_".
 inline constexpr auto level_keys = std::to_array<key_rule>({
-	{"chip_id", false, no_chip, 0, any},
-	{"en", false, no_register, 0, any},
-	{"status", true, 0, 0, any},
-	{"shift", true, 0, 0, 31},
-	{"mask", false, 1, 1, any},
-	{"wc", false, 0, 0, 1, words::flag},
+	{config::level::chip_id, 0, any},
+	{config::level::en, 0, any},
+	{config::level::status, 0, any},
+	{config::level::shift, 0, 31},
+	{config::level::mask, 1, any},
+	{config::level::wc, 0, 1, words::flag},
 });
 
 inline constexpr u32 not_numbered = 0xffffffff;
@@ -111,17 +110,17 @@ struct entry_rule {
 inline constexpr auto entry_rules = std::to_array<entry_rule>({
 	{node_kind::global, "common", not_numbered, common_keys},
 	{node_kind::combiner, "global_cfg", not_numbered, combiner_keys, false, true},
-	{node_kind::combiner, "cpu_default_cfg", 15, cpu_keys},
-	{node_kind::combiner, "cpu_cfg", 15, cpu_keys},
-	{node_kind::combiner, "hwirq_cfg", 127, leaf_keys, true, true},
-	{node_kind::slot, "hwirq_cfg", 127, leaf_keys, true, true},
+	{node_kind::combiner, "cpu_default_cfg", config::MAX_CPU_ENTRIES - 1, cpu_keys},
+	{node_kind::combiner, "cpu_cfg", config::MAX_CPU_ENTRIES - 1, cpu_keys},
+	{node_kind::combiner, "hwirq_cfg", config::MAX_LEAF_ENTRIES - 1, leaf_keys, true, true},
+	{node_kind::slot, "hwirq_cfg", config::MAX_LEAF_ENTRIES - 1, leaf_keys, true, true},
 });
 
 // Null when the table has no such key.
 const key_rule *find_key(std::span<const key_rule> rules, std::string_view name);
 
 // "l3_en": level 3, rule of "en". Null when it is no level key; the level may
-// be beyond level_max.
+// be one that is never read.
 const key_rule *find_level_key(std::string_view name, u32 &level);
 
 // A name that ends in a decimal number without leading zeros.

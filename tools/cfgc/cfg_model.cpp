@@ -134,9 +134,9 @@ u32 document_entry::get(std::string_view key) const
 	if (const auto at = keys.find(std::string(key)); at != keys.end())
 		return at->second.value;
 	if (const key_rule *known = find_key(rule->keys, key))
-		return known->fallback;
+		return known->default_value();
 	const key_rule *known = find_level_key(key, level);
-	return known ? known->fallback : 0;
+	return known ? known->default_value() : 0;
 }
 
 bool document_entry::is_known(std::string_view key) const
@@ -144,7 +144,7 @@ bool document_entry::is_known(std::string_view key) const
 	if (const auto at = keys.find(std::string(key)); at != keys.end())
 		return at->second.good;
 	const key_rule *known = find_key(rule->keys, key);
-	return known && !known->required;
+	return known && !known->is_required();
 }
 
 u32 document::combiner_id(u32 number) const

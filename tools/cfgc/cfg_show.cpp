@@ -66,7 +66,7 @@ std::string level_text(const combiner &combiner, const level &level)
 	if (level.chip_id != combiner.chip_id)
 		text = chip_text(level.chip_id) + " ";
 	text += hex(level.status) + " " + field_text(level);
-	text += level.en == no_register ? " (always enabled" : " (enable " + hex(level.en);
+	text += level.en == config::NO_REGISTER ? " (always enabled" : " (enable " + hex(level.en);
 	return text + (level.wc ? ", W1C)" : ")");
 }
 
@@ -79,7 +79,7 @@ std::string storm_text(u32 allow_max, u32 suppress_ms, u32 policy)
 bool has_default_storm(const leaf &leaf)
 {
 	const auto fallback = [](std::string_view key) {
-		return find_key(leaf_keys, key)->fallback;
+		return find_key(leaf_keys, key)->default_value();
 	};
 
 	return leaf.allow_max == fallback("allow_max") &&

@@ -166,7 +166,7 @@ private:
 							   : " is not a number; write ") +
 						  describe_values(*rule));
 		// A wrong value still counts as given: its absence is no second mistake.
-		entry.keys[name] = {good ? *value : rule->fallback, line, good};
+		entry.keys[name] = {good ? *value : rule->default_value(), line, good};
 	}
 
 	const key_rule *find_rule(const std::string &name, unsigned line)
@@ -185,9 +185,9 @@ private:
 			return rule;
 		if (entry.rule->is_leaf)
 			rule = find_level_key(name, level);
-		if (rule && level >= level_max) {
+		if (rule && level >= config::MAX_LEVELS) {
 			found.error(line, where + name + ": a leaf has at most " +
-						  std::to_string(level_max) +
+						  std::to_string(config::MAX_LEVELS) +
 						  " levels; l0_ to l4_ are read");
 			return nullptr;
 		}
@@ -204,7 +204,7 @@ private:
 		for (const key_rule &rule : entry.rule->keys)
 			if (is_slot || !rule.slot_only)
 				known.emplace_back(rule.name);
-		for (u32 level = 0; entry.rule->is_leaf && level < level_max; level++)
+		for (u32 level = 0; entry.rule->is_leaf && level < config::MAX_LEVELS; level++)
 			for (const key_rule &rule : level_keys)
 				known.push_back("l" + std::to_string(level) + "_" +
 						std::string(rule.name));
@@ -216,7 +216,7 @@ private:
 	void require_keys(unsigned line)
 	{
 		for (const key_rule &rule : entry.rule->keys)
-			if (rule.required && !entry.keys.contains(std::string(rule.name)))
+			if (rule.is_required() && !entry.keys.contains(std::string(rule.name)))
 				found.error(line, where + "key " + quoted(rule.name) +
 							  " is missing; it has no default");
 	}
@@ -256,7 +256,8 @@ private:
 	void check_level(const std::string &prefix)
 	{
 		for (const key_rule &rule : level_keys)
-			if (rule.required && !entry.keys.contains(prefix + std::string(rule.name)))
+			if (rule.is_required() &&
+			    !entry.keys.contains(prefix + std::string(rule.name)))
 				found.error(entry.line,
 					    where + "key " +
 						    quoted(prefix + std::string(rule.name)) +

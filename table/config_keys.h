@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// The configuration keys: their names, what stands for one that is absent, and how
+// many entries and levels are read. The driver reads by these rows; the tools
+// check and show by them what it will read.
+#ifndef TABLE_CONFIG_KEYS_H
+#define TABLE_CONFIG_KEYS_H
+
+#include "intr/types.h"
+
+namespace config {
+
+inline constexpr u32 MAX_CPU_ENTRIES = 16; // cpu_default_cfg0 to 15, cpu_cfg0 to 15
+inline constexpr u32 MAX_LEAF_ENTRIES = 128; // hwirq_cfg0 to 127
+inline constexpr u32 MAX_LEVELS = 5;
+
+inline constexpr u32 NO_REGISTER = 0xffffffff; // `en` of a level that is always enabled
+
+struct key {
+	const char *name;
+	const char *fallback; // when absent, decimal or 0x hexadecimal; null: it must be there
+};
+
+// Node global_cfg, entry common.
+namespace common {
+inline constexpr key cfg_type_bitmap = {"cfg_type_bitmap", "2"};
+inline constexpr key acpi_bitmap = {"acpi_bitmap", "0"};
+inline constexpr key gpio_bitmap = {"gpio_bitmap", "0"};
+inline constexpr key netlink_id = {"netlink_id", "30"};
+inline constexpr key combiner_bitmap = {"combiner_bitmap", "0"};
+} // namespace common
+
+// Node irq_combiner@N, entry global_cfg.
+namespace combiner {
+inline constexpr key chip_id = {"chip_id", "0xffffffff"};
+inline constexpr key allow_max = {"allow_max", "2500"};
+inline constexpr key suppress_ms = {"suppress_ms", "1000"};
+inline constexpr key policy = {"policy", "1"};
+inline constexpr key direct = {"direct", "0"};
+inline constexpr key gpio = {"gpio", "0"};
+inline constexpr key irq_type = {"irq_type", "8"};
+inline constexpr key int_type = {"int_type", "0"};
+inline constexpr key async = {"async", "0"};
+} // namespace combiner
+
+// Entries cpu_default_cfgN and cpu_cfgN.
+namespace cpu {
+inline constexpr key reg_addr = {"reg_addr", nullptr};
+inline constexpr key shift = {"shift", nullptr};
+inline constexpr key mask = {"mask", nullptr};
+inline constexpr key value = {"value", nullptr};
+} // namespace cpu
+
+// Entries hwirq_cfgN of a combiner or a slot.
+namespace leaf {
+inline constexpr key index_id = {"index_id", "0xffffffff"};
+inline constexpr key type = {"type", nullptr};
+inline constexpr key hwirq = {"hwirq", nullptr};
+inline constexpr key irq_type = {"irq_type", "8"};
+inline constexpr key allow_max = {"allow_max", "250"};
+inline constexpr key suppress_ms = {"suppress_ms", "1000"};
+inline constexpr key policy = {"policy", "1"};
+inline constexpr key level_num = {"level_num", "0"};
+inline constexpr key sync = {"sync", "0"};
+// Of a slot only. A leaf without it belongs to no combiner.
+inline constexpr key combiner_id = {"combiner_id", "0xffffffff"};
+} // namespace leaf
+
+// In a leaf's entry, each behind "l0_" to "l4_".
+namespace level {
+inline constexpr key chip_id = combiner::chip_id; // the combiner's own, where it has one
+inline constexpr key en = {"en", "0xffffffff"}; // NO_REGISTER
+inline constexpr key status = {"status", nullptr};
+inline constexpr key shift = {"shift", nullptr};
+inline constexpr key mask = {"mask", "1"};
+inline constexpr key wc = {"wc", "0"};
+} // namespace level
+
+} // namespace config
+
+#endif
