@@ -13,6 +13,18 @@
  * that the driver embeds are storage with room for the largest kernel
  * configuration (lock checking grows a mutex fivefold); each home asserts size
  * and alignment.
+ *
+ * A further kernel function X takes:
+ *	here			the prototype plat_X, and what it promises beyond X
+ *	platform/kernel.h	X for the driver: inline, [[nodiscard]] where it can fail
+ *	kernel/ a C file	plat_X over the kernel's X; a new file joins kernel/Kbuild
+ *	host/ same name .cpp	plat_X over the model: count_call(service::X) first, or
+ *				fails(service::X, ...) where it can be told to fail
+ *	host/services.inc	INFALLIBLE(X) or FALLIBLE(X), accordingly
+ *	scripts/allowed-symbols	every name that intr.ko now takes from the kernel
+ * The functions of kernel/ are noinline: in the guest a fault is a probe at the entry
+ * of plat_X, which returns in its place (sim/board/kernel_board.c). It must be passed
+ * by every call, so the compiler may not put the body where the call stands.
  */
 #ifndef INTR_PLATFORM_KERNEL_API_H
 #define INTR_PLATFORM_KERNEL_API_H
