@@ -33,41 +33,7 @@ constexpr char DRIVER_MODULE_DIR[] = "/sys/module/intr";
 constexpr char BUS_DRIVERS_DIR[] = "/sys/bus/platform/drivers/";
 constexpr char DRIVER_NAME[] = "irq_combiner";
 
-// What the kernel writes when something is wrong. A log that holds one of these
-// fails the scenario in which it appeared.
-constexpr const char *complaints[] = {
-	"WARNING",
-	"INFO: task",
-	"INFO: rcu",
-	"INFO: trying",
-	"possible irq",
-	"BUG",
-	"Oops",
-	"Call trace",
-	"Unbalanced",
-	"Kernel panic",
-	"Internal error",
-	"Unable to handle",
-	"possible recursive",
-	"possible circular",
-	"inconsistent lock",
-	"suspicious RCU",
-	"sleeping function",
-	"still has locks held",
-	"UBSAN",
-	"ODEBUG",
-	"unreferenced object",
-	"leaking at least",
-	"nobody cared",
-	"soft lockup",
-	"stall",
-	"refcount_t",
-	"corruption",
-	"enabled interrupts",
-	"did not update eff. affinity",
-	"is already registered, aborting",
-	"Unexpected driver unregister",
-};
+constexpr char COMPLAINTS[] = "/complaints"; // one a line, and comments
 
 int kernel_log = -1;
 
@@ -99,6 +65,16 @@ std::string whole_file(const std::string &path)
 
 	text << file.rdbuf();
 	return text.str();
+}
+
+// What the kernel writes when something is wrong. A log that holds one of these
+// fails the scenario in which it appeared.
+std::vector<std::string> complaints()
+{
+	std::vector<std::string> texts = lines_of(whole_file(COMPLAINTS));
+
+	std::erase_if(texts, [](const std::string &line) { return line.starts_with('#'); });
+	return texts;
 }
 
 // What belongs to the driver in /proc/interrupts: chips of leaves, and their actions.
@@ -219,15 +195,16 @@ bool start(firmware wanted)
 
 std::vector<std::string> finish()
 {
+	static const std::vector<std::string> bad = complaints();
 	std::vector<std::string> found;
 
+	if (bad.empty())
+		found.push_back(std::string("no list of complaints in ") + COMPLAINTS);
 	for (const std::string &line : new_kernel_lines()) {
-		for (const char *complaint : complaints) {
-			if (line.find(complaint) != std::string::npos) {
-				found.push_back("kernel log: " + line);
-				break;
-			}
-		}
+		if (std::any_of(bad.begin(), bad.end(), [&](const std::string &text) {
+			    return line.find(text) != line.npos;
+		    }))
+			found.push_back("kernel log: " + line);
 	}
 	for (const std::string &line : driver_interrupts())
 		found.push_back("left in /proc/interrupts: " + line);
