@@ -1,12 +1,30 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The configuration keys: their names, what stands for one that is absent, and how
-// many entries and levels are read. The driver reads by these rows; the tools
-// check and show by them what it will read.
+// The configuration keys: their names, what stands for one that is absent, what
+// values mean, and how many entries and levels are read. The driver reads by these
+// rows; the tools check and show by them what it will read.
 #ifndef TABLE_CONFIG_KEYS_H
 #define TABLE_CONFIG_KEYS_H
 
 #include "intr/types.h"
+
+// Linux trigger types, bits of `irq_type`.
+inline constexpr u32 DRV_INTR_TYPE_EDGE_RISING = 1;
+inline constexpr u32 DRV_INTR_TYPE_EDGE_FALLING = 2;
+inline constexpr u32 DRV_INTR_TYPE_LEVEL_HIGH = 4;
+inline constexpr u32 DRV_INTR_TYPE_LEVEL_LOW = 8;
+
+// `int_type`: where a combiner's parent line comes from.
+enum drv_intr_int_type : u32 {
+	DRV_INTR_EXTERNAL = 0,
+	DRV_INTR_GPIO = 1,
+	DRV_INTR_COMBINER = 2,
+};
+
+// Bits of `cfg_type_bitmap`: the sources of combiners in use.
+inline constexpr u32 DRV_INTR_CFG_ACPI = 1u << 0;
+inline constexpr u32 DRV_INTR_CFG_DTS = 1u << 1;
+inline constexpr u32 DRV_INTR_CFG_GPIO = 1u << 2;
 
 namespace config {
 
@@ -19,6 +37,25 @@ inline constexpr u32 NO_REGISTER = 0xffffffff; // `en` of a level that is always
 struct key {
 	const char *name;
 	const char *fallback; // when absent, decimal or 0x hexadecimal; null: it must be there
+};
+
+// The word that people read and write for a value.
+struct value_word {
+	u32 value;
+	const char *word;
+};
+
+inline constexpr value_word int_type_words[] = {
+	{DRV_INTR_EXTERNAL, "external"},
+	{DRV_INTR_GPIO, "gpio"},
+	{DRV_INTR_COMBINER, "combiner"},
+};
+
+inline constexpr value_word irq_type_words[] = {
+	{DRV_INTR_TYPE_EDGE_RISING, "rising"},
+	{DRV_INTR_TYPE_EDGE_FALLING, "falling"},
+	{DRV_INTR_TYPE_LEVEL_HIGH, "high"},
+	{DRV_INTR_TYPE_LEVEL_LOW, "low"},
 };
 
 // Node global_cfg, entry common.

@@ -41,9 +41,9 @@ std::optional<u32> pin_line(const combiner &combiner, diagnostics &found)
 std::optional<u32> card_line(const document &document, const combiner &combiner, diagnostics &found)
 {
 	switch (combiner.int_type) {
-	case origin_gpio:
+	case DRV_INTR_GPIO:
 		return pin_line(combiner, found);
-	case origin_combiner:
+	case DRV_INTR_COMBINER:
 		found.error(line_of(combiner),
 			    combiner.name() + ": stands behind leaf " +
 				    hex(document.card_number()) + "/" +
@@ -65,7 +65,7 @@ std::optional<u32> parent_line(const document &document, const combiner &combine
 
 	if (!document.is_board())
 		return card_line(document, combiner, found);
-	if (common.get("cfg_type_bitmap") & source_gpio &&
+	if (common.get("cfg_type_bitmap") & DRV_INTR_CFG_GPIO &&
 	    common.get("gpio_bitmap") >> combiner.id & 1)
 		return pin_line(combiner, found);
 	return combiner.id;

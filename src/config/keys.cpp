@@ -65,14 +65,9 @@ void drv_intr_get_card_combiner_bitmap(u32 inst_id, u32 &bitmap)
 	(void)drv_intr_get_cfg_by_map(inst_id, global_path, 1, &item); // it has a default
 }
 
-struct value_word {
-	u32 value;
-	const char *word;
-};
-
-template <u32 count> static const char *word_of(const value_word (&words)[count], u32 value)
+template <u32 count> static const char *word_of(const config::value_word (&words)[count], u32 value)
 {
-	for (const value_word &row : words) {
+	for (const config::value_word &row : words) {
 		if (row.value == value)
 			return row.word;
 	}
@@ -81,25 +76,12 @@ template <u32 count> static const char *word_of(const value_word (&words)[count]
 
 const char *drv_intr_get_int_type_desc(u32 int_type)
 {
-	static constexpr value_word words[] = {
-		{DRV_INTR_EXTERNAL, "external"},
-		{DRV_INTR_GPIO, "gpio"},
-		{DRV_INTR_COMBINER, "combiner"},
-	};
-
-	return word_of(words, int_type);
+	return word_of(config::int_type_words, int_type);
 }
 
 const char *drv_intr_get_irq_type_desc(u32 irq_type)
 {
-	static constexpr value_word words[] = {
-		{DRV_INTR_TYPE_EDGE_RISING, "rising"},
-		{DRV_INTR_TYPE_EDGE_FALLING, "falling"},
-		{DRV_INTR_TYPE_LEVEL_HIGH, "high"},
-		{DRV_INTR_TYPE_LEVEL_LOW, "low"},
-	};
-
-	return word_of(words, irq_type);
+	return word_of(config::irq_type_words, irq_type);
 }
 
 int drv_intr_get_xml_common_cfg(const char *cfg_name, u32 inst_id, drv_intr_common_cfg *common)

@@ -29,24 +29,6 @@ inline constexpr size_t DRV_INTR_NAME_SIZE = 32;
 inline constexpr char DRV_INTR_COMBINER_NAME[] = "irq_combiner";
 #define DRV_INTR_COMBINER_NAME_FORMAT "irq_combiner@%u"
 
-// Linux trigger types, bits of `irq_type`.
-inline constexpr u32 DRV_INTR_TYPE_EDGE_RISING = 1;
-inline constexpr u32 DRV_INTR_TYPE_EDGE_FALLING = 2;
-inline constexpr u32 DRV_INTR_TYPE_LEVEL_HIGH = 4;
-inline constexpr u32 DRV_INTR_TYPE_LEVEL_LOW = 8;
-
-// `int_type`: where a combiner's parent line comes from.
-enum drv_intr_int_type : u32 {
-	DRV_INTR_EXTERNAL = 0,
-	DRV_INTR_GPIO = 1,
-	DRV_INTR_COMBINER = 2,
-};
-
-// Bits of `cfg_type_bitmap`: the sources of combiners in use.
-inline constexpr u32 DRV_INTR_CFG_ACPI = 1u << 0;
-inline constexpr u32 DRV_INTR_CFG_DTS = 1u << 1;
-inline constexpr u32 DRV_INTR_CFG_GPIO = 1u << 2;
-
 struct drv_intr_global_cfg {
 	u32 cfg_type_bitmap;
 	u32 acpi_bitmap; // bit n: ACPI combiner n exists

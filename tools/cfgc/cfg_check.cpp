@@ -100,11 +100,12 @@ void check_board_common(const document &document, const document_entry &common, 
 		found.warning(line_of(common, "combiner_bitmap"),
 			      "global_cfg common: combiner_bitmap is read for a card only; "
 			      "remove it");
-	if (sources & source_acpi)
+	if (sources & DRV_INTR_CFG_ACPI)
 		check_bitmap(document, common, "acpi_bitmap", found);
-	if (sources & source_gpio)
+	if (sources & DRV_INTR_CFG_GPIO)
 		check_bitmap(document, common, "gpio_bitmap", found);
-	if ((sources & source_acpi) && (sources & source_gpio) && !(sources & source_dts) && both)
+	if ((sources & DRV_INTR_CFG_ACPI) && (sources & DRV_INTR_CFG_GPIO) &&
+	    !(sources & DRV_INTR_CFG_DTS) && both)
 		found.error(line_of(common, "gpio_bitmap"),
 			    "global_cfg common: acpi_bitmap and gpio_bitmap both name combiners " +
 				    hex(both) + "; give each combiner one source");
@@ -240,7 +241,7 @@ void check_combiner(const document &document, const combiner &combiner, diagnost
 	check_hwirqs(combiner, found);
 	if (combiner.direct)
 		check_direct(combiner, found);
-	if (!document.is_board() && combiner.int_type == origin_external && combiner.line)
+	if (!document.is_board() && combiner.int_type == DRV_INTR_EXTERNAL && combiner.line)
 		found.warning(combiner.line,
 			      combiner.name() + ": a card combiner without a parent line cannot "
 						"be brought up; set int_type to gpio or combiner");

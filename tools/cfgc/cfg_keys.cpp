@@ -11,28 +11,13 @@
 namespace cfg {
 namespace {
 
-using word = std::pair<std::string_view, u32>;
-
-constexpr auto trigger_words = std::to_array<word>({
-	{"rising", 1},
-	{"falling", 2},
-	{"high", 4},
-	{"low", 8},
-});
-
-constexpr auto origin_words = std::to_array<word>({
-	{"external", origin_external},
-	{"gpio", origin_gpio},
-	{"combiner", origin_combiner},
-});
-
-std::span<const word> words_of(words kind)
+std::span<const config::value_word> words_of(words kind)
 {
 	switch (kind) {
 	case words::trigger:
-		return trigger_words;
+		return config::irq_type_words;
 	case words::origin:
-		return origin_words;
+		return config::int_type_words;
 	case words::none:
 	case words::flag:
 		break;
@@ -40,9 +25,9 @@ std::span<const word> words_of(words kind)
 	return {};
 }
 
-std::string_view word_of(std::span<const word> list, u32 value)
+std::string_view word_of(std::span<const config::value_word> list, u32 value)
 {
-	for (const auto &[text, number] : list)
+	for (const auto &[number, text] : list)
 		if (number == value)
 			return text;
 	return "unknown";
@@ -109,7 +94,7 @@ numbered_name split_number(std::string_view name)
 
 std::optional<u32> parse_value(const key_rule &rule, std::string_view text)
 {
-	for (const auto &[name, number] : words_of(rule.words))
+	for (const auto &[number, name] : words_of(rule.words))
 		if (name == text)
 			return number;
 	return parse_number(text);
@@ -118,7 +103,7 @@ std::optional<u32> parse_value(const key_rule &rule, std::string_view text)
 bool in_range(const key_rule &rule, u32 value)
 {
 	if (rule.words == words::trigger)
-		return word_of(trigger_words, value) != "unknown";
+		return word_of(config::irq_type_words, value) != "unknown";
 	return value >= rule.min && value <= rule.max;
 }
 
@@ -140,12 +125,12 @@ std::string describe_values(const key_rule &rule)
 
 std::string_view trigger_word(u32 irq_type)
 {
-	return word_of(trigger_words, irq_type);
+	return word_of(config::irq_type_words, irq_type);
 }
 
 std::string_view origin_word(u32 int_type)
 {
-	return word_of(origin_words, int_type);
+	return word_of(config::int_type_words, int_type);
 }
 
 std::string nearest(std::string_view name, const std::vector<std::string> &candidates)

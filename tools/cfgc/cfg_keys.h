@@ -22,11 +22,6 @@ using tools::parse_number;
 
 inline constexpr u32 no_chip = 0xffffffff;
 
-// Bits of cfg_type_bitmap.
-inline constexpr u32 source_acpi = 1u << 0, source_dts = 1u << 1, source_gpio = 1u << 2;
-// Values of int_type.
-inline constexpr u32 origin_external = 0, origin_gpio = 1, origin_combiner = 2;
-
 enum class node_kind { global, combiner, slot };
 
 // How a value is written besides as a number.

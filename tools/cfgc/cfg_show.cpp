@@ -175,11 +175,11 @@ std::string header(const document &document)
 
 	const u32 sources = common.get("cfg_type_bitmap");
 	std::vector<std::string> names;
-	if (sources & source_acpi)
+	if (sources & DRV_INTR_CFG_ACPI)
 		names.push_back("ACPI (" + bitmap_text(common.get("acpi_bitmap")) + ")");
-	if (sources & source_dts)
+	if (sources & DRV_INTR_CFG_DTS)
 		names.push_back("device tree");
-	if (sources & source_gpio)
+	if (sources & DRV_INTR_CFG_GPIO)
 		names.push_back("GPIO pins (" + bitmap_text(common.get("gpio_bitmap")) + ")");
 	return "board, combiners from " + (names.empty() ? "nowhere" : join(names)) +
 	       ", netlink protocol " + std::to_string(common.get("netlink_id")) + "\n";
