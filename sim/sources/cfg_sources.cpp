@@ -45,7 +45,7 @@ std::optional<u32> card_line(const document &document, const combiner &combiner,
 		return pin_line(combiner, found);
 	case DRV_INTR_COMBINER:
 		found.error(line_of(combiner),
-			    combiner.name() + ": stands behind leaf " +
+			    combiner.name() + ": is cascaded to leaf " +
 				    hex(document.card_number()) + "/" +
 				    std::to_string(CARD_LEAF_TYPE) +
 				    " of another file; write its sources by hand, with that "

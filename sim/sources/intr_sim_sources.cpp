@@ -3,7 +3,7 @@
 // intr-sim-sources: prints a configuration written as XML as sources of the
 // virtual board's CPLD simulation, one command for each leaf.
 //
-// Exit code: 0 done, 1 mistakes in the input or combiners whose parent line the
+// Exit code: 0 done, 1 errors in the input or combiners whose parent line the
 // virtual board does not have (one line each on the standard error output), 2 wrong
 // usage or a file that cannot be read.
 #include <string>
@@ -25,7 +25,7 @@ int run(const std::string &input)
 		return code;
 	const std::string text = cfg::sources(document, found);
 	cfg::report(input, found);
-	return found.has_errors() ? cfg::exit_mistakes : cfg::print(text);
+	return found.has_errors() ? cfg::exit_errors : cfg::print(text);
 }
 
 } // namespace
@@ -35,7 +35,7 @@ int main(int argc, char **argv)
 	CLI::App app("Print a \"source\" command of the CPLD simulation for each leaf of a "
 		     "configuration.\n"
 		     "Mistakes are reported as FILE:LINE: error: WHAT; WHAT TO DO.\n"
-		     "Exit code: 0 done, 1 mistakes in FILE, 2 usage or file trouble.",
+		     "Exit code: 0 done, 1 errors in FILE, 2 usage or file I/O error.",
 		     "intr-sim-sources");
 	std::string input;
 
@@ -43,7 +43,7 @@ int main(int argc, char **argv)
 	try {
 		app.parse(argc, argv);
 	} catch (const CLI::ParseError &error) {
-		return app.exit(error) ? cfg::exit_trouble : cfg::exit_ok;
+		return app.exit(error) ? cfg::exit_failure : cfg::exit_ok;
 	}
 	return run(input);
 }

@@ -34,7 +34,7 @@ struct document_entry {
 
 	// The value as written, or the default of the entry's rule.
 	u32 get(std::string_view key) const;
-	// False when a mistake in the file leaves the value unknown.
+	// False when an error in the file leaves the value unknown.
 	bool is_known(std::string_view key) const;
 };
 
@@ -77,7 +77,7 @@ struct leaf {
 	std::optional<u32> slot; // backplane type; none: the combiner's own leaf
 	u32 index_id, type, hwirq, irq_type, sync, allow_max, suppress_ms, policy;
 	std::vector<level> levels;
-	// False when a mistake was reported that leaves these unknown.
+	// False when an error was reported that leaves these unknown.
 	bool has_identity, has_hwirq, has_levels;
 
 	// Leaves of two different backplanes are alternatives, never there at once.

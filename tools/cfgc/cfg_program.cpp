@@ -39,24 +39,24 @@ bool read_all(const std::string &path, std::string &content)
 
 } // namespace
 
-int trouble(const std::string &file, const std::string &what)
+int io_error(const std::string &file, const std::string &what)
 {
 	std::fprintf(stderr, "%s: %s: %s\n", program_invocation_short_name, file.c_str(),
 		     what.c_str());
-	return exit_trouble;
+	return exit_failure;
 }
 
 int read_file(const std::string &path, std::string &content)
 {
 	if (read_all(path, content))
 		return exit_ok;
-	return trouble(path, std::string("cannot be read: ") + std::strerror(errno));
+	return io_error(path, std::string("cannot be read: ") + std::strerror(errno));
 }
 
 int print(const std::string &text)
 {
 	if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout))
-		return trouble("standard output", std::strerror(errno));
+		return io_error("standard output", std::strerror(errno));
 	return exit_ok;
 }
 
@@ -77,7 +77,7 @@ int read_document(const std::string &path, document &document)
 		return code;
 	document = read_xml(content, found);
 	report(path, found);
-	return found.has_errors() ? exit_mistakes : exit_ok;
+	return found.has_errors() ? exit_errors : exit_ok;
 }
 
 } // namespace cfg

@@ -26,7 +26,7 @@ constexpr size_t label_max = 31;
 
 std::string quoted(std::string_view text)
 {
-	// Long or unprintable input is shown cut, so that one mistake stays one line.
+	// Long or unprintable input is shown cut, so that one error stays one line.
 	std::string result = "\"";
 	for (const char c : text.substr(0, 60))
 		result += static_cast<unsigned char>(c) < ' ' ? '?' : c;
@@ -165,7 +165,7 @@ private:
 							   ? " is out of range; write "
 							   : " is not a number; write ") +
 						  describe_values(*rule));
-		// A wrong value still counts as given: its absence is no second mistake.
+		// A wrong value still counts as given: its absence is no second error.
 		entry.keys[name] = {good ? *value : rule->default_value(), line, good};
 	}
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Reads a configuration written as XML and checks it. Every mistake becomes one
+// Reads a configuration written as XML and checks it. Every error becomes one
 // line that names the place and says what to do.
 #ifndef TOOLS_CFG_XML_H
 #define TOOLS_CFG_XML_H

@@ -3,7 +3,7 @@
 // intr-cfgc: checks a configuration written as XML and compiles it to the table
 // that the xml module loads.
 //
-// Exit code: 0 done, 1 mistakes in the input (one line each on the standard
+// Exit code: 0 done, 1 errors in the input (one line each on the standard
 // error output), 2 wrong usage or a file that cannot be read or written.
 #include <cerrno>
 #include <cstdio>
@@ -82,12 +82,12 @@ int compile(const cfg::document &document, const std::string &input, const std::
 
 	if (!cfg::write_table(document.to_table(), bytes, why)) {
 		std::fprintf(stderr, "%s:1: error: %s\n", input.c_str(), why.c_str());
-		return cfg::exit_mistakes;
+		return cfg::exit_errors;
 	}
 	if (is_same_file(input, output))
-		return cfg::trouble(output, "is the input itself; name another file behind -o");
+		return cfg::io_error(output, "is the input itself; name another file behind -o");
 	if (!replace_file(output, bytes))
-		return cfg::trouble(output,
+		return cfg::io_error(output,
 				    std::string("cannot be written: ") + std::strerror(errno));
 	return cfg::print(output + ": " + std::to_string(bytes.size()) + " bytes, " +
 			  summary(document) + "\n");
@@ -103,7 +103,7 @@ int dump(const std::string &input)
 	if (cfg::dump(cfg::bytes(content.begin(), content.end()), text))
 		return cfg::print(text);
 	std::fprintf(stderr, "%s: error: no valid table: %s\n", input.c_str(), text.c_str());
-	return cfg::exit_mistakes;
+	return cfg::exit_errors;
 }
 
 int run(job job, const std::string &input, const std::string &output)
@@ -125,7 +125,7 @@ int run(job job, const std::string &input, const std::string &output)
 	case job::dump:
 		break;
 	}
-	return cfg::exit_trouble;
+	return cfg::exit_failure;
 }
 
 } // namespace
@@ -134,7 +134,7 @@ int main(int argc, char **argv)
 {
 	CLI::App app("Check an interrupt combiner configuration and compile it to a table.\n"
 		     "Mistakes are reported as FILE:LINE: error: WHAT; WHAT TO DO.\n"
-		     "Exit code: 0 done, 1 mistakes in FILE, 2 usage or file trouble.",
+		     "Exit code: 0 done, 1 errors in FILE, 2 usage or file I/O error.",
 		     "intr-cfgc");
 	std::string input, output;
 	bool check = false, show = false, dump = false;
@@ -149,7 +149,7 @@ int main(int argc, char **argv)
 	try {
 		app.parse(argc, argv);
 	} catch (const CLI::ParseError &error) {
-		return app.exit(error) ? cfg::exit_trouble : cfg::exit_ok;
+		return app.exit(error) ? cfg::exit_failure : cfg::exit_ok;
 	}
 	const job job = check ? job::check : show ? job::show : dump ? job::dump : job::compile;
 	return run(job, input, output);
