@@ -27,6 +27,43 @@ die()
 	exit 1
 }
 
+progress_seconds=10
+
+# report_progress WHAT LOG: a line every few seconds with the last line of LOG,
+# for as long as this script lives.
+report_progress()
+{
+	local what=$1 log=$2 reported=$EPOCHSECONDS line
+	while sleep 1 && kill -0 $$ 2>/dev/null; do
+		[ $((EPOCHSECONDS - reported)) -ge $progress_seconds ] || continue
+		reported=$EPOCHSECONDS
+		line=$(tail -c 2000 "$log" 2>/dev/null | tr -d '\r' | grep -v '^[[:space:]]*$' | tail -n 1) || line=
+		say "$what: ${line:0:90}"
+	done
+}
+
+# with_progress LOG WHAT COMMAND...: runs the command, whose output goes to LOG, and
+# reports its progress. The command's exit code.
+with_progress()
+{
+	local log=$1 what=$2 reporter code=0
+	shift 2
+	report_progress "$what" "$log" &
+	reporter=$!
+	"$@" || code=$?
+	kill $reporter 2>/dev/null || true
+	wait $reporter 2>/dev/null || true
+	return $code
+}
+
+# to_log LOG COMMAND...: the command with its output in LOG and no input.
+to_log()
+{
+	local log=$1
+	shift
+	"$@" >"$log" 2>&1 </dev/null
+}
+
 # run_logged LOG WHAT COMMAND...: the command's output goes to LOG. A failure
 # shows the end of it above the one line that says what failed.
 run_logged()
@@ -34,7 +71,8 @@ run_logged()
 	local log=$1 what=$2
 	shift 2
 	mkdir -p "$(dirname "$log")"
-	if ! "$@" >"$log" 2>&1 </dev/null; then
+	: >"$log"
+	if ! with_progress "$log" "$what" to_log "$log" "$@"; then
 		tail -n 40 "$log" >&2
 		die "$what failed; the whole output is in $log"
 	fi
@@ -55,20 +93,23 @@ install_missing()
 	export DEBIAN_FRONTEND=noninteractive
 	apt-get -qq update >&2 ||
 		die "apt-get update failed; repair the machine's package sources or network, then try again"
-	apt-get -qq -y --no-install-recommends install "${missing[@]}" >"$build/logs/install.log" 2>&1 ||
+	with_progress "$build/logs/install.log" "installing" to_log "$build/logs/install.log" \
+		apt-get -qq -y --no-install-recommends install "${missing[@]}" ||
 		die "apt-get could not install ${missing[*]}; see $build/logs/install.log"
 }
 
-# cmake_build DIRECTORY SOURCE OPTION...: configures and builds. A directory that
-# was configured for another place of the project is made anew.
+# cmake_build DIRECTORY SOURCE "TARGET..." OPTION...: configures, and builds these
+# targets, or all without any. A directory that was configured for another place of
+# the project is made anew.
 cmake_build()
 {
-	local directory=$1 source=$2 name=${1##*/}
-	shift 2
+	local directory=$1 source=$2 name=${1##*/} targets
+	read -ra targets <<<"${3:-all}"
+	shift 3
 	grep -qsx "CMAKE_HOME_DIRECTORY:INTERNAL=$source" "$directory/CMakeCache.txt" ||
 		rm -rf "$directory"
 	run_logged "$build/logs/$name-configure.log" "configuring $name" \
 		cmake -S "$source" -B "$directory" "$@"
 	run_logged "$build/logs/$name-build.log" "building $name" \
-		cmake --build "$directory" --parallel "$(nproc)"
+		cmake --build "$directory" --parallel "$(nproc)" --target "${targets[@]}"
 }
