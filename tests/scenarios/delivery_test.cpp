@@ -233,6 +233,7 @@ TEST_F(Delivery, quiet_branches_cost_two_reads)
 	clear_trace();
 	fire(c.leaves[0]);
 	expect_events(1);
+	EXPECT_EQ(unregist(c.leaves[0]), 0); // waits until the scan is through
 	size_t quiet = 0, busy = 0, scans = 0;
 	for (const std::string &line : trace()) {
 		if (!line.starts_with("read "))

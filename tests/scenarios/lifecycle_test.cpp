@@ -82,7 +82,7 @@ TEST_F(Lifecycle, bring_up_to_the_letter)
 	clear_log();
 	clear_trace();
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
-	EXPECT_TRUE(eventually([&] { return logged("[drv_intr_combiner_thread]enter, intr4"); }));
+	await_thread(c);
 	std::vector<std::string> lines = log();
 	std::erase(lines, "2 [drv_intr_combiner_thread]enter, intr4"); // comes when it runs
 	EXPECT_EQ(lines, bring_up_lines(ask("board", "virq line:4")));
@@ -124,9 +124,10 @@ TEST_F(Lifecycle, logging_refuses_the_driver)
 {
 	command("log_ctl", "fail_register -7");
 	EXPECT_EQ(testbed::load(), -22);
-	EXPECT_NE(testbed::read("log").find("0 1 [intr module init]log register fail, module-id=62, "
+	EXPECT_NE(
+		testbed::read("log").find("0 1 [intr module init]log register fail, module-id=62, "
 					  "ret=0xfffffff9"),
-		  std::string::npos)
+		std::string::npos)
 		<< testbed::read("log");
 	load();
 }

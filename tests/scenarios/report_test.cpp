@@ -462,6 +462,7 @@ TEST_F(ReportTrace, switched_off_an_occurrence_writes_nothing)
 	sync.leaves[0].sync = 1;
 	configure({sync, async, direct});
 	load();
+	await_thread(async);
 	EXPECT_EQ(set_proc("debug_irq", std::to_string(line_virq(0))), 0);
 	for (const combiner &c : {sync, async, direct})
 		ASSERT_EQ(regist(c.leaves[0], "quiesce=" + c.leaves[0].name), 0);
@@ -522,6 +523,7 @@ TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
 	c.async = 1;
 	configure({other, c});
 	load();
+	await_thread(c);
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	ASSERT_EQ(regist(other.leaves[0]), 0);
 	const long virq = line_virq(1);

@@ -490,6 +490,15 @@ void Scenario::clear_log()
 	command("log_ctl", "clear");
 }
 
+void Scenario::await_thread(const combiner &combiner)
+{
+	EXPECT_TRUE(eventually([&] {
+		return logged("[drv_intr_combiner_thread]enter, intr" +
+			      std::to_string(combiner.id));
+	})) << "the thread of combiner "
+	    << combiner.id << " does not run";
+}
+
 std::vector<std::string> Scenario::trace()
 {
 	return testbed::lines_of(testbed::read("cpld_trace"));

@@ -173,11 +173,16 @@ protected:
 	size_t count_logged(const std::string &text);
 	bool logged(const std::string &text) { return count_logged(text) != 0; }
 	void clear_log();
+	// A combiner's thread logs a line when it first runs, which on a busy machine
+	// can be long after the load. Waits for that line: not after clear_log().
+	void await_thread(const combiner &combiner);
 	std::vector<std::string> trace();
 	void clear_trace();
 
 	// Prints log and trace so far, with interrupt numbers taken out, for the
-	// comparison between the two homes; only where their order is fixed.
+	// comparison between the two homes. Only where their order is fixed: all that
+	// one thread did, or one interrupt; not a delivery, whose scan goes on beside
+	// the leaf's thread and beside the scenario.
 	void record();
 	void record(const char *kind, const std::vector<std::string> &lines);
 
