@@ -184,15 +184,6 @@ TEST_F(cpld, same_register_number_of_another_instance_or_chip_is_another_registe
 	EXPECT_EQ(value, 0u);
 }
 
-TEST_F(cpld, level_without_enable_register_is_always_enabled_and_writing_it_succeeds)
-{
-	run("source a 0xffffffff 3 2:0xffffffff:0x21:0:1:level");
-	EXPECT_EQ(write_field(0xffffffff, 0, 1), 0);
-	EXPECT_EQ(read_field(0xffffffff, 0), 0u);
-	run("assert a");
-	EXPECT_EQ(cpld_sim_line_level(3), 1);
-}
-
 TEST_F(cpld, hook_hears_of_every_change_on_the_way_to_a_line)
 {
 	two_sources();
@@ -308,47 +299,6 @@ TEST_F(cpld, source_that_contradicts_the_wiring_is_refused_and_leaves_nothing)
 	run("source c 0xffffffff 3 2:0x10:0x11:4:1:level 2:0x20:0x21:2:1:latched");
 }
 
-TEST_F(cpld, trace_shows_accesses_and_marks_in_order_and_failures_with_their_result)
-{
-	u32 value = 0;
-
-	two_sources();
-	write_field(0x20, 0, 1); // not traced: off
-	run("trace on");
-	write_field(0x20, 1, 1);
-	read_field(0x20, 0, 3);
-	run("mark handler index=0x12 type=3");
-	run("fail read 1 1 -5");
-	EXPECT_EQ(drv_cpld_read(board, chip, {0x21, 1}, 1, &value), -5);
-	clear(0x21, 2);
-	read_register(0x21);
-	run("trace off");
-	read_register(0x21);
-	EXPECT_EQ(read_control("cpld_trace"),
-		  (std::vector<std::string>{
-			  "write inst=0xffffffff chip=2 reg=0x20 shift=1 mask=0x1 value=0x1",
-			  "read inst=0xffffffff chip=2 reg=0x20 shift=0 mask=0x3 value=0x3",
-			  "mark handler index=0x12 type=3",
-			  "read inst=0xffffffff chip=2 reg=0x21 shift=1 mask=0x1 value=0x0 ret=-5",
-			  "reg_write inst=0xffffffff chip=2 reg=0x21 value=0x2",
-			  "reg_read inst=0xffffffff chip=2 reg=0x21 value=0x0",
-		  }));
-	run("trace clear");
-	EXPECT_TRUE(read_control("cpld_trace").empty());
-}
-
-TEST_F(cpld, full_trace_keeps_its_start_and_says_what_it_dropped)
-{
-	run("trace on");
-	run("mark first");
-	for (int i = 0; i < 16384 + 9; i++)
-		read_field(1, 0);
-	const std::vector<std::string> trace = read_control("cpld_trace");
-	EXPECT_EQ(trace.front(), "mark first");
-	EXPECT_EQ(trace.back(), "dropped 10");
-	EXPECT_EQ(trace.size(), 16384u + 1);
-}
-
 TEST_F(cpld, failure_strikes_the_nth_access_of_its_kind_and_has_no_effect_there)
 {
 	run("fail write 2 2 -5");
@@ -369,22 +319,6 @@ TEST_F(cpld, failure_strikes_the_nth_access_of_its_kind_and_has_no_effect_there)
 	for (const char *line : {"fail read 0 1 -5", "fail read 1 0 -5", "fail read 1 1 0",
 				 "fail some 1 1 -5", "fail read 1 1 -5 x", "fail"})
 		EXPECT_EQ(write_control("cpld", line).code, -EINVAL) << line;
-}
-
-TEST_F(cpld, poke_peek_and_line_bypass_trace_and_failures)
-{
-	two_sources();
-	run("trace on");
-	run("fail any 1 9 -5");
-	run("poke 0xffffffff 2 0x10 0x10");
-	run("poke 0xffffffff 2 0x20 1");
-	run("poke 0xffffffff 2 0x21 3"); // as if both sources had fired
-	EXPECT_EQ(write_control("cpld", "peek 0xffffffff 2 0x11").reply, "0x10");
-	EXPECT_EQ(write_control("cpld", "line 3").reply, "1");
-	run("poke 0xffffffff 2 0x21 2");
-	EXPECT_EQ(write_control("cpld", "line 3").reply, "0");
-	EXPECT_EQ(write_control("cpld", "line 99").reply, "0");
-	EXPECT_TRUE(read_control("cpld_trace").empty());
 }
 
 TEST_F(cpld, accesses_and_sources_from_many_threads_lose_nothing)

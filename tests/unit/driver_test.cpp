@@ -133,17 +133,6 @@ protected:
 		       eventually([&] { return calls[number] > before; });
 	}
 
-	// The driver's lines since the last look, once nothing runs any more.
-	static std::vector<std::string> take_log()
-	{
-		EXPECT_EQ(host_wait_idle(10000), 0);
-		std::vector<std::string> lines = read_control("log");
-		std::erase_if(lines,
-			      [](const std::string &line) { return !line.starts_with("62 "); });
-		write_control("log_ctl", "clear");
-		return lines;
-	}
-
 	cfg::table table_;
 	bool loaded_ = false;
 	printed_lines unseen_; // the log goes to its ring; not to the terminal too
@@ -157,8 +146,6 @@ template <typename T> size_t length(list<T> &items)
 		count++;
 	return count;
 }
-
-} // namespace
 
 TEST_F(Driver, cpu_register_gets_its_field_and_keeps_the_rest)
 {
@@ -181,14 +168,6 @@ TEST_F(Driver, cpu_register_gets_its_field_and_keeps_the_rest)
 		ASSERT_EQ(host_mmio_log(log, 64), seen + 2);
 		EXPECT_TRUE(!log[seen].write && log[seen + 1].write);
 	}
-	const size_t seen = host_mmio_log(nullptr, 0);
-	host_fault("plat_ioremap", 1, 0);
-	EXPECT_EQ(drv_intr_cpu_reg_conf(reg, 0, 0xff, 0x11), -1);
-	EXPECT_EQ(host_mmio_log(nullptr, 0), seen);
-	host_fault("plat_ioremap", 2, 0); // the write's
-	EXPECT_EQ(drv_intr_cpu_reg_conf(reg, 0, 0xff, 0x11), -1);
-	EXPECT_EQ(host_mmio_log(nullptr, 0), seen + 1);
-	EXPECT_EQ(host_mmio_get(reg), 0xa5a5a5a5);
 }
 
 TEST_F(Driver, key_table_stops_at_a_missing_required_key)
@@ -267,37 +246,6 @@ TEST_F(Driver, lookups_give_the_first_in_list_order)
 	EXPECT_EQ(drv_intr_get_combiner(99), nullptr);
 }
 
-TEST_F(Driver, combiner_without_a_device_owns_its_firmware_node)
-{
-	node(5)["hwirq_cfg0"] = leaf_keys(0);
-	install();
-	struct {
-		const char *fault;
-		int ret;
-		unsigned long freed;
-	} const rows[] = {
-		{"plat_irq_domain_alloc_named_fwnode", -ENOMEM, 0},
-		{"plat___irq_domain_add", -ENOMEM, 1},
-		{nullptr, 0, 1},
-	};
-
-	for (const auto &row : rows) {
-		SCOPED_TRACE(row.fault ? row.fault : "no fault");
-		const mutex_guard guard(g_drv_intr_lock);
-		const unsigned long freed = host_calls("plat_irq_domain_free_fwnode");
-		drv_intr_combiner *combiner = soft(5);
-		if (row.fault)
-			host_fault(row.fault, 1, 0);
-		EXPECT_EQ(drv_intr_combiner_init(*combiner, nullptr, host_line_virq(5)), row.ret);
-		host_fault_off();
-		EXPECT_EQ(combiner->domain != nullptr, row.ret == 0);
-		EXPECT_EQ(combiner->fwnode != nullptr, row.ret == 0);
-		EXPECT_EQ(drv_mapping_irq(0, TYPE) != 0, row.ret == 0);
-		drv_intr_combiner_remove(*combiner);
-		EXPECT_EQ(host_calls("plat_irq_domain_free_fwnode"), freed + row.freed);
-	}
-}
-
 // Many controllers cannot move their lines at all.
 TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 {
@@ -329,22 +277,6 @@ TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 	plat_irq_domain_remove(domain);
 }
 
-TEST_F(Driver, interrupt_path_writes_no_line_takes_no_memory_and_never_sleeps)
-{
-	load_two_leaves(0);
-	take_log();
-	const unsigned long memory = host_calls("plat_kzalloc");
-	const unsigned long locks = host_calls("plat_mutex_lock");
-	const unsigned long naps = host_calls("plat_msleep");
-
-	for (u32 i = 0; i < 200; i++)
-		ASSERT_TRUE(deliver(i % 2));
-	EXPECT_THAT(take_log(), IsEmpty());
-	EXPECT_EQ(host_calls("plat_kzalloc"), memory);
-	EXPECT_EQ(host_calls("plat_mutex_lock"), locks);
-	EXPECT_EQ(host_calls("plat_msleep"), naps);
-}
-
 // Each interrupt is pending when the thread opens the parent line again: one that
 // the thread forgets, or sleeps over, leaves the line closed for good. The moment
 // is some nanoseconds long: many attempts.
@@ -364,3 +296,5 @@ TEST_F(Driver, combiner_thread_loses_no_wake_up)
 	EXPECT_EQ(host_irq_depth(host_line_virq(0)), 0);
 	EXPECT_TRUE(deliver(0));
 }
+
+} // namespace

@@ -219,27 +219,6 @@ TEST_F(monitor, set_twice_and_unset_of_an_unknown_line_are_refused)
 	EXPECT_EQ(state(), 0);
 }
 
-TEST_F(monitor, refusals_strike_the_nth_call_once)
-{
-	EXPECT_EQ(write_control("monitor", "refuse set 2 -7").code, 0);
-	EXPECT_EQ(set(1, 1000), 0);
-	EXPECT_EQ(unset(), 0);
-	EXPECT_EQ(set(1, 1000), -7);
-	EXPECT_EQ(set(1, 1000), 0);
-	EXPECT_EQ(write_control("monitor", "refuse unset 1 -8").code, 0);
-	EXPECT_EQ(unset(), -8);
-	EXPECT_EQ(unset(), -2); // reported, and yet no longer watched
-	write_control("monitor", "refuse set 1 -7");
-	write_control("monitor", "off");
-	EXPECT_EQ(set(1, 1000), 0);
-	for (const char *line : {"refuse", "refuse get 1 -5", "refuse set 0 -5", "refuse set 1 0",
-				 "refuse set 1 -5 6", "on", ""}) {
-		const control_result result = write_control("monitor", line);
-		EXPECT_EQ(result.code, -EINVAL) << line;
-		EXPECT_EQ(result.reply.rfind("monitor: ", 0), 0u) << line;
-	}
-}
-
 TEST_F(monitor, storms_on_two_threads_against_set_and_unset_leave_the_line_balanced)
 {
 	std::atomic<bool> end = false;

@@ -111,17 +111,6 @@ protected:
 	}
 };
 
-TEST_F(xml_table_test, looks_up_what_was_written)
-{
-	ASSERT_EQ(0, install(write(example())));
-	EXPECT_EQ("30", lookup(XML_TABLE_BOARD, "global_cfg", "common", "netlink_id"));
-	EXPECT_EQ("0", lookup(XML_TABLE_BOARD, "irq_combiner@0", "global_cfg", "async"));
-	EXPECT_EQ("7", lookup(XML_TABLE_BOARD, "irq_combiner@0", "hwirq_cfg0", "hwirq"));
-	EXPECT_EQ("4294967295",
-		  lookup(XML_TABLE_BOARD, "irq_combiner@10", "global_cfg", "chip_id"));
-	EXPECT_TRUE(exists(XML_TABLE_BOARD, "irq_combiner@0", "hwirq_cfg1"));
-}
-
 TEST_F(xml_table_test, finds_nothing_that_was_not_written)
 {
 	u32 value = 77;
@@ -341,7 +330,7 @@ TEST(xml_table_open, random_damage_never_leads_outside)
 	EXPECT_GT(opened, 0) << "the damage never got past the checks: it tests nothing";
 }
 
-TEST_F(xml_table_test, limits_of_size_and_number)
+TEST_F(xml_table_test, size_and_number_of_tables_are_limited)
 {
 	cfg::table big;
 	std::string why;
