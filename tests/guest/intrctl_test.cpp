@@ -153,8 +153,6 @@ private:
 	pid_t pid_;
 };
 
-} // namespace
-
 class Intrctl : public Scenario {
 protected:
 	struct outcome {
@@ -192,8 +190,7 @@ protected:
 	void load_two_leaves()
 	{
 		board_ = make_combiner(1, 2);
-		configure({board_});
-		load();
+		load({board_});
 	}
 	const leaf &first() const { return board_.leaves[0]; }
 	const leaf &second() const { return board_.leaves[1]; }
@@ -253,9 +250,9 @@ protected:
 	combiner board_;
 };
 
-static const words watch_first = {"watch", "0x100", "3"};
+const words watch_first = {"watch", "0x100", "3"};
 
-static words with(words words, const rig::words &more)
+words with(words words, const rig::words &more)
 {
 	words.insert(words.end(), more.begin(), more.end());
 	return words;
@@ -568,8 +565,7 @@ TEST_F(Intrctl, reports_are_those_of_the_driver)
 
 TEST_F(Intrctl, a_report_that_is_cut_says_so)
 {
-	configure({make_combiner(1, 100), make_combiner(2, 100)});
-	load();
+	load({make_combiner(1, 100), make_combiner(2, 100)});
 	const outcome report = run({"report", "cfg"});
 	EXPECT_EQ(report.code, 0);
 	EXPECT_EQ(report.out.size(), DRV_INTR_REPORT_MAX - 1);
@@ -577,7 +573,7 @@ TEST_F(Intrctl, a_report_that_is_cut_says_so)
 }
 
 // Card 5 with one combiner and one leaf, behind the board's first GPIO pin.
-static combiner make_card()
+combiner make_card()
 {
 	combiner card = make_card_combiner(5, 0, 1);
 
@@ -591,8 +587,7 @@ TEST_F(Intrctl, cards_come_and_go)
 		return proc("runtime").find("combiner52\n") != std::string::npos;
 	};
 
-	configure({make_card()});
-	load();
+	load({make_card()});
 	expect_done({"card", "up", "--card", "5"});
 	EXPECT_TRUE(is_up());
 	expect_refused({"card", "up", "0x05000000"}, 1,
@@ -615,8 +610,7 @@ TEST_F(Intrctl, watch_tells_that_a_card_has_gone)
 	const leaf &leaf = card.leaves[0];
 
 	board_ = make_combiner(1, 1);
-	configure({board_, card});
-	load();
+	load({board_, card});
 	expect_done({"card", "up", "--card", "5"});
 	program watch(
 		{"watch", std::to_string(leaf.index), std::to_string(leaf.type), "0x100", "3"});
@@ -638,5 +632,7 @@ TEST_F(Intrctl, device_that_is_missing_or_closed)
 	EXPECT_EQ(nobody.err(), "intrctl: /dev/intr: no permission; run as root\n");
 	EXPECT_EQ(nobody.out(), "");
 }
+
+} // namespace
 
 } // namespace rig

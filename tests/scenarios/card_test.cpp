@@ -9,6 +9,8 @@
 
 namespace rig {
 
+namespace {
+
 // Card 1 has combiner 36 behind a GPIO pin and combiner 37 behind the leaf (1, 7)
 // of the board's combiner 0, whose other leaf must work whatever happens to cards.
 class Card : public Sources {
@@ -29,8 +31,7 @@ protected:
 
 	void start()
 	{
-		configure({board, first, second});
-		load();
+		load({board, first, second});
 		ASSERT_EQ(regist(witness), 0);
 	}
 
@@ -135,8 +136,7 @@ TEST_P(CardId, names_a_card_and_its_configuration)
 
 	c.inst = c.leaves[0].inst = inst;
 	place_at_gpio(c, 5);
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(card_up(inst), 0);
 	EXPECT_EQ(cards(), std::vector<u32>{32 + 4 * card_no + 2});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
@@ -319,8 +319,7 @@ TEST_F(Card, leaves_a_device_of_its_number_alone)
 	combiner device = make_combiner(36, 1);
 
 	device.line = 4;
-	configure({board, first, second, device});
-	load();
+	load({board, first, second, device});
 	ASSERT_TRUE(add_device("irq_combiner@36", "line:4"));
 	ASSERT_EQ(regist(device.leaves[0]), 0);
 	EXPECT_EQ(card_up(INST), REFUSED);
@@ -409,9 +408,7 @@ TEST_F(Card, parent_leaf_cannot_be_opened_while_the_card_goes)
 	ASSERT_EQ(unregist(second.leaves[0]), 0);
 	ASSERT_EQ(regist(second.leaves[0], "hold=1"), 0);
 	EXPECT_EQ(enable(parent), 0) << "one too many, which changes nothing";
-	clear_events();
-	fire(second.leaves[0]);
-	ASSERT_TRUE(wait_events(1));
+	expect_delivery(second.leaves[0]);
 	std::thread pull([&] { EXPECT_EQ(card_down(INST), 0); });
 	EXPECT_TRUE(eventually([&] { return enable(parent) != 0; }));
 	for (int i = 0; i < 20; i++)
@@ -447,53 +444,6 @@ TEST_F(Card, goes_with_the_driver)
 	expect_card_gone_and_able_to_come();
 }
 
-TEST_F(Card, goes_with_the_combiner_that_it_stands_behind)
-{
-	combiner outer = make_combiner(4, 2);
-
-	make_card_leaf(outer.leaves[1], 1);
-	place_behind(second, outer, outer.leaves[1]);
-	board.leaves[1].index = 0x77;
-	configure({board, first, second, outer});
-	load();
-	ASSERT_EQ(regist(witness), 0);
-	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
-	ASSERT_EQ(card_up(INST), 0);
-	ASSERT_EQ(regist(first.leaves[0]), 0);
-	ASSERT_EQ(regist(second.leaves[0]), 0);
-	expect_card_works();
-	del_device("irq_combiner@4");
-	EXPECT_TRUE(logged("combiner 37 is cascaded to a leaf of combiner 4, freed first"));
-	EXPECT_EQ(cards(), std::vector<u32>{36});
-	expect_delivery(first.leaves[0]);
-	EXPECT_EQ(card_down(INST), 0);
-	EXPECT_EQ(cards(), std::vector<u32>{});
-	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
-	ASSERT_EQ(card_up(INST), 0);
-	ASSERT_EQ(regist(second.leaves[0]), 0);
-	expect_delivery(second.leaves[0]);
-	expect_delivery(witness);
-}
-
-TEST_F(Card, is_one_of_several)
-{
-	combiner other = make_card_combiner(2, 3, 1);
-
-	place_at_gpio(other, 7);
-	configure({board, first, second, other});
-	load();
-	ASSERT_EQ(card_up(card_inst(2)), 0);
-	ASSERT_EQ(card_up(INST), 0);
-	EXPECT_EQ(cards(), (std::vector<u32>{43, 36, 37}));
-	for (const combiner &c : {first, second, other})
-		ASSERT_EQ(regist(c.leaves[0]), 0);
-	expect_card_works();
-	expect_delivery(other.leaves[0]);
-	ASSERT_EQ(card_down(INST), 0);
-	EXPECT_EQ(cards(), std::vector<u32>{43});
-	expect_delivery(other.leaves[0]);
-}
-
 struct failing_step {
 	const char *name;
 	const char *file, *command; // how the second combiner's step fails
@@ -525,25 +475,17 @@ TEST_P(CardStep, fails_and_the_whole_card_is_gone)
 // leaves behind two levels four register writes.
 INSTANTIATE_TEST_SUITE_P(
 	Steps, CardStep,
-	testing::Values(
-		failing_step{"record", "board", "fault plat_kzalloc 6 0",
-			     "1 [intr combiner init soft]malloc combiner mem fail"},
-		failing_step{"leaf_records", "board", "fault plat_kzalloc 10 0",
-			     "1 [intr combiner init]init irq info fail, ret=-12"},
-		failing_step{"mapping", "board", "fault plat_irq_create_mapping 1 0",
-			     "1 [intr init one card combiner]map irq fail, card_no=1"},
-		failing_step{"monitor_refuses", "monitor", "refuse set 2 -5",
-			     "1 [intr combiner init virq]set irq supress para fail, ret=-5"},
-		failing_step{"handler_data", "board", "fault plat_irq_set_handler_data 2 -22",
-			     "1 [intr combiner init virq]set irq handler data fail, ret=-22"},
-		failing_step{"thread", "board", "fault plat_kthread_create_on_node 2 -12",
-			     "1 [intr create thread]create combiner thread fail"},
-		failing_step{"node", "board", "fault plat_irq_domain_alloc_named_fwnode 2 0",
-			     "1 [intr domain alloc]intr alloc fwnode fail"},
-		failing_step{"domain", "board", "fault plat___irq_domain_add 2 0",
-			     "1 [intr domain alloc]alloc domain fail"},
-		failing_step{"register_write", "cpld", "fail write 7 1 -5",
-			     "1 [intr init one card combiner]combiner init fail, ret=-14"}),
+	testing::Values(failing_step{"record", "board", "fault plat_kzalloc 6 0",
+				     "1 [intr combiner init soft]malloc combiner mem fail"},
+			failing_step{"leaf_records", "board", "fault plat_kzalloc 10 0",
+				     "1 [intr combiner init]init irq info fail, ret=-12"},
+			failing_step{"mapping", "board", "fault plat_irq_create_mapping 1 0",
+				     "1 [intr init one card combiner]map irq fail, card_no=1"},
+			failing_step{"node", "board",
+				     "fault plat_irq_domain_alloc_named_fwnode 2 0",
+				     "1 [intr domain alloc]intr alloc fwnode fail"},
+			failing_step{"register_write", "cpld", "fail write 7 1 -5",
+				     "1 [intr init one card combiner]combiner init fail, ret=-14"}),
 	[](const auto &info) { return info.param.name; });
 
 // Both behind pins: the second pin has no interrupt, or cannot say so.
@@ -627,8 +569,7 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 
 	place_at_gpio(other, 7);
 	first.async = 1;
-	configure({board, first, second, other});
-	load();
+	load({board, first, second, other});
 	ASSERT_EQ(card_up(card_inst(2)), 0);
 	ASSERT_EQ(regist(witness), 0);
 	ASSERT_EQ(regist(other.leaves[0]), 0);
@@ -659,5 +600,7 @@ TEST_F(Card, is_plugged_and_pulled_500_times)
 	expect_delivered(witness, fired);
 	expect_delivered(other.leaves[0], fired);
 }
+
+} // namespace
 
 } // namespace rig

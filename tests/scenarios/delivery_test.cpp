@@ -8,6 +8,8 @@
 
 namespace rig {
 
+namespace {
+
 class Delivery : public Scenario {
 protected:
 	// Accesses that change something, and the client's marks.
@@ -38,7 +40,7 @@ protected:
 	}
 };
 
-static std::string handler_mark(const leaf &leaf)
+std::string handler_mark(const leaf &leaf)
 {
 	char text[64];
 
@@ -46,7 +48,7 @@ static std::string handler_mark(const leaf &leaf)
 	return text;
 }
 
-static std::string enable_write(const leaf &leaf, u32 value)
+std::string enable_write(const leaf &leaf, u32 value)
 {
 	const level &level = leaf.levels.back();
 	char text[128];
@@ -57,7 +59,7 @@ static std::string enable_write(const leaf &leaf, u32 value)
 	return text;
 }
 
-static std::string clear_write(const leaf &leaf)
+std::string clear_write(const leaf &leaf)
 {
 	const level &level = leaf.levels.back();
 	char text[128];
@@ -75,8 +77,7 @@ TEST_F(Delivery, active_leaves_are_called_once_each_in_configuration_order)
 		leaf.sync = 1;
 	// Configuration order is not the order of numbers or registers.
 	std::swap(c.leaves[0], c.leaves[3]);
-	configure({c});
-	load();
+	load({c});
 	for (const leaf &leaf : c.leaves)
 		ASSERT_EQ(regist(leaf), 0);
 	fire_together({c.leaves[0], c.leaves[2], c.leaves[3]});
@@ -103,8 +104,7 @@ TEST_P(LeafTrace, mask_clear_handler_clear_unmask)
 
 	c.async = GetParam().async;
 	c.leaves[0].sync = GetParam().sync;
-	configure({c});
-	load();
+	load({c});
 	const leaf &leaf = c.leaves[0];
 	ASSERT_EQ(regist(leaf), 0);
 	clear_trace();
@@ -131,8 +131,7 @@ TEST_F(Delivery, contexts_and_names)
 	threaded.async = 1;
 	hard.leaves[0].sync = 1;
 	threaded.leaves[0].sync = 1;
-	configure({hard, threaded});
-	load();
+	load({hard, threaded});
 	EXPECT_FALSE(testbed::thread_exists("intr0-handler"));
 	EXPECT_TRUE(testbed::thread_exists("intr1-handler"));
 	for (const combiner &c : {hard, threaded}) {
@@ -176,8 +175,7 @@ TEST_F(Delivery, chains_of_one_to_five_levels)
 		leaf.sync = depth % 2;
 		c.leaves.push_back(leaf);
 	}
-	configure({c});
-	load();
+	load({c});
 	for (const leaf &leaf : c.leaves) {
 		ASSERT_EQ(regist(leaf, "quiesce=" + leaf.name), 0);
 		clear_events();
@@ -194,8 +192,7 @@ TEST_F(Delivery, a_full_combiner_loses_and_doubles_nothing)
 
 	for (leaf &leaf : c.leaves)
 		leaf.sync = leaf.index % 2;
-	configure({c});
-	load();
+	load({c});
 	for (const leaf &leaf : c.leaves)
 		ASSERT_EQ(regist(leaf), 0);
 	fire_together(c.leaves);
@@ -227,8 +224,7 @@ TEST_F(Delivery, quiet_branches_cost_two_reads)
 		for (size_t n = 0; n + 1 < leaf.levels.size(); n++)
 			leaf.levels[n].shift = 8 * static_cast<u32>(n) + leaf.hwirq / 4;
 	}
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	clear_trace();
 	fire(c.leaves[0]);
@@ -259,8 +255,7 @@ TEST_F(Delivery, a_level_without_enable_register_counts_as_enabled)
 	combiner c = make_combiner(0, 1, 2);
 
 	c.leaves[0].levels[0].en = 0xffffffff;
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	clear_trace();
 	fire(c.leaves[0]);
@@ -274,8 +269,7 @@ TEST_F(Delivery, a_failed_read_does_not_lose_the_interrupt)
 {
 	combiner c = make_combiner(0, 2, 2);
 
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[1]), 0);
 	command("cpld", "fail read 1 6 -5");
 	fire(c.leaves[1]);
@@ -289,8 +283,7 @@ TEST_F(Delivery, disable_depth_of_a_normal_parent)
 
 	async.async = 1;
 	async.leaves[0].sync = 1;
-	configure({sync, async});
-	load();
+	load({sync, async});
 	EXPECT_EQ(depth("line:0"), 0);
 	EXPECT_EQ(depth("line:1"), 0);
 	ASSERT_EQ(regist(sync.leaves[0], "hold=1"), 0);
@@ -313,8 +306,7 @@ TEST_F(Delivery, disable_depth_of_a_direct_parent)
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
 
-	configure({c});
-	load();
+	load({c});
 	EXPECT_EQ(depth("line:2"), 1);
 	// Closed at its chip too: an asserted line reaches nobody yet.
 	command("cpld", "assert " + leaf.name);
@@ -351,8 +343,7 @@ TEST_F(Delivery, a_direct_leaf_that_is_asserted_when_it_is_requested)
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
 
-	configure({c});
-	load();
+	load({c});
 	for (int round = 0; round < 2; round++) {
 		clear_events();
 		command("cpld", "assert " + leaf.name);
@@ -403,8 +394,7 @@ TEST_F(Delivery, a_direct_leaf_in_hard_interrupt_context)
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 
 	c.leaves[0].sync = 1;
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0], "quiesce=" + c.leaves[0].name), 0);
 	for (size_t round = 1; round <= 20; round++) {
 		command("cpld", "assert " + c.leaves[0].name);
@@ -421,8 +411,7 @@ TEST_F(Delivery, what_came_while_disabled)
 	combiner c = make_combiner(0, 2);
 
 	c.leaves[0].irq_type = 1;
-	configure({c});
-	load();
+	load({c});
 	for (const leaf &leaf : c.leaves)
 		ASSERT_EQ(regist(leaf), 0);
 	for (const char *pair : {"0 3", "1 3"})
@@ -445,17 +434,16 @@ TEST_F(Delivery, a_storm_is_bounded_and_the_line_comes_back)
 	c.allow_max = 20;
 	c.suppress_ms = 3000;
 	c.leaves[0].sync = 1;
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	command("cpld", "assert " + c.leaves[0].name); // and nobody takes it away
 	EXPECT_TRUE(eventually([&] { return depth("line:0") == 1; }));
 	EXPECT_LE(events().size(), 21u);
 	command("cpld", "deassert " + c.leaves[0].name);
 	EXPECT_TRUE(eventually([&] { return depth("line:0") == 0; }));
-	clear_events();
-	fire_open(c.leaves[0]);
-	ASSERT_TRUE(wait_events(1));
+	expect_delivery(c.leaves[0]);
 }
+
+} // namespace
 
 } // namespace rig

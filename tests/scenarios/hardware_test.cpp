@@ -6,7 +6,9 @@
 
 namespace rig {
 
-static constexpr u32 REGISTERS = 0x5ff00000; // the board's CPU-side registers
+namespace {
+
+constexpr u32 REGISTERS = 0x5ff00000; // the board's CPU-side registers
 
 class Hardware : public Scenario {
 protected:
@@ -88,17 +90,14 @@ TEST_F(Hardware, moving_a_leaf_moves_its_parent_line)
 {
 	const combiner c = make_combiner(0, 2);
 
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	const long leaf = ask("client", "find 0 3");
 	for (const long cpus : {2l, 1l}) {
 		ASSERT_EQ(testbed::set_affinity(leaf, static_cast<unsigned long>(cpus)), 0);
 		EXPECT_EQ(ask("board", "cpus line:0"), cpus);
 		EXPECT_EQ(ask("board", "cpus leaf:0:3"), cpus);
-		clear_events();
-		fire_open(c.leaves[0]);
-		expect_events(1);
+		expect_delivery(c.leaves[0]);
 	}
 }
 
@@ -129,17 +128,14 @@ TEST_F(Hardware, leaves_of_the_backplane_slot_join_the_combiner_they_name)
 	expect_events(1);
 	// The driver keeps no hold on the module between look-ups.
 	EXPECT_EQ(testbed::unload_backplane(), 0);
-	clear_events();
-	fire_open(slot);
-	expect_events(1);
+	expect_delivery(slot);
 }
 
 TEST_F(Hardware, a_failing_backplane_costs_only_the_slot_leaves)
 {
 	const combiner c = make_combiner(4, 1);
 
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(testbed::load_backplane(), 0);
 	command("backplane", "fail -5");
 	clear_log();
@@ -148,5 +144,7 @@ TEST_F(Hardware, a_failing_backplane_costs_only_the_slot_leaves)
 	EXPECT_EQ(regist(c.leaves[0]), 0);
 	EXPECT_EQ(testbed::unload_backplane(), 0);
 }
+
+} // namespace
 
 } // namespace rig

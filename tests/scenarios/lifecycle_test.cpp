@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Birth and death of combiners: what is said and written, what happens when a
+// Set-up and tear-down of combiners: what is said and written, what happens when a
 // step fails, and what is left afterwards (nothing).
 #include <atomic>
 #include <thread>
@@ -9,20 +9,15 @@
 
 namespace rig {
 
+namespace {
+
 class Lifecycle : public Scenario {
 protected:
 	// Combiner 0 is the one that must keep working whatever happens to number 4.
 	combiner witness = make_combiner(0, 1);
-
-	void expect_witness_works()
-	{
-		clear_events();
-		fire_open(witness.leaves[0]);
-		EXPECT_TRUE(wait_events(1));
-	}
 };
 
-static combiner full_combiner()
+combiner full_combiner()
 {
 	combiner c = make_combiner(4, 3, 3);
 
@@ -30,7 +25,7 @@ static combiner full_combiner()
 	return c;
 }
 
-static std::vector<std::string> bring_up_lines(long virq)
+std::vector<std::string> bring_up_lines(long virq)
 {
 	return {
 		"2 [intr dev probe]enter, irq_combiner@4, cfg_type_bitmap=0x2",
@@ -57,7 +52,7 @@ static std::vector<std::string> bring_up_lines(long virq)
 	};
 }
 
-static const std::vector<std::string> bring_up_trace = {
+const std::vector<std::string> bring_up_trace = {
 	"write inst=0xffffffff chip=5 reg=0x40 shift=0 mask=0x1 value=0x0",
 	"write inst=0xffffffff chip=5 reg=0x40 shift=1 mask=0x1 value=0x0",
 	"reg_read inst=0xffffffff chip=5 reg=0x60 value=0x0",
@@ -77,8 +72,7 @@ TEST_F(Lifecycle, bring_up_to_the_letter)
 	combiner c = make_combiner(4, 2, 3);
 
 	c.async = 1;
-	configure({c});
-	load();
+	load({c});
 	clear_log();
 	clear_trace();
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
@@ -93,8 +87,7 @@ TEST_F(Lifecycle, start_and_stop_to_the_letter)
 {
 	combiner direct{.id = 1, .direct = 1, .leaves = {make_leaf(1, 0, 0)}};
 
-	configure({make_combiner(0, 1), direct});
-	load();
+	load({make_combiner(0, 1), direct});
 	unload();
 	EXPECT_EQ(log().front(), "2 [intr module init]enter");
 	EXPECT_TRUE(logged("2 [intr get cfg]netlink_id=30"));
@@ -111,27 +104,6 @@ TEST_F(Lifecycle, without_any_configuration)
 	EXPECT_EQ(depth("line:0"), 0);
 }
 
-TEST_F(Lifecycle, no_source_in_use)
-{
-	table().nodes["global_cfg"]["common"]["cfg_type_bitmap"] = 0;
-	install();
-	load();
-	EXPECT_FALSE(logged("intr dev probe"));
-	EXPECT_TRUE(logged("2 [intr module init]success"));
-}
-
-TEST_F(Lifecycle, logging_refuses_the_driver)
-{
-	command("log_ctl", "fail_register -7");
-	EXPECT_EQ(testbed::load(), -22);
-	EXPECT_NE(
-		testbed::read("log").find("0 1 [intr module init]log register fail, module-id=62, "
-					  "ret=0xfffffff9"),
-		std::string::npos)
-		<< testbed::read("log");
-	load();
-}
-
 struct failing_step {
 	const char *name;
 	const char *file, *command; // how to make it fail
@@ -142,8 +114,7 @@ class BringUpStep : public Lifecycle, public testing::WithParamInterface<failing
 
 TEST_P(BringUpStep, fails_alone_and_leaves_nothing)
 {
-	configure({witness, full_combiner()});
-	load();
+	load({witness, full_combiner()});
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	clear_log();
 	command(GetParam().file, GetParam().command);
@@ -155,14 +126,12 @@ TEST_P(BringUpStep, fails_alone_and_leaves_nothing)
 	command("board", "fault off");
 	command("monitor", "off");
 	command("cpld", "fail off");
-	expect_witness_works();
+	expect_delivery(witness.leaves[0]);
 	// The same line serves the next try.
 	del_device("irq_combiner@4");
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 	ASSERT_EQ(ask("client", "regist 0x402 3"), 0);
-	clear_events();
-	fire(full_combiner().leaves[2]);
-	EXPECT_TRUE(wait_events(1));
+	expect_delivery(full_combiner().leaves[2]);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -176,10 +145,6 @@ INSTANTIATE_TEST_SUITE_P(
 			     "1 [intr create thread]create combiner thread fail"},
 		failing_step{"domain", "board", "fault plat___irq_domain_add 1 0",
 			     "1 [intr domain alloc]alloc domain fail"},
-		failing_step{"record", "board", "fault plat_kzalloc 1 0",
-			     "1 [intr combiner init soft]malloc combiner mem fail"},
-		failing_step{"leaf_records", "board", "fault plat_kzalloc 6 0",
-			     "1 [intr combiner init]init irq info fail, ret=-12"},
 		failing_step{"register_write", "cpld", "fail write 1 1 -5",
 			     "1 [intr combiner init hw]disable combiner leaf int fail, ret=-14"}),
 	[](const auto &info) { return info.param.name; });
@@ -188,8 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
 // with nothing left, until there is no further write to fail.
 TEST_F(Lifecycle, every_register_write_of_bring_up_fails_in_turn)
 {
-	configure({witness, full_combiner()});
-	load();
+	load({witness, full_combiner()});
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	int nth = 1;
 	for (; nth < 50; nth++) {
@@ -201,15 +165,14 @@ TEST_F(Lifecycle, every_register_write_of_bring_up_fails_in_turn)
 			break;
 	}
 	EXPECT_EQ(nth, 1 + 3 + 3 * 2); // leaf levels, then two outer ones a leaf
-	expect_witness_works();
+	expect_delivery(witness.leaves[0]);
 }
 
 // Allocation after allocation fails. Those of the configuration cost only what
 // was being read, the others the combiner; never more, and nothing is left.
 TEST_F(Lifecycle, every_allocation_of_bring_up_fails_in_turn)
 {
-	configure({witness, full_combiner()});
-	load();
+	load({witness, full_combiner()});
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	int nth = 1, refused = 0;
 	for (; nth < 50; nth++) {
@@ -219,7 +182,7 @@ TEST_F(Lifecycle, every_allocation_of_bring_up_fails_in_turn)
 		command("board", "fault off");
 		refused += !up;
 		del_device("irq_combiner@4");
-		expect_witness_works();
+		expect_delivery(witness.leaves[0]);
 		if (!hit)
 			break;
 	}
@@ -244,10 +207,8 @@ TEST_F(Lifecycle, a_missing_key_keeps_the_leaves_before_it)
 	record();
 	ASSERT_EQ(regist(c.leaves[1]), 0);
 	EXPECT_EQ(ask("client", "find 0x402 3"), 0);
-	clear_events();
-	fire(c.leaves[1]);
-	EXPECT_TRUE(wait_events(1));
-	expect_witness_works();
+	expect_delivery(c.leaves[1]);
+	expect_delivery(witness.leaves[0]);
 }
 
 TEST_F(Lifecycle, a_leaf_without_levels_is_refused_before_a_register_is_touched)
@@ -255,14 +216,13 @@ TEST_F(Lifecycle, a_leaf_without_levels_is_refused_before_a_register_is_touched)
 	combiner c = full_combiner();
 
 	c.leaves[1].levels.clear();
-	configure({witness, c});
-	load();
+	load({witness, c});
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	clear_trace();
 	EXPECT_FALSE(add_device("irq_combiner@4", "line:4"));
 	EXPECT_TRUE(logged("1 [intr combiner init]leaf without levels, index_id=0x401, type=3"));
 	EXPECT_TRUE(trace().empty());
-	expect_witness_works();
+	expect_delivery(witness.leaves[0]);
 }
 
 TEST_F(Lifecycle, too_many_levels_are_refused)
@@ -281,8 +241,7 @@ TEST_F(Lifecycle, too_many_levels_are_refused)
 
 TEST_F(Lifecycle, request_failures_release_the_leaf)
 {
-	configure({witness});
-	load();
+	load({witness});
 	command("monitor", "refuse set 1 -5");
 	EXPECT_EQ(regist(witness.leaves[0]), 14);
 	EXPECT_TRUE(logged("1 [intr request irq]set interrupt suppress info fail, ret=-5"));
@@ -297,7 +256,7 @@ TEST_F(Lifecycle, request_failures_release_the_leaf)
 	EXPECT_TRUE(logged("1 [mapping irq]map hwirq fail"));
 	command("board", "fault off");
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
-	expect_witness_works();
+	expect_delivery(witness.leaves[0]);
 	command("monitor", "refuse unset 1 -5");
 	EXPECT_EQ(unregist(witness.leaves[0]), 0);
 	EXPECT_TRUE(logged("1 [intr free irq]unset interrupt suppress info fail, ret=-5"));
@@ -305,28 +264,14 @@ TEST_F(Lifecycle, request_failures_release_the_leaf)
 	command("monitor", "off");
 }
 
-TEST_F(Lifecycle, a_second_device_of_one_id_gets_no_combiner_and_takes_none_away)
-{
-	configure({witness});
-	load();
-	ASSERT_EQ(regist(witness.leaves[0]), 0);
-	EXPECT_TRUE(add_device("other.irq_combiner@0", "line:6"));
-	EXPECT_TRUE(logged("2 [intr dts dev probe]combiner_id=0, combiner already exist"));
-	expect_witness_works();
-	del_device("other.irq_combiner@0");
-	EXPECT_TRUE(logged("2 [intr dts dev remove]combiner_id=0 belongs to another device"));
-	expect_witness_works();
-}
-
 TEST_F(Lifecycle, a_line_that_a_combiner_has_is_not_taken_from_it)
 {
-	configure({witness, full_combiner()});
-	load();
+	load({witness, full_combiner()});
 	ASSERT_EQ(regist(witness.leaves[0]), 0);
 	EXPECT_FALSE(add_device("irq_combiner@4", "line:0"));
 	EXPECT_TRUE(logged("1 [intr claim parent]parent line is another combiner's, virq="));
 	EXPECT_EQ(depth("line:0"), 0);
-	expect_witness_works();
+	expect_delivery(witness.leaves[0]);
 }
 
 // Firmware left a leaf enabled, and it is up: interrupts come in the middle of
@@ -347,9 +292,7 @@ TEST_F(Lifecycle, bring_up_under_an_asserted_line)
 		EXPECT_TRUE(eventually([&] { return depth("line:4") == 0; }));
 		command("cpld", "deassert " + leaf.name);
 		ASSERT_EQ(regist(leaf), 0);
-		clear_events();
-		fire(leaf);
-		expect_events(1);
+		expect_delivery(leaf);
 		del_device("irq_combiner@4");
 		command("cpld", "reset");
 	}
@@ -361,8 +304,7 @@ TEST_F(Lifecycle, a_mapped_leaf_is_closed_with_its_mapping)
 {
 	const level &own = witness.leaves[0].levels.back();
 
-	configure({witness});
-	load();
+	load({witness});
 	EXPECT_GT(ask("client", "map 0 3"), 0);
 	EXPECT_EQ(ask("client", "enable 0 3"), 0);
 	EXPECT_EQ(ask("client", "unregist 0 3"), 0);
@@ -412,58 +354,6 @@ TEST_F(Lifecycle, unload_under_fire_leaves_nothing)
 	storm.join();
 }
 
-TEST_F(Lifecycle, two_hundred_loads_and_unloads)
-{
-	combiner async = make_combiner(1, 4, 3);
-
-	async.async = 1;
-	configure({witness, async});
-	for (int round = 0; round < 200; round++) {
-		load();
-		if (round % 20 == 0) {
-			ASSERT_EQ(regist(witness.leaves[0]), 0);
-			expect_witness_works();
-		}
-		unload();
-		clear_log();
-		clear_trace();
-	}
-}
-
-// Devices come and go while others take interrupts: none is lost there.
-TEST_F(Lifecycle, devices_come_and_go_under_load)
-{
-	const combiner c = full_combiner();
-	std::atomic<int> added = 0;
-	std::atomic<bool> stop = false;
-
-	configure({witness, c});
-	load();
-	ASSERT_EQ(regist(witness.leaves[0]), 0);
-	std::thread changes([&] {
-		while (!stop) {
-			added += testbed::control("board", "device add irq_combiner@4 irq=line:4")
-					 .reply == "probed=1";
-			testbed::control("client", "regist 0x400 3 tag=gone");
-			testbed::control("cpld", "pulse " + c.leaves[0].name);
-			testbed::control("client", "find 0x401 3");
-			testbed::control("board", "device del irq_combiner@4");
-		}
-	});
-	for (int shot = 0; shot < 60 || (added < 10 && shot < 5000); shot++) {
-		const auto delivered = [&] {
-			size_t count = 0;
-			for (const event &event : events())
-				count += event.index == witness.leaves[0].index;
-			return count == 1;
-		};
-		clear_events();
-		fire_open(witness.leaves[0]);
-		EXPECT_TRUE(eventually(delivered)) << "shot " << shot;
-	}
-	stop = true;
-	changes.join();
-	EXPECT_GE(added, 10);
-}
+} // namespace
 
 } // namespace rig

@@ -7,22 +7,16 @@
 #include <cstring>
 #include <thread>
 
-#include <gmock/gmock.h>
-
 #include "rig.h"
 
 namespace rig {
 
-static constexpr char TOO_DEEP[] = "1 [drv intr notify all pid]not in task contex, just return";
+namespace {
+
+constexpr char TOO_DEEP[] = "1 [drv intr notify all pid]not in task contex, just return";
 
 class Notify : public Scenario {
 protected:
-	void bring_up(const std::vector<combiner> &combiners)
-	{
-		configure(combiners);
-		load();
-	}
-
 	// The leaf must be mapped. The handler may be in the middle of a delivery whose
 	// message is here already.
 	void expect_depth(const leaf &leaf, int wanted)
@@ -74,7 +68,7 @@ TEST_F(Notify, the_message_is_these_bytes)
 	combiner c = make_combiner(0, 1);
 
 	c.leaves[0].index = 0x12;
-	bring_up({c});
+	load({c});
 	const int socket = testbed::netlink_open(30);
 	ASSERT_GT(socket, 0);
 	EXPECT_EQ(subscribe(c.leaves[0], testbed::netlink_port(socket)), 0);
@@ -91,7 +85,7 @@ TEST_F(Notify, in_order_of_subscription_and_silent_until_all_have_answered)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber a, b, third;
 	const std::vector<u32> order = {b.port(), third.port(), a.port()};
 	for (const u32 port : order)
@@ -112,34 +106,11 @@ TEST_F(Notify, in_order_of_subscription_and_silent_until_all_have_answered)
 	expect_served(leaf, {&a, &b, &third});
 }
 
-TEST_F(Notify, what_an_edge_leaf_did_meanwhile_is_told_after_the_answer)
-{
-	combiner c = make_combiner(0, 2);
-
-	c.leaves[0].irq_type = 1;
-	bring_up({c});
-	subscriber process;
-	for (const leaf &leaf : c.leaves) {
-		ASSERT_EQ(subscribe(leaf, process.port()), 0);
-		fire(leaf);
-		ASSERT_TRUE(process.receives(leaf));
-		fire(leaf);
-		EXPECT_TRUE(process.silent());
-		answer(leaf);
-		// A level is cleared when it is enabled, an edge is kept.
-		if (leaf.irq_type == 1) {
-			EXPECT_TRUE(process.receives(leaf));
-			answer(leaf);
-		}
-		EXPECT_TRUE(process.silent());
-	}
-}
-
 TEST_F(Notify, subscribing_twice_is_one_message_and_answering_twice_one_answer)
 {
 	const combiner c = make_combiner(0, 1);
 
-	bring_up({c});
+	load({c});
 	subscriber process;
 	for (int i = 0; i < 2; i++)
 		ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
@@ -156,7 +127,7 @@ TEST_F(Notify, a_receiver_that_has_gone_is_forgotten_and_the_others_are_served)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber a, gone, b;
 	for (const subscriber *process : {&a, &gone, &b})
 		ASSERT_EQ(subscribe(leaf, process->port()), 0);
@@ -179,7 +150,7 @@ TEST_F(Notify, the_only_receiver_has_gone)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber process;
 	ASSERT_EQ(subscribe(leaf, 4242), 0);
 	fire(leaf);
@@ -198,7 +169,7 @@ TEST_F(Notify, a_receiver_that_does_not_read_is_given_up_when_its_buffer_is_full
 	static constexpr char given_up[] =
 		"1 [drv intr notify all pid]notify pid fail, ret=-11, del pid";
 
-	bring_up({c});
+	load({c});
 	subscriber lazy(1), busy;
 	for (const leaf &leaf : c.leaves)
 		for (const subscriber *process : {&lazy, &busy})
@@ -248,7 +219,7 @@ TEST_P(NotifyWay, before_the_callback_or_not_at_all)
 
 	c.async = GetParam().async;
 	c.leaves[0].sync = GetParam().sync;
-	bring_up({c});
+	load({c});
 	subscriber process;
 	ASSERT_EQ(subscribe(leaf, process.port()), 0);
 	ASSERT_EQ(regist(leaf), 0);
@@ -295,7 +266,7 @@ TEST_F(Notify, a_direct_combiner_is_closed_until_all_have_answered)
 	const combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber a, b;
 	ASSERT_EQ(subscribe(leaf, a.port()), 0);
 	ASSERT_EQ(subscribe(leaf, b.port()), 0);
@@ -330,7 +301,7 @@ TEST_F(Notify, leaves_of_nested_combiners)
 	inner.leaves[1].sync = 1; // runs in the outer one's thread
 	inner.line = outer.id;
 	inner.outer = outer.leaves[1].levels;
-	bring_up({outer, inner});
+	load({outer, inner});
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
 	subscriber process;
@@ -354,7 +325,7 @@ TEST_F(Notify, a_client_and_a_process_share_the_leaf_until_the_last_has_left)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber process;
 	for (const bool client_first : {true, false}) {
 		ASSERT_EQ(regist(leaf), 0);
@@ -389,7 +360,7 @@ TEST_F(Notify, leaving_while_an_occurrence_is_served)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber process;
 	ASSERT_EQ(regist(leaf, "hold=1"), 0);
 	ASSERT_EQ(subscribe(leaf, process.port()), 0);
@@ -456,7 +427,7 @@ INSTANTIATE_TEST_SUITE_P(Ids, NotifyWithoutSocket,
 struct failing_message {
 	const char *name;
 	const char *fault;
-	std::vector<std::string> lines;
+	const char *lines;
 };
 
 class NotifyFault : public Notify, public testing::WithParamInterface<failing_message> {};
@@ -466,7 +437,7 @@ TEST_P(NotifyFault, costs_one_subscription_and_no_disable)
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
 
-	bring_up({c});
+	load({c});
 	subscriber a, b, third;
 	for (const subscriber *process : {&a, &b, &third})
 		ASSERT_EQ(subscribe(leaf, process->port()), 0);
@@ -474,7 +445,7 @@ TEST_P(NotifyFault, costs_one_subscription_and_no_disable)
 	expect_served(leaf, {&a, &third});
 	EXPECT_TRUE(command("board", "fault count").ends_with("hit=1"));
 	command("board", "fault off");
-	for (const std::string &line : GetParam().lines)
+	for (const std::string &line : testbed::lines_of(GetParam().lines))
 		EXPECT_EQ(count_logged(line), 1u) << line;
 	EXPECT_TRUE(b.silent());
 	EXPECT_EQ(unsubscribe(leaf, b.port()), REFUSED);
@@ -482,59 +453,17 @@ TEST_P(NotifyFault, costs_one_subscription_and_no_disable)
 	expect_served(leaf, {&a, &b, &third});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-	Steps, NotifyFault,
-	testing::Values(failing_message{"memory",
-					"fault plat_nlmsg_new 2 0",
-					{"1 [intr notify pid]nlmsg_new fail",
-					 "1 [drv intr notify all pid]notify pid fail, ret=-12, "
-					 "del pid"}},
-			failing_message{"header",
-					"fault plat_nlmsg_put 2 0",
-					{"1 [intr notify pid]nlmsg put fail, type=0, "
-					 "payload_len=8, flags=0.",
-					 "1 [drv intr notify all pid]notify pid fail, ret=-14, "
-					 "del pid"}}),
-	[](const auto &info) { return info.param.name; });
+const failing_message failing_messages[] = {
+	{"memory", "fault plat_nlmsg_new 2 0",
+	 "1 [intr notify pid]nlmsg_new fail\n"
+	 "1 [drv intr notify all pid]notify pid fail, ret=-12, del pid"},
+	{"header", "fault plat_nlmsg_put 2 0",
+	 "1 [intr notify pid]nlmsg put fail, type=0, payload_len=8, flags=0.\n"
+	 "1 [drv intr notify all pid]notify pid fail, ret=-14, del pid"},
+};
 
-TEST_F(Notify, an_open_socket_keeps_the_driver)
-{
-	const combiner c = make_combiner(0, 1);
-
-	bring_up({c});
-	subscriber process;
-	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
-	EXPECT_EQ(testbed::unload(), -11);
-	expect_served(c.leaves[0], {&process});
-	process.close();
-	unload();
-	EXPECT_LT(testbed::netlink_open(30), 0);
-}
-
-// Sockets closed without unsubscribing, one leaf disabled, one served by a client too.
-TEST_F(Notify, unloading_forgets_subscriptions)
-{
-	const combiner c = make_combiner(0, 3);
-	u32 port;
-
-	bring_up({c});
-	{
-		subscriber process;
-		port = process.port();
-		for (const leaf &leaf : c.leaves)
-			ASSERT_EQ(subscribe(leaf, port), 0);
-		ASSERT_EQ(regist(c.leaves[1]), 0);
-		fire(c.leaves[0]);
-		EXPECT_TRUE(process.receives(c.leaves[0]));
-	}
-	unload();
-	load();
-	for (const leaf &leaf : c.leaves)
-		EXPECT_EQ(unsubscribe(leaf, port), REFUSED);
-	subscriber process;
-	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
-	expect_served(c.leaves[0], {&process});
-}
+INSTANTIATE_TEST_SUITE_P(Steps, NotifyFault, testing::ValuesIn(failing_messages),
+			 [](const auto &info) { return info.param.name; });
 
 // Every way of a leaf at once, each fired again the moment its receivers have
 // answered; nothing may be lost, doubled, or given to another leaf's receiver.
@@ -546,7 +475,7 @@ TEST_F(Notify, a_storm_of_occurrences_is_told_one_by_one)
 	threaded.async = 1;
 	threaded.leaves[1].sync = 1;
 	plain.leaves[2].irq_type = 1;
-	bring_up({plain, threaded});
+	load({plain, threaded});
 	std::vector<leaf> leaves = plain.leaves;
 	leaves.insert(leaves.end(), threaded.leaves.begin(), threaded.leaves.end());
 	std::vector<std::thread> threads;
@@ -574,38 +503,6 @@ TEST_F(Notify, a_storm_of_occurrences_is_told_one_by_one)
 		EXPECT_FALSE(mapped(leaf));
 }
 
-TEST_F(Notify, subscribers_come_and_go_while_the_leaf_fires)
-{
-	const combiner c = make_combiner(0, 1);
-	const leaf &leaf = c.leaves[0];
-
-	bring_up({c});
-	subscriber witness;
-	ASSERT_EQ(subscribe(leaf, witness.port()), 0);
-	std::vector<std::thread> threads;
-	for (int t = 0; t < 3; t++) {
-		threads.emplace_back([&] {
-			subscriber process;
-			for (int round = 0; round < 25; round++) {
-				EXPECT_EQ(subscribe(leaf, process.port()), 0);
-				answer(leaf);
-				EXPECT_EQ(unsubscribe(leaf, process.port()), 0);
-				answer(leaf); // to what it may have got
-			}
-		});
-	}
-	for (int shot = 0; shot < 60; shot++)
-		fire(leaf);
-	for (std::thread &thread : threads)
-		thread.join();
-	// What is still on its way comes, and is answered.
-	EXPECT_TRUE(eventually([&] {
-		const bool quiet = witness.silent() && depth(leaf) == 0;
-		if (!quiet)
-			answer(leaf);
-		return quiet;
-	}));
-	expect_served(leaf, {&witness});
-}
+} // namespace
 
 } // namespace rig

@@ -11,7 +11,9 @@
 
 namespace rig {
 
-static constexpr const char *proc_files[] = {"int_debug_switch", "debug_irq", "runtime", "cfg"};
+namespace {
+
+constexpr const char *proc_files[] = {"int_debug_switch", "debug_irq", "runtime", "cfg"};
 
 class Proc : public Scenario {
 protected:
@@ -20,8 +22,7 @@ protected:
 		Scenario::SetUp();
 		if (HasFatalFailure())
 			return;
-		configure({make_combiner(0, 20, 3), make_combiner(1, 1)});
-		load();
+		load({make_combiner(0, 20, 3), make_combiner(1, 1)});
 		clear_log();
 	}
 
@@ -196,5 +197,7 @@ TEST_F(Proc, a_file_that_is_open_when_the_driver_goes_fails)
 	for (const int handle : handles)
 		testbed::proc_close(handle);
 }
+
+} // namespace
 
 } // namespace rig

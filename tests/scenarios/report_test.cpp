@@ -10,10 +10,12 @@
 
 namespace rig {
 
-static constexpr u32 REGISTERS = 0x5ff00000; // the board's CPU-side registers
+namespace {
+
+constexpr u32 REGISTERS = 0x5ff00000; // the board's CPU-side registers
 
 // A text with the numbers that only the running system knows.
-static std::string fill(std::string text, const std::map<std::string, long> &numbers)
+std::string fill(std::string text, const std::map<std::string, long> &numbers)
 {
 	for (const auto &[name, value] : numbers) {
 		for (size_t at; (at = text.find(name)) != std::string::npos;)
@@ -79,7 +81,7 @@ protected:
 	leaf leaf_;
 };
 
-static constexpr char CFG_TEXT[] = R"(global cfg
+constexpr char CFG_TEXT[] = R"(global cfg
   cfg_type_bitmap       : 0x7(bit0=acpi, bit1=dts, bit2=gpio)
   acpi_bitmap           : 0xf00
   gpio_bitmap           : 0x0
@@ -220,7 +222,7 @@ common cfg
   gpio                  : 0
 )";
 
-static constexpr char RUNTIME_TEXT[] = R"(intr ctrl
+constexpr char RUNTIME_TEXT[] = R"(intr ctrl
   debug_irq             : 0
   int_debug_switch      : 0
 
@@ -288,7 +290,7 @@ combiner4
 
 )";
 
-static constexpr char LEAF_TEXT[] = R"(    runtime info
+constexpr char LEAF_TEXT[] = R"(    runtime info
       Suppress count    : 0
       Suppress state    : 0(0=normal, 1=suppressed)
       index_id          : 0x0
@@ -301,7 +303,7 @@ static constexpr char LEAF_TEXT[] = R"(    runtime info
 )";
 
 // Its lines, as they stand in the whole configuration, too.
-static std::string first_leaf_of(const std::string &cfg)
+std::string first_leaf_of(const std::string &cfg)
 {
 	const size_t start = cfg.find("    index_id"), end = cfg.find("  cfg1\n    index_id");
 
@@ -360,8 +362,7 @@ TEST_F(Report, that_is_larger_than_the_largest_buffer)
 {
 	combiner c = make_combiner(0, 60, 5);
 
-	configure({c});
-	load();
+	load({c});
 	const std::string text = report(DRV_INTR_IOC_DBG_CFG);
 	EXPECT_EQ(text.size(), DRV_INTR_REPORT_MAX - 1);
 	EXPECT_EQ(proc("cfg"), text);
@@ -382,8 +383,7 @@ TEST_F(Report, of_a_suppressed_leaf)
 	inner.leaves[0].sync = 1;
 	inner.line = outer.id;
 	inner.outer = outer.leaves[1].levels;
-	configure({outer, inner});
-	load();
+	load({outer, inner});
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
 	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
 	ASSERT_EQ(regist(inner.leaves[0]), 0);
@@ -419,8 +419,7 @@ TEST_F(Report, counts_parent_interrupts)
 		return std::stoul(text.substr(text.find("parent int cnt") + 24));
 	};
 
-	configure({c});
-	load();
+	load({c});
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	for (size_t fired = 1; fired <= 3; fired++) {
 		const unsigned long before = count();
@@ -460,8 +459,7 @@ TEST_F(ReportTrace, switched_off_an_occurrence_writes_nothing)
 
 	async.async = 1;
 	sync.leaves[0].sync = 1;
-	configure({sync, async, direct});
-	load();
+	load({sync, async, direct});
 	await_thread(async);
 	EXPECT_EQ(set_proc("debug_irq", std::to_string(line_virq(0))), 0);
 	for (const combiner &c : {sync, async, direct})
@@ -479,8 +477,7 @@ TEST_F(ReportTrace, of_one_leaf_to_the_letter)
 	combiner c = make_combiner(0, 2, 1);
 
 	c.leaves[0].sync = 1;
-	configure({c});
-	load();
+	load({c});
 	for (const leaf &leaf : c.leaves)
 		ASSERT_EQ(regist(leaf), 0);
 	const long virq = ask("client", "find 0 3");
@@ -521,8 +518,7 @@ TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
 	combiner c = make_combiner(1, 1), other = make_combiner(0, 1);
 
 	c.async = 1;
-	configure({other, c});
-	load();
+	load({other, c});
 	await_thread(c);
 	ASSERT_EQ(regist(c.leaves[0]), 0);
 	ASSERT_EQ(regist(other.leaves[0]), 0);
@@ -555,8 +551,7 @@ TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
 	combiner direct{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 
 	c.async = 1;
-	configure({c, direct});
-	load();
+	load({c, direct});
 	subscriber process;
 	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
 	ASSERT_EQ(regist(c.leaves[1]), 0);
@@ -600,5 +595,7 @@ TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
 		EXPECT_EQ(count_logged(line + parent), 1u) << line;
 	EXPECT_EQ(set_proc("int_debug_switch", "0"), 0);
 }
+
+} // namespace
 
 } // namespace rig

@@ -268,6 +268,12 @@ void Scenario::load()
 	loaded_ = true;
 }
 
+void Scenario::load(const std::vector<combiner> &combiners)
+{
+	configure(combiners);
+	load();
+}
+
 void Scenario::unload()
 {
 	ASSERT_EQ(testbed::unload(), 0);
@@ -464,6 +470,18 @@ void Scenario::expect_events(size_t count)
 	wait_events(count);
 	testbed::sleep_ms(10);
 	EXPECT_EQ(events().size(), count);
+}
+
+void Scenario::expect_delivery(const leaf &leaf)
+{
+	clear_events();
+	fire_open(leaf);
+	expect_events(1);
+	const std::vector<event> got = events();
+	if (!got.empty()) {
+		EXPECT_EQ(got.front().index, leaf.index);
+		EXPECT_EQ(got.front().type, leaf.type);
+	}
 }
 
 std::vector<std::string> Scenario::log()

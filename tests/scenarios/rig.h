@@ -129,6 +129,7 @@ protected:
 	void drop_table(u32 inst);
 
 	void load();
+	void load(const std::vector<combiner> &combiners); // which it configures first
 	void unload();
 	// A device besides the board's four; `irq` is line:N, leaf:INDEX:TYPE or none.
 	// True when the driver took it.
@@ -168,6 +169,8 @@ protected:
 	bool wait_events(size_t count);
 	// Waits until the count is reached, then a moment longer for one too many.
 	void expect_events(size_t count);
+	// Firing the leaf once makes one callback, its own.
+	void expect_delivery(const leaf &leaf);
 
 	std::vector<std::string> log();
 	size_t count_logged(const std::string &text);

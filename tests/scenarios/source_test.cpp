@@ -10,6 +10,8 @@
 
 namespace rig {
 
+namespace {
+
 using names = std::vector<std::string>;
 using ids = std::vector<u32>;
 
@@ -83,24 +85,10 @@ INSTANTIATE_TEST_SUITE_P(Bits, SourceChoice,
 						{8, 0, 1, 2, 3}}),
 			 [](const auto &info) { return info.param.name; });
 
-TEST_F(Source, of_every_kind_at_once)
-{
-	place_behind(card, board, board.leaves[1]);
-	configure({board, pin, card});
-	use_sources(DTS | GPIO, 1u << 8);
-	load();
-	ASSERT_EQ(card_up(card_inst(1)), 0);
-	EXPECT_EQ(combiners(), (ids{8, 0, 1, 2, 3, 36}));
-	for (const leaf &leaf : {board.leaves[0], pin.leaves[0], pin.leaves[1], card.leaves[0]})
-		ASSERT_EQ(regist(leaf), 0);
-	for (const leaf &leaf : {board.leaves[0], pin.leaves[0], pin.leaves[1], card.leaves[0]})
-		expect_delivery(leaf);
-}
-
 struct broken_pin {
 	const char *name;
 	const char *file, *command; // a fault; empty: the pin's number is wrong
-	names lines;
+	const char *line;
 };
 
 class SourcePin : public Source, public testing::WithParamInterface<broken_pin> {};
@@ -119,14 +107,11 @@ TEST_P(SourcePin, that_fails_takes_the_driver_along)
 	if (*broken.file)
 		command(broken.file, broken.command);
 	EXPECT_EQ(testbed::load(), REFUSED);
-	names lines = log_with({"1 [intr init", "1 [intr module", "combiner free]enter"});
-	names expected = broken.lines;
-	for (const char *line :
-	     {"2 [intr combiner free]enter, id=0", "2 [intr combiner free]enter, id=1",
-	      "1 [intr init combiner]init gpio combiner fail, ret=-14",
-	      "1 [intr module init]init combiner fail, ret=-14"})
-		expected.push_back(line);
-	EXPECT_EQ(lines, expected);
+	EXPECT_EQ(log_with({"1 [intr init", "1 [intr module", "combiner free]enter"}),
+		  (names{broken.line, "2 [intr combiner free]enter, id=0",
+			 "2 [intr combiner free]enter, id=1",
+			 "1 [intr init combiner]init gpio combiner fail, ret=-14",
+			 "1 [intr module init]init combiner fail, ret=-14"}));
 	record();
 	command("board", "fault off");
 	command("monitor", "off");
@@ -140,29 +125,20 @@ TEST_P(SourcePin, that_fails_takes_the_driver_along)
 	expect_works(bad.leaves[0]);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-	Steps, SourcePin,
-	testing::Values(broken_pin{"no_such_pin",
-				   "",
-				   "",
-				   {"1 [intr init gpio combiner]gpio to virq fail, virq=-22"}},
-			broken_pin{"no_interrupt",
-				   "board",
-				   "fault plat_gpiod_to_irq 2 -6",
-				   {"1 [intr init gpio combiner]gpio to virq fail, virq=-6"}},
-			broken_pin{"interrupt_0",
-				   "board",
-				   "fault plat_gpiod_to_irq 2 0",
-				   {"1 [intr init gpio combiner]gpio to virq fail, virq=0"}},
-			broken_pin{"trigger",
-				   "board",
-				   "fault plat_irq_set_irq_type 2 -22",
-				   {"1 [intr init gpio combiner]combiner init fail, ret=-14"}},
-			broken_pin{"bring_up",
-				   "monitor",
-				   "refuse set 2 -5",
-				   {"1 [intr init gpio combiner]combiner init fail, ret=-14"}}),
-	[](const auto &info) { return info.param.name; });
+const broken_pin broken_pins[] = {
+	{"no_such_pin", "", "", "1 [intr init gpio combiner]gpio to virq fail, virq=-22"},
+	{"no_interrupt", "board", "fault plat_gpiod_to_irq 2 -6",
+	 "1 [intr init gpio combiner]gpio to virq fail, virq=-6"},
+	{"interrupt_0", "board", "fault plat_gpiod_to_irq 2 0",
+	 "1 [intr init gpio combiner]gpio to virq fail, virq=0"},
+	{"trigger", "board", "fault plat_irq_set_irq_type 2 -22",
+	 "1 [intr init gpio combiner]combiner init fail, ret=-14"},
+	{"bring_up", "monitor", "refuse set 2 -5",
+	 "1 [intr init gpio combiner]combiner init fail, ret=-14"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Steps, SourcePin, testing::ValuesIn(broken_pins),
+			 [](const auto &info) { return info.param.name; });
 
 TEST_F(Source, pin_without_memory_for_its_record)
 {
@@ -292,6 +268,8 @@ INSTANTIATE_TEST_SUITE_P(
 				  "cfg_combiner_name=irq_combiner@000000000000000005"},
 			name_case{"32_characters", "irq_combiner@0000000000000000005", "",
 				  "1 [intr dts dev probe]combiner init soft fail"},
+			name_case{"nothing_behind_the_at", "irq_combiner@", "",
+				  "1 [intr dts dev probe]get combiner id fail"},
 			name_case{"no_number", "irq_combiner@five", "",
 				  "1 [intr dts dev probe]get combiner id fail"},
 			name_case{"no_at", "irq_combiner5", "",
@@ -302,8 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Source, device_without_interrupt)
 {
-	configure({make_combiner(5, 1)});
-	load();
+	load({make_combiner(5, 1)});
 	EXPECT_FALSE(add_device("irq_combiner@5", "none"));
 	EXPECT_TRUE(logged("1 [intr dts dev probe]get virq fail, virq=-6"));
 	del_device("irq_combiner@5");
@@ -315,8 +292,7 @@ TEST_F(Source, device_without_interrupt)
 
 TEST_F(Source, device_is_bound_once)
 {
-	configure({board});
-	load();
+	load({board});
 	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@0"), -16);
 	EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@9"), -19);
 	expect_works(board.leaves[0]);
@@ -371,8 +347,7 @@ TEST_F(SourceUnderFire, unbound_and_bound)
 	const combiner other = make_combiner(1, 1);
 
 	board.async = 1;
-	configure({board, other});
-	load();
+	load({board, other});
 	rebind_under_fire("soc:irq_combiner@0", board.leaves[0], other.leaves[0], 20);
 }
 
@@ -549,30 +524,6 @@ TEST_F(Acpi, device_is_unbound_and_bound_under_fire)
 	EXPECT_EQ(combiners(), (ids{8, 0, 1, 2}));
 }
 
-TEST_F(Acpi, driver_goes_under_fire)
-{
-	std::atomic<bool> stop = false;
-
-	zero.async = 1;
-	configure({zero, one, two});
-	use_sources(ACPI, 0, 0x7);
-	std::thread storm([&] {
-		while (!stop) {
-			for (const combiner &c : {zero, one, two})
-				testbed::control("cpld", "pulse " + c.leaves[0].name);
-		}
-	});
-	for (int round = 0; round < 5; round++) {
-		load();
-		clear_events();
-		for (const combiner &c : {zero, one, two})
-			EXPECT_EQ(regist(c.leaves[0]), 0);
-		EXPECT_TRUE(wait_events(3));
-		unload();
-		EXPECT_TRUE(logged("leaf still in use, released, index_id=0x200, type=3"));
-	}
-	stop = true;
-	storm.join();
-}
+} // namespace
 
 } // namespace rig

@@ -38,18 +38,6 @@ std::vector<u32> Sources::cards()
 	return ids;
 }
 
-void Sources::expect_delivery(const leaf &leaf)
-{
-	clear_events();
-	fire_open(leaf);
-	expect_events(1);
-	const std::vector<event> got = events();
-	if (!got.empty()) {
-		EXPECT_EQ(got.front().index, leaf.index);
-		EXPECT_EQ(got.front().type, leaf.type);
-	}
-}
-
 // The mask closes the leaf and then clears its status, the unmask opens it last:
 // a status that is clear, and an enable that is on later, mean both are through.
 bool Sources::through(const leaf &leaf)

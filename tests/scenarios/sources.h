@@ -22,8 +22,6 @@ protected:
 	// Of these the ones of cards.
 	std::vector<u32> cards();
 
-	// Firing the leaf once makes one callback, its own.
-	void expect_delivery(const leaf &leaf);
 	// Fires once the occurrence before is through, so that each makes a callback
 	// of its own, however many there are.
 	void fire_next(const leaf &leaf);

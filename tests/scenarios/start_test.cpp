@@ -9,6 +9,8 @@
 
 namespace rig {
 
+namespace {
+
 using names = std::vector<std::string>;
 using ids = std::vector<u32>;
 
@@ -53,7 +55,7 @@ struct fatal_step {
 	const char *name;
 	const char *file, *command; // how it is made to fail
 	int code;
-	names lines; // errors, and the combiners that go again
+	const char *lines; // errors, and the combiners that go again
 };
 
 class StartStep : public Start, public testing::WithParamInterface<fatal_step> {};
@@ -65,7 +67,7 @@ TEST_P(StartStep, fails_and_leaves_nothing)
 	describe(ACPI | DTS | GPIO);
 	command(step.file, step.command);
 	EXPECT_EQ(testbed::load(), step.code);
-	EXPECT_EQ(log_with({"1 [", "combiner free]enter"}), step.lines);
+	EXPECT_EQ(log_with({"1 [", "combiner free]enter"}), testbed::lines_of(step.lines));
 	record();
 	expect_nothing_left();
 	command("board", "fault off");
@@ -74,43 +76,28 @@ TEST_P(StartStep, fails_and_leaves_nothing)
 	expect_all_works();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-	Steps, StartStep,
-	testing::Values(
-		fatal_step{"control_device",
-			   "board",
-			   "fault plat_misc_register 1 -16",
-			   -16,
-			   {"1 [intr module init]misc_register fail, ret=-16"}},
-		fatal_step{"pin",
-			   "board",
-			   "fault plat_gpiod_to_irq 2 -6",
-			   REFUSED,
-			   {"1 [intr init gpio combiner]gpio to virq fail, virq=-6",
-			    "2 [intr combiner free]enter, id=8",
-			    "2 [intr combiner free]enter, id=9",
-			    "1 [intr init combiner]init gpio combiner fail, ret=-14",
-			    "1 [intr module init]init combiner fail, ret=-14"}},
-		fatal_step{"first_driver",
-			   "board",
-			   "fault plat_platform_driver_register 1 -12",
-			   -12,
-			   {"1 [intr init combiner]register dts platform driver fail, ret=-12",
-			    "1 [intr module init]init combiner fail, ret=-12",
-			    "2 [intr combiner free]enter, id=8",
-			    "2 [intr combiner free]enter, id=9"}},
-		fatal_step{
-			"second_driver",
-			"board",
-			"fault plat_platform_driver_register 2 -16",
-			-16,
-			{"1 [intr init combiner]register acpi platform driver fail, ret=-16",
-			 "1 [intr module init]init combiner fail, ret=-16",
-			 "2 [intr combiner free]enter, id=3", "2 [intr combiner free]enter, id=2",
-			 "2 [intr combiner free]enter, id=1", "2 [intr combiner free]enter, id=0",
-			 "2 [intr combiner free]enter, id=8",
-			 "2 [intr combiner free]enter, id=9"}}),
-	[](const auto &info) { return info.param.name; });
+const fatal_step fatal_steps[] = {
+	{"control_device", "board", "fault plat_misc_register 1 -16", -16,
+	 "1 [intr module init]misc_register fail, ret=-16"},
+	{"pin", "board", "fault plat_gpiod_to_irq 2 -6", REFUSED,
+	 "1 [intr init gpio combiner]gpio to virq fail, virq=-6\n"
+	 "2 [intr combiner free]enter, id=8\n2 [intr combiner free]enter, id=9\n"
+	 "1 [intr init combiner]init gpio combiner fail, ret=-14\n"
+	 "1 [intr module init]init combiner fail, ret=-14"},
+	{"first_driver", "board", "fault plat_platform_driver_register 1 -12", -12,
+	 "1 [intr init combiner]register dts platform driver fail, ret=-12\n"
+	 "1 [intr module init]init combiner fail, ret=-12\n"
+	 "2 [intr combiner free]enter, id=8\n2 [intr combiner free]enter, id=9"},
+	{"second_driver", "board", "fault plat_platform_driver_register 2 -16", -16,
+	 "1 [intr init combiner]register acpi platform driver fail, ret=-16\n"
+	 "1 [intr module init]init combiner fail, ret=-16\n"
+	 "2 [intr combiner free]enter, id=3\n2 [intr combiner free]enter, id=2\n"
+	 "2 [intr combiner free]enter, id=1\n2 [intr combiner free]enter, id=0\n"
+	 "2 [intr combiner free]enter, id=8\n2 [intr combiner free]enter, id=9"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Steps, StartStep, testing::ValuesIn(fatal_steps),
+			 [](const auto &info) { return info.param.name; });
 
 // The logging module has given no id yet, so its lines are nobody's.
 TEST_F(Start, without_logging)
@@ -119,7 +106,7 @@ TEST_F(Start, without_logging)
 	command("log_ctl", "fail_register -5");
 	EXPECT_EQ(testbed::load(), -22);
 	EXPECT_EQ(testbed::read("log"), "0 1 [intr module init]log register fail, module-id=62, "
-				      "ret=0xfffffffb\n");
+					"ret=0xfffffffb\n");
 	expect_nothing_left();
 	load();
 	expect_all_works();
@@ -180,7 +167,7 @@ TEST_F(Start, without_notification)
 	EXPECT_TRUE(daemon.receives(board.leaves[0]));
 }
 
-static const names start_lines = {
+const names start_lines = {
 	"2 [intr module init]enter",
 	"2 [intr get cfg]cfg_type_bitmap=0x6",
 	"2 [intr get cfg]acpi_bitmap=0x0",
@@ -201,7 +188,7 @@ static const names start_lines = {
 	"2 [intr module init]success",
 };
 
-static const names stop_lines = {
+const names stop_lines = {
 	"2 [intr module exit]enter",
 	"2 [intr uninit netlink ker]enter",
 	"2 [intr uninit netlink ker]success",
@@ -357,5 +344,7 @@ TEST_F(Start, and_stop_50_times_in_full_use)
 		clear_trace();
 	}
 }
+
+} // namespace
 
 } // namespace rig

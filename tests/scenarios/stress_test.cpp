@@ -6,12 +6,13 @@
 // is lost where nobody meddles, and afterwards everything works.
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "sources.h"
 
 namespace rig {
+
+namespace {
 
 class Stress : public Sources {
 protected:
@@ -43,8 +44,7 @@ protected:
 
 	void start()
 	{
-		configure({board, callbacks, pin, behind, device});
-		load();
+		load({board, callbacks, pin, behind, device});
 		ASSERT_EQ(regist(witness), 0);
 		ASSERT_EQ(regist(callbacks.leaves[0], "then=find"), 0);
 		ASSERT_EQ(regist(callbacks.leaves[1], "then=enable"), 0);
@@ -218,5 +218,7 @@ TEST_F(Stress, changes_from_all_sides)
 	expect_delivered(witness, fired);
 	expect_all_works();
 }
+
+} // namespace
 
 } // namespace rig

@@ -321,25 +321,4 @@ TEST_F(cpld, failure_strikes_the_nth_access_of_its_kind_and_has_no_effect_there)
 		EXPECT_EQ(write_control("cpld", line).code, -EINVAL) << line;
 }
 
-TEST_F(cpld, accesses_and_sources_from_many_threads_lose_nothing)
-{
-	std::vector<std::thread> threads;
-
-	two_sources();
-	cpld_sim_set_line_hook([](u32, int) {});
-	for (u16 bit = 0; bit < 4; bit++)
-		threads.emplace_back([bit] {
-			for (u32 i = 1; i <= 2000; i++)
-				write_field(0x50, static_cast<u16>(bit * 8), i, 0xff);
-		});
-	threads.emplace_back([] {
-		for (int i = 0; i < 500; i++)
-			run(i % 2 ? "deassert a" : "assert a");
-	});
-	cpld_sim_set_line_hook(nullptr); // while it may be running
-	for (std::thread &thread : threads)
-		thread.join();
-	EXPECT_EQ(read_register(0x50), 0xd0d0d0d0u); // 2000 mod 256 in each byte
-}
-
 } // namespace

@@ -4,7 +4,6 @@
 // limits, parents without a device, the thread's wake-ups.
 #include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "control.h"

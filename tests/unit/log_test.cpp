@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <thread>
 
 #include "control.h"
@@ -57,22 +56,6 @@ TEST_F(log, full_ring_drops_the_oldest_and_says_how_many)
 	EXPECT_EQ(lines[0], "0 2 log: 7 older lines were dropped");
 	EXPECT_EQ(lines[1], "62 2 line 7");
 	EXPECT_EQ(lines.back(), "62 2 line 4102");
-}
-
-TEST_F(log, registration_fails_once_when_told_to_and_may_be_repeated)
-{
-	EXPECT_EQ(write_control("log_ctl", "fail_register -12").code, 0);
-	EXPECT_EQ(drv_log_register(62, "intr", 1), -12);
-	EXPECT_EQ(drv_log_register(62, "intr", 1), 0);
-	EXPECT_EQ(drv_log_register(62, "again", 2), 0); // loaded a second time
-	drv_log_record(62, 2, 0, "x");
-	EXPECT_EQ(printed.take(), (std::vector<std::string>{"2 again: x"}));
-	EXPECT_NE(drv_log_register(63, nullptr, 0), 0);
-	for (const char *line : {"fail_register", "fail_register 0", "clear all", "", "wipe"}) {
-		const control_result result = write_control("log_ctl", line);
-		EXPECT_EQ(result.code, -EINVAL) << line;
-		EXPECT_EQ(result.reply.rfind("log_ctl: ", 0), 0u) << line;
-	}
 }
 
 TEST_F(log, more_modules_than_there_is_room_for_are_refused_and_still_logged)

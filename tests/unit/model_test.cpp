@@ -309,25 +309,6 @@ TEST_F(Model, leaf_dispatched_while_its_handler_runs_is_dropped_masked_once)
 	EXPECT_THAT(seen.take(), ElementsAre("unmask"));
 }
 
-TEST_F(Model, dispatch_from_a_thread_has_interrupts_off_and_refuses_root_lines)
-{
-	map_leaf();
-	install();
-	ASSERT_EQ(request(), 0);
-	bool off = false, task = false;
-	in_handler = [&] {
-		off = plat_irqs_disabled();
-		task = plat_in_task();
-	};
-	EXPECT_EQ(plat_generic_handle_irq(leaf), 0);
-	EXPECT_TRUE(off);
-	EXPECT_TRUE(task);
-	EXPECT_FALSE(plat_irqs_disabled());
-	EXPECT_EQ(plat_generic_handle_irq(parent), -1);
-	EXPECT_EQ(plat_generic_handle_irq(0), -22);
-	EXPECT_EQ(plat_generic_handle_irq(~0u), -22);
-}
-
 TEST_F(Model, direct_leaf_needs_a_lock_class_of_its_own)
 {
 	host_set_bug_handler(note_stop);
