@@ -305,7 +305,7 @@ TEST_F(Watch, ends_after_so_many_events_with_all_answered)
 	EXPECT_EQ(depth(first()), 0);
 }
 
-TEST_F(Watch, ends_when_idle)
+TEST_F(Watch, ends_with_code_3_when_idle_for_so_long)
 {
 	program watch(with(watch_first, {"--idle-timeout", "1.5"}));
 	wait_subscribed();
@@ -486,7 +486,7 @@ TEST_F(Watch, of_an_unknown_leaf_keeps_no_subscription)
 	EXPECT_TRUE(unsubscribed("0x100"));
 }
 
-TEST_F(Intrctl, enable_and_disable_count)
+TEST_F(Intrctl, each_enable_takes_back_one_disable)
 {
 	load_two_leaves();
 	expect_refused({"enable", "0x100", "3"}, 1,
@@ -522,7 +522,7 @@ TEST_F(Intrctl, netlink_protocol_is_the_configured_one)
 	EXPECT_EQ(watch.end(), 0) << watch.err();
 }
 
-TEST_F(Intrctl, debug_switches)
+TEST_F(Intrctl, debug_sets_and_shows_the_switches)
 {
 	const struct {
 		words change;
@@ -581,7 +581,7 @@ combiner make_card()
 	return card;
 }
 
-TEST_F(Intrctl, cards_come_and_go)
+TEST_F(Intrctl, card_takes_an_instance_id_or_a_card_number)
 {
 	const auto is_up = [&] {
 		return proc("runtime").find("combiner52\n") != std::string::npos;
@@ -623,7 +623,7 @@ TEST_F(Intrctl, watch_tells_that_a_card_has_gone)
 	EXPECT_TRUE(unsubscribed("0x100"));
 }
 
-TEST_F(Intrctl, device_that_is_missing_or_closed)
+TEST_F(Intrctl, missing_or_closed_device_is_told_in_one_line)
 {
 	expect_refused({"netlink-id"}, 1, "/dev/intr: no such device; load the driver");
 	load_two_leaves();

@@ -79,7 +79,7 @@ protected:
 	}
 };
 
-TEST_F(Card, comes_and_goes_to_the_letter)
+TEST_F(Card, coming_and_going_log_exactly_these_lines)
 {
 	start();
 	clear_log();
@@ -209,7 +209,7 @@ struct no_parent_case {
 
 class CardWithoutParent : public Card, public testing::WithParamInterface<no_parent_case> {};
 
-TEST_P(CardWithoutParent, does_not_come_at_all)
+TEST_P(CardWithoutParent, is_refused_as_a_whole)
 {
 	start();
 	settings(1)["int_type"] = GetParam().int_type;
@@ -353,7 +353,7 @@ TEST_F(Card, stays_where_its_configuration_changed_meanwhile)
 	expect_card_gone_and_able_to_come();
 }
 
-TEST_F(Card, goes_under_its_users)
+TEST_F(Card, going_releases_leaves_that_are_in_use)
 {
 	start_with_card();
 	subscriber daemon;
@@ -402,7 +402,7 @@ TEST_F(Card, waits_for_a_callback_that_runs)
 
 // The parent leaf's flow handler is gone while the card's leaves are still being
 // released: an interrupt that got there would never end.
-TEST_F(Card, parent_leaf_cannot_be_opened_while_the_card_goes)
+TEST_F(Card, parent_leaf_cannot_be_enabled_while_the_card_goes)
 {
 	start_with_card();
 	ASSERT_EQ(unregist(second.leaves[0]), 0);
@@ -489,7 +489,7 @@ INSTANTIATE_TEST_SUITE_P(
 	[](const auto &info) { return info.param.name; });
 
 // Both behind pins: the second pin has no interrupt, or cannot say so.
-TEST_F(Card, pin_of_the_second_combiner_fails)
+TEST_F(Card, failing_pin_of_one_combiner_refuses_the_whole_card)
 {
 	second = make_card_combiner(1, 1, 2);
 	place_at_gpio(second, 1);
@@ -559,7 +559,7 @@ INSTANTIATE_TEST_SUITE_P(
 // While another card and the board take interrupts: none is lost there. In an
 // emulated machine each wait for the kernel's readers takes tens of milliseconds,
 // unless it is told to hurry.
-TEST_F(Card, is_plugged_and_pulled_500_times)
+TEST_F(Card, plugging_500_times_loses_no_interrupt_of_others)
 {
 	static constexpr int ROUNDS = 500;
 	static constexpr size_t MOST = CLIENT_EVENTS / 3; // three leaves are heard

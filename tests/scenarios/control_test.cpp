@@ -183,7 +183,7 @@ TEST_F(Control, a_number_must_match_in_all_its_bits)
 	EXPECT_EQ(state(), before);
 }
 
-TEST_F(Control, subscription_and_its_end_to_the_letter)
+TEST_F(Control, subscription_and_its_end_log_exactly_these_lines)
 {
 	const std::string before = state();
 
@@ -214,7 +214,7 @@ TEST_F(Control, subscription_and_its_end_to_the_letter)
 	EXPECT_EQ(state(), before);
 }
 
-TEST_F(Control, leaves_that_do_not_exist_or_are_not_mapped)
+TEST_F(Control, commands_for_unknown_or_unmapped_leaves_are_refused)
 {
 	const std::string before = state();
 	leaf other_index = first, other_type = first;
@@ -257,7 +257,7 @@ TEST_F(Control, enable_and_disable_are_counted_and_never_below_zero)
 	EXPECT_EQ(unsubscribe(first, PORT), 0);
 }
 
-TEST_F(Control, numbers_and_switches)
+TEST_F(Control, netlink_id_is_that_of_the_load_and_switches_read_back)
 {
 	table().nodes["global_cfg"]["common"]["netlink_id"] = 29;
 	install();
@@ -347,7 +347,7 @@ TEST_F(ReportBuffer, all_of_it_is_written_and_not_one_byte_more)
 	EXPECT_EQ(unsubscribe(first, PORT), 0);
 }
 
-TEST_F(ReportBuffer, that_cannot_be_written)
+TEST_F(ReportBuffer, that_cannot_be_written_fails_the_command)
 {
 	const std::string before = state();
 	para record{};

@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, LeafTrace,
 					 trace_case{"thread_on_async", 1, 0}),
 			 [](const auto &info) { return info.param.name; });
 
-TEST_F(Delivery, contexts_and_names)
+TEST_F(Delivery, context_follows_async_and_sync)
 {
 	combiner hard = make_combiner(0, 2), threaded = make_combiner(1, 2);
 
@@ -161,7 +161,7 @@ TEST_F(Delivery, contexts_and_names)
 
 // A client that clears its device in the callback, below a status that simply
 // follows the source: nothing else takes the interrupt away.
-TEST_F(Delivery, chains_of_one_to_five_levels)
+TEST_F(Delivery, chains_of_one_to_five_levels_are_served)
 {
 	combiner c{.id = 0, .leaves = {}};
 
@@ -277,7 +277,7 @@ TEST_F(Delivery, a_failed_read_does_not_lose_the_interrupt)
 	EXPECT_EQ(events().size(), 1u);
 }
 
-TEST_F(Delivery, disable_depth_of_a_normal_parent)
+TEST_F(Delivery, parent_is_disabled_only_during_an_async_scan)
 {
 	combiner sync = make_combiner(0, 1), async = make_combiner(1, 1);
 
@@ -301,7 +301,7 @@ TEST_F(Delivery, disable_depth_of_a_normal_parent)
 	EXPECT_EQ(depth("line:1"), 0);
 }
 
-TEST_F(Delivery, disable_depth_of_a_direct_parent)
+TEST_F(Delivery, direct_parent_is_disabled_with_its_leaf)
 {
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
@@ -338,7 +338,7 @@ TEST_F(Delivery, disable_depth_of_a_direct_parent)
 
 // The line is up when the first client comes: its occurrence is under way before
 // the request is through, and what masks the parent for it must stay.
-TEST_F(Delivery, a_direct_leaf_that_is_asserted_when_it_is_requested)
+TEST_F(Delivery, direct_leaf_asserted_at_its_request_is_delivered_once)
 {
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
@@ -362,7 +362,7 @@ TEST_F(Delivery, a_direct_leaf_that_is_asserted_when_it_is_requested)
 
 // A client enables the leaf before anybody registers for it; what comes then has no
 // handler that would open the parent again.
-TEST_F(Delivery, a_direct_leaf_that_fires_before_it_is_requested)
+TEST_F(Delivery, direct_leaf_that_fired_before_its_request_is_delivered_after_it)
 {
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
@@ -389,7 +389,7 @@ TEST_F(Delivery, a_direct_leaf_that_fires_before_it_is_requested)
 	}
 }
 
-TEST_F(Delivery, a_direct_leaf_in_hard_interrupt_context)
+TEST_F(Delivery, direct_leaf_with_sync_is_delivered_every_time)
 {
 	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 
@@ -406,7 +406,7 @@ TEST_F(Delivery, a_direct_leaf_in_hard_interrupt_context)
 
 // An edge leaf that fires while it is disabled is not lost, and a level leaf's
 // stale status is not delivered: enabling clears it.
-TEST_F(Delivery, what_came_while_disabled)
+TEST_F(Delivery, enable_replays_an_edge_and_clears_a_level)
 {
 	combiner c = make_combiner(0, 2);
 

@@ -43,7 +43,7 @@ TEST_F(Exports, mapping_lasts_from_first_demand_to_last_user)
 	record();
 }
 
-TEST_F(Exports, packed_keys)
+TEST_F(Exports, packed_key_names_index_and_type)
 {
 	combiner c = make_combiner(0, 2);
 
@@ -61,7 +61,7 @@ TEST_F(Exports, packed_keys)
 	EXPECT_EQ(ask("client", "bspmap 0x80012"), 0);
 }
 
-TEST_F(Exports, unknown_and_unmapped_leaves)
+TEST_F(Exports, unknown_and_unmapped_leaves_are_refused)
 {
 	load({make_combiner(0, 1)});
 	clear_log();
@@ -107,7 +107,7 @@ TEST_F(Exports, the_first_callback_stays)
 	EXPECT_EQ(events().front().tag, "second");
 }
 
-TEST_F(Exports, registration_and_release_to_the_letter)
+TEST_F(Exports, registration_and_release_log_exactly_these_lines)
 {
 	const combiner c = make_combiner(0, 1);
 
@@ -126,7 +126,7 @@ TEST_F(Exports, registration_and_release_to_the_letter)
 	record();
 }
 
-TEST_F(Exports, enable_and_disable_from_the_leafs_own_callback)
+TEST_F(Exports, callback_may_enable_and_disable_its_own_leaf)
 {
 	combiner c = make_combiner(0, 2);
 
@@ -183,7 +183,7 @@ TEST_F(Exports, unregister_waits_for_a_running_callback)
 	expect_events(1);
 }
 
-TEST_F(Exports, registering_from_many_threads_while_the_leaf_fires)
+TEST_F(Exports, registration_races_leave_no_mapping_and_spare_others)
 {
 	combiner c = make_combiner(0, 2);
 

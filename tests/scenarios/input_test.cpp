@@ -13,7 +13,7 @@ protected:
 	combiner board = make_combiner(0, 1);
 };
 
-TEST_F(Input, a_damaged_table_leaves_the_one_in_force)
+TEST_F(Input, a_damaged_table_leaves_the_active_one)
 {
 	configure({board});
 	cfg::bytes good, bad;

@@ -67,7 +67,7 @@ const std::vector<std::string> bring_up_trace = {
 	"write inst=0xffffffff chip=5 reg=0x11 shift=1 mask=0x1 value=0x1",
 };
 
-TEST_F(Lifecycle, bring_up_to_the_letter)
+TEST_F(Lifecycle, bring_up_logs_and_writes_exactly_this)
 {
 	combiner c = make_combiner(4, 2, 3);
 
@@ -83,7 +83,7 @@ TEST_F(Lifecycle, bring_up_to_the_letter)
 	EXPECT_EQ(trace(), bring_up_trace);
 }
 
-TEST_F(Lifecycle, start_and_stop_to_the_letter)
+TEST_F(Lifecycle, load_and_unload_log_no_error)
 {
 	combiner direct{.id = 1, .direct = 1, .leaves = {make_leaf(1, 0, 0)}};
 
@@ -96,7 +96,7 @@ TEST_F(Lifecycle, start_and_stop_to_the_letter)
 	record();
 }
 
-TEST_F(Lifecycle, without_any_configuration)
+TEST_F(Lifecycle, devices_without_configuration_get_combiners_without_leaves)
 {
 	load();
 	EXPECT_TRUE(logged("2 [intr get cfg]cfg_type_bitmap=0x2"));
@@ -276,7 +276,7 @@ TEST_F(Lifecycle, a_line_that_a_combiner_has_is_not_taken_from_it)
 
 // Firmware left a leaf enabled, and it is up: interrupts come in the middle of
 // bring-up, and must leave neither a disabled nor an open line behind.
-TEST_F(Lifecycle, bring_up_under_an_asserted_line)
+TEST_F(Lifecycle, bring_up_under_an_asserted_line_leaves_the_line_enabled)
 {
 	for (const u32 async : {0u, 1u}) {
 		combiner c = make_combiner(4, 1, 1);
@@ -300,7 +300,7 @@ TEST_F(Lifecycle, bring_up_under_an_asserted_line)
 
 // A leaf that was enabled without ever being requested is closed when its
 // mapping goes: nothing would be there to mask it.
-TEST_F(Lifecycle, a_mapped_leaf_is_closed_with_its_mapping)
+TEST_F(Lifecycle, unmapping_turns_the_enable_field_off)
 {
 	const level &own = witness.leaves[0].levels.back();
 

@@ -36,7 +36,7 @@ protected:
 	}
 };
 
-TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
+TEST_P(Nested, every_occurrence_is_delivered_and_no_line_stays_disabled)
 {
 	bring_up();
 	for (u32 shot = 0; shot < 40; shot++) {
@@ -51,7 +51,7 @@ TEST_P(Nested, delivers_for_as_long_as_it_is_fired)
 	expect_delivery(outer.leaves[0]);
 }
 
-TEST_P(Nested, the_leaf_belongs_to_the_combiner_behind_it)
+TEST_P(Nested, parent_leaf_is_the_inner_combiners_alone)
 {
 	bring_up();
 	EXPECT_EQ(ask("client", "regist 0x401 3"), 14);
@@ -64,7 +64,7 @@ TEST_P(Nested, the_leaf_belongs_to_the_combiner_behind_it)
 }
 
 // Its leaf can be used like any other once the combiner behind it has gone.
-TEST_P(Nested, the_leaf_comes_back_when_the_inner_one_goes)
+TEST_P(Nested, parent_leaf_is_free_once_the_inner_one_has_gone)
 {
 	bring_up();
 	fire(inner.leaves[1]);
@@ -76,7 +76,7 @@ TEST_P(Nested, the_leaf_comes_back_when_the_inner_one_goes)
 }
 
 // The inner one goes while a handler of its own keeps a pass of it open.
-TEST_P(Nested, the_inner_one_goes_while_its_leaf_is_served)
+TEST_P(Nested, removing_the_inner_one_during_a_callback_spares_the_outer_one)
 {
 	bring_up();
 	fire(inner.leaves[0]);
@@ -86,7 +86,7 @@ TEST_P(Nested, the_inner_one_goes_while_its_leaf_is_served)
 	expect_delivery(outer.leaves[0]);
 }
 
-TEST_P(Nested, the_outer_one_takes_the_inner_one_along)
+TEST_P(Nested, removing_the_outer_one_frees_the_inner_one_first)
 {
 	bring_up();
 	fire(inner.leaves[0]);

@@ -61,7 +61,7 @@ protected:
 	}
 };
 
-TEST_F(Notify, the_message_is_these_bytes)
+TEST_F(Notify, message_is_these_24_bytes)
 {
 	static constexpr unsigned char expected[] = {0x18, 0, 0, 0, 0,	  0, 0, 0, 0, 0, 0, 0,
 						     0,	   0, 0, 0, 0x12, 0, 0, 0, 3, 0, 0, 0};
@@ -80,7 +80,7 @@ TEST_F(Notify, the_message_is_these_bytes)
 	testbed::netlink_close(socket);
 }
 
-TEST_F(Notify, in_order_of_subscription_and_silent_until_all_have_answered)
+TEST_F(Notify, receivers_are_told_in_order_and_leaf_is_silent_until_all_have_answered)
 {
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
@@ -145,7 +145,7 @@ TEST_F(Notify, a_receiver_that_has_gone_is_forgotten_and_the_others_are_served)
 }
 
 // The last one goes: the leaf stays requested, open and silent until somebody leaves it.
-TEST_F(Notify, the_only_receiver_has_gone)
+TEST_F(Notify, leaf_stays_requested_when_its_only_receiver_has_gone)
 {
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];
@@ -211,7 +211,7 @@ struct way {
 class NotifyWay : public Notify, public testing::WithParamInterface<way> {};
 
 // Subscribers first, then the callback, wherever a handler can be told to wait.
-TEST_P(NotifyWay, before_the_callback_or_not_at_all)
+TEST_P(NotifyWay, receivers_are_told_before_the_callback_or_not_at_all)
 {
 	static constexpr size_t ROUNDS = 3;
 	combiner c = make_combiner(1, 1);
@@ -261,7 +261,7 @@ INSTANTIATE_TEST_SUITE_P(Ways, NotifyWay,
 					 way{"thread_on_async", 1, 0, true}),
 			 [](const auto &info) { return info.param.name; });
 
-TEST_F(Notify, a_direct_combiner_is_closed_until_all_have_answered)
+TEST_F(Notify, direct_parent_is_disabled_until_all_have_answered)
 {
 	const combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
 	const leaf &leaf = c.leaves[0];
@@ -293,7 +293,7 @@ TEST_F(Notify, a_direct_combiner_is_closed_until_all_have_answered)
 	EXPECT_EQ(depth("line:2"), 2); // as after every release: shut down, and released
 }
 
-TEST_F(Notify, leaves_of_nested_combiners)
+TEST_F(Notify, leaves_of_nested_combiners_reach_their_receiver)
 {
 	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 2);
 
@@ -355,7 +355,7 @@ TEST_F(Notify, a_client_and_a_process_share_the_leaf_until_the_last_has_left)
 	expect_served(leaf, {&process});
 }
 
-TEST_F(Notify, leaving_while_an_occurrence_is_served)
+TEST_F(Notify, last_user_to_leave_waits_for_the_callback)
 {
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];

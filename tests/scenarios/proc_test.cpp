@@ -142,7 +142,7 @@ TEST_F(Proc, writes_store_a_number)
 	testbed::proc_close(handle);
 }
 
-TEST_F(Proc, writes_that_are_refused)
+TEST_F(Proc, refused_writes_change_nothing)
 {
 	char *hole = testbed::page_before_hole() + sysconf(_SC_PAGESIZE);
 
@@ -174,7 +174,7 @@ TEST_F(Proc, without_memory_a_file_is_empty)
 	}
 }
 
-TEST_F(Proc, a_file_that_is_open_when_the_driver_goes_fails)
+TEST_F(Proc, open_file_fails_with_5_once_the_driver_has_gone)
 {
 	char text[16];
 	std::vector<int> handles;

@@ -310,7 +310,7 @@ std::string first_leaf_of(const std::string &cfg)
 	return cfg.substr(start, end - start);
 }
 
-TEST_F(Report, of_every_kind_of_combiner_and_leaf)
+TEST_F(Report, texts_for_every_kind_of_combiner_and_leaf_are_exact)
 {
 	bring_up();
 	ASSERT_EQ(regist(leaf_), 0);
@@ -326,7 +326,7 @@ TEST_F(Report, of_every_kind_of_combiner_and_leaf)
 		  fill(LEAF_TEXT, numbers()) + first_leaf_of(CFG_TEXT));
 }
 
-TEST_F(Report, of_the_bitmaps_that_are_in_use)
+TEST_F(Report, shows_only_the_bitmaps_in_use)
 {
 	static constexpr char netlink[] = "  netlink_id            : 30\n";
 
@@ -358,7 +358,7 @@ TEST_F(Report, of_the_bitmaps_that_are_in_use)
 						    "  int_debug_switch      : 0\n\n");
 }
 
-TEST_F(Report, that_is_larger_than_the_largest_buffer)
+TEST_F(Report, is_cut_at_the_size_of_the_largest_buffer)
 {
 	combiner c = make_combiner(0, 60, 5);
 
@@ -374,7 +374,7 @@ TEST_F(Report, that_is_larger_than_the_largest_buffer)
 }
 
 // The leaf between two combiners is the parent line that the monitor bounds.
-TEST_F(Report, of_a_suppressed_leaf)
+TEST_F(Report, shows_that_a_leaf_is_suppressed)
 {
 	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 1);
 
@@ -472,7 +472,7 @@ TEST_F(ReportTrace, switched_off_an_occurrence_writes_nothing)
 }
 
 // One leaf's lines are all there, in order, and nobody else's among them.
-TEST_F(ReportTrace, of_one_leaf_to_the_letter)
+TEST_F(ReportTrace, of_one_leaf_is_exactly_these_lines)
 {
 	combiner c = make_combiner(0, 2, 1);
 
@@ -513,7 +513,7 @@ TEST_F(ReportTrace, of_one_leaf_to_the_letter)
 	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
 }
 
-TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
+TEST_F(ReportTrace, of_a_parent_virq_is_that_of_its_combiner_alone)
 {
 	combiner c = make_combiner(1, 1), other = make_combiner(0, 1);
 
@@ -545,7 +545,7 @@ TEST_F(ReportTrace, of_a_parent_line_is_that_of_its_combiner)
 		  1u);
 }
 
-TEST_F(ReportTrace, of_all_comes_from_every_function_on_the_way)
+TEST_F(ReportTrace, of_virq_0_comes_from_every_function_on_the_way)
 {
 	combiner c = make_combiner(1, 2);
 	combiner direct{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};

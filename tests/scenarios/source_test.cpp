@@ -140,7 +140,7 @@ const broken_pin broken_pins[] = {
 INSTANTIATE_TEST_SUITE_P(Steps, SourcePin, testing::ValuesIn(broken_pins),
 			 [](const auto &info) { return info.param.name; });
 
-TEST_F(Source, pin_without_memory_for_its_record)
+TEST_F(Source, pin_without_memory_for_its_record_fails_the_load)
 {
 	configure({pin});
 	use_sources(GPIO, 1u << 8);
@@ -170,7 +170,7 @@ TEST_F(Source, ids_that_pins_and_acpi_both_claim_are_refused)
 }
 
 // The device is taken, and its removal takes nothing from the pin's combiner.
-TEST_F(Source, device_with_the_number_of_a_pin)
+TEST_F(Source, device_with_the_number_of_a_pin_takes_nothing_from_it)
 {
 	combiner c = make_gpio_combiner(0, 4, 1);
 
@@ -194,7 +194,7 @@ struct trigger {
 
 class SourceTrigger : public Source, public testing::WithParamInterface<trigger> {};
 
-TEST_P(SourceTrigger, of_a_pin)
+TEST_P(SourceTrigger, of_a_pin_is_set_or_fails_the_load)
 {
 	const auto &[irq_type, known] = GetParam();
 
@@ -278,7 +278,7 @@ INSTANTIATE_TEST_SUITE_P(
 				  "1 [intr dts dev probe]invalid dev name"}),
 	[](const auto &info) { return info.param.name; });
 
-TEST_F(Source, device_without_interrupt)
+TEST_F(Source, device_without_interrupt_is_refused)
 {
 	load({make_combiner(5, 1)});
 	EXPECT_FALSE(add_device("irq_combiner@5", "none"));
@@ -342,7 +342,7 @@ protected:
 	}
 };
 
-TEST_F(SourceUnderFire, unbound_and_bound)
+TEST_F(SourceUnderFire, rebinding_loses_no_interrupt_of_others)
 {
 	const combiner other = make_combiner(1, 1);
 
@@ -466,7 +466,7 @@ INSTANTIATE_TEST_SUITE_P(
 	[](const auto &info) { return info.param.name; });
 
 // With the device tree in use too, the device is taken as a device-tree one.
-TEST_F(Acpi, device_is_none_of_the_device_tree)
+TEST_F(Acpi, device_is_refused_where_the_device_tree_is_in_use_too)
 {
 	start(ACPI | DTS | GPIO, 0x7, 1u << 8);
 	EXPECT_EQ(testbed::platform_drivers(), (names{"irq_combiner", "irq_combiner-acpi"}));
@@ -498,7 +498,7 @@ TEST_F(Acpi, second_device_takes_nothing_from_the_first)
 }
 
 // A card behind a leaf of the ACPI device, and a combiner behind a pin.
-TEST_F(Acpi, other_sources_stand_beside_and_behind_it)
+TEST_F(Acpi, card_behind_it_goes_with_it_and_pin_stays)
 {
 	make_card_leaf(zero.leaves[1], 1);
 	place_behind(card, zero, zero.leaves[1]);
@@ -517,7 +517,7 @@ TEST_F(Acpi, other_sources_stand_beside_and_behind_it)
 	expect_works(card.leaves[0]);
 }
 
-TEST_F(Acpi, device_is_unbound_and_bound_under_fire)
+TEST_F(Acpi, rebinding_loses_no_interrupt_of_others)
 {
 	start(ACPI | GPIO, 0x7, 1u << 8);
 	rebind_under_fire(DEVICE, two.leaves[0], pin.leaves[0], 15);

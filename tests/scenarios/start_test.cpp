@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(Steps, StartStep, testing::ValuesIn(fatal_steps),
 			 [](const auto &info) { return info.param.name; });
 
 // The logging module has given no id yet, so its lines are nobody's.
-TEST_F(Start, without_logging)
+TEST_F(Start, is_refused_without_logging)
 {
 	describe();
 	command("log_ctl", "fail_register -5");
@@ -113,7 +113,7 @@ TEST_F(Start, without_logging)
 }
 
 // The driver works without its proc directory, or with some of its files.
-TEST_F(Start, with_some_proc_files)
+TEST_F(Start, works_without_some_or_all_proc_files)
 {
 	const names files = {"int_debug_switch", "debug_irq", "runtime", "cfg"};
 
@@ -150,7 +150,7 @@ TEST_F(Start, with_some_proc_files)
 	expect_all_works();
 }
 
-TEST_F(Start, without_notification)
+TEST_F(Start, works_without_notification)
 {
 	describe();
 	command("board", "fault plat_netlink_kernel_create 1 0");
@@ -209,7 +209,7 @@ const names stop_lines = {
 	"2 [intr module exit]success",
 };
 
-TEST_F(Start, and_stop_to_the_letter)
+TEST_F(Start, and_stop_log_exactly_these_lines)
 {
 	describe();
 	load();
@@ -238,7 +238,7 @@ TEST_F(Start, and_stop_to_the_letter)
 
 // A process opens the device whenever it is there, also while it goes again with
 // a start that fails.
-TEST_F(Start, with_a_process_that_opens_the_device_all_the_time)
+TEST_F(Start, serves_or_refuses_a_process_that_opens_all_the_time)
 {
 	std::atomic<bool> stop = false;
 	std::atomic<int> served = 0, wrong = 0;
@@ -319,7 +319,7 @@ TEST_F(Start, that_fails_waits_for_a_process_inside)
 }
 
 // Each time with all kinds of users of all kinds of combiners.
-TEST_F(Start, and_stop_50_times_in_full_use)
+TEST_F(Start, and_stop_50_times_serve_all_users)
 {
 	describe();
 	for (int round = 0; round < 50 && !HasFailure(); round++) {

@@ -159,7 +159,7 @@ protected:
 	}
 };
 
-TEST_F(Stress, readers_processes_and_clients_while_combiners_come_and_go)
+TEST_F(Stress, meddling_from_all_sides_loses_no_interrupt_of_others)
 {
 	start();
 	clear_events();
@@ -184,7 +184,7 @@ TEST_F(Stress, readers_processes_and_clients_while_combiners_come_and_go)
 
 // Cards and devices from several processes at once: each change is whole, and a
 // card that another process just brought up is refused, not doubled.
-TEST_F(Stress, changes_from_all_sides)
+TEST_F(Stress, concurrent_changes_of_cards_and_devices_are_whole)
 {
 	std::atomic<int> up = 0, down = 0;
 

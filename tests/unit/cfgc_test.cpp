@@ -161,7 +161,7 @@ TEST(cfgc, names_unknown_things_and_what_was_meant)
 	});
 }
 
-TEST(cfgc, checks_values)
+TEST(cfgc, refuses_values_that_cannot_be_meant)
 {
 	expect_all({
 		{"word",

@@ -330,7 +330,7 @@ TEST(xml_table_open, random_damage_never_leads_outside)
 	EXPECT_GT(opened, 0) << "the damage never got past the checks: it tests nothing";
 }
 
-TEST_F(xml_table_test, limits_of_size_and_number)
+TEST_F(xml_table_test, size_and_number_of_tables_are_limited)
 {
 	cfg::table big;
 	std::string why;
