@@ -441,7 +441,10 @@ TEST_F(Delivery, a_storm_is_bounded_and_the_line_comes_back)
 	EXPECT_LE(events().size(), 21u);
 	command("cpld", "deassert " + c.leaves[0].name);
 	EXPECT_TRUE(eventually([&] { return depth("line:0") == 0; }));
-	expect_delivery(c.leaves[0]);
+	// What was latched at the end of the storm may still come, too.
+	clear_events();
+	fire_open(c.leaves[0]);
+	EXPECT_TRUE(wait_events(1));
 }
 
 } // namespace
