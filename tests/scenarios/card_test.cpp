@@ -65,7 +65,7 @@ protected:
 	void expect_card_gone_and_able_to_come()
 	{
 		EXPECT_EQ(cards(), std::vector<u32>{});
-		EXPECT_EQ(ask("client", "find 1 7"), 0) << "the parent leaf was not given back";
+		EXPECT_EQ(ask("client", "find 1 7"), 0) << "the parent leaf is still mapped";
 		EXPECT_EQ(regist(first.leaves[0]), 14);
 		expect_delivery(witness);
 		ASSERT_EQ(regist(parent), 0);
@@ -243,7 +243,7 @@ TEST_F(Card, does_not_come_behind_a_leaf_that_is_missing)
 	expect_delivery(witness);
 }
 
-// The leaf was mapped for the card, and is given back.
+// The leaf was mapped for the card, and is unmapped with it.
 TEST_F(Card, does_not_come_behind_a_direct_leaf)
 {
 	combiner direct{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
@@ -558,7 +558,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // While another card and the board take interrupts: none is lost there. In an
 // emulated machine each wait for the kernel's readers takes tens of milliseconds,
-// unless it is told to hurry.
+// unless RCU is expedited.
 TEST_F(Card, plugging_500_times_loses_no_interrupt_of_others)
 {
 	static constexpr int ROUNDS = 500;

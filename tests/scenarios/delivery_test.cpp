@@ -353,7 +353,7 @@ TEST_F(Delivery, direct_leaf_asserted_at_its_request_is_delivered_once)
 		command("client", "let_go");
 		EXPECT_TRUE(eventually([&] { return depth("line:2") == 0; }));
 		EXPECT_EQ(unregist(leaf), 0);
-		// Mapped and given back without a request: one more to take back.
+		// Mapped and unmapped without a request: one more disable to undo.
 		EXPECT_GT(ask("client", "map 0x200 3"), 0);
 		EXPECT_EQ(unregist(leaf), 0);
 		EXPECT_EQ(depth("line:2"), 3);

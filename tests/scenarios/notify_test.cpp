@@ -276,7 +276,7 @@ TEST_F(Notify, direct_parent_is_disabled_until_all_have_answered)
 		EXPECT_TRUE(a.receives(leaf));
 		EXPECT_TRUE(b.receives(leaf));
 		expect_depth(leaf, 2);
-		// The mask is given back by the handler, the disabled leaf stays.
+		// The handler undoes the mask's disable, the disabled leaf stays.
 		EXPECT_TRUE(eventually([&] { return depth("line:2") == 1; }));
 		EXPECT_TRUE(a.silent());
 		command("cpld", "deassert " + leaf.name);

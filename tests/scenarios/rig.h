@@ -57,7 +57,7 @@ struct combiner {
 	u32 allow_max = 1000000;
 	u32 suppress_ms = 1000;
 	u32 line = id;
-	std::vector<level> outer{}; // of a nested combiner: the levels of the leaf it stands behind
+	std::vector<level> outer{}; // of a cascaded combiner: the levels of its parent leaf
 	u32 inst = XML_TABLE_BOARD; // whose configuration and registers
 	u32 outer_inst = XML_TABLE_BOARD; // of the outer levels' registers
 	u32 node = id; // number of the node; of a card's combiner its index there

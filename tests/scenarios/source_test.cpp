@@ -15,7 +15,7 @@ namespace {
 using names = std::vector<std::string>;
 using ids = std::vector<u32>;
 
-// The device tree describes combiners 0 to 3. Combiner 8 stands behind a pin.
+// The device tree describes combiners 0 to 3. Combiner 8 is behind a pin.
 class Source : public Sources {
 protected:
 	combiner board = make_combiner(0, 2), pin = make_gpio_combiner(8, 0, 2);

@@ -19,7 +19,7 @@ protected:
 	static constexpr u32 INST = 1u << 24;
 
 	// Leaves of the board: the witness, one that processes fight for, and the one
-	// that the card stands behind.
+	// that is the parent of a combiner of the card.
 	combiner board = make_combiner(0, 3), callbacks = make_combiner(1, 3);
 	combiner pin = make_card_combiner(1, 0, 2), behind = make_card_combiner(1, 1, 1);
 	combiner device = make_combiner(4, 2);
