@@ -5,27 +5,10 @@
 #include "control/report.h"
 
 #include "config/keys.h"
+#include "control/text_out.h"
 #include "core/atomic.h"
 #include "intr/siblings.h"
 #include "uapi/intr.h"
-
-// What has been written of a block, and where it goes on.
-struct text_out {
-	char *buffer;
-	u32 size;
-	u32 length;
-
-	[[nodiscard]] char *at() const { return buffer + length; }
-	[[nodiscard]] u32 room() const { return size - length; }
-	// Nothing more can be seen of what would follow.
-	[[nodiscard]] bool full() const { return room() <= 1; }
-};
-
-// A macro, so that the compiler checks every format against its arguments. The
-// formatter cuts and returns what it wrote, so `length` never reaches `size`.
-#define intr_print(out, ...) \
-	((out).length += \
-	 static_cast<u32>(snprintf_truncated_s((out).at(), (out).room(), __VA_ARGS__)))
 
 // A label at its depth; the format of its value follows.
 #define L2 "  %-22s: "
@@ -39,11 +22,10 @@ static bool get_depth(u32 virq, u32 *depth)
 	return virq != 0 && irq_get_depth(virq, depth) == 0;
 }
 
-static u32 drv_intr_dbg_print_one_irq(char *buffer, u32 size, const drv_intr_irq_info &irq_info)
+static void drv_intr_dbg_print_one_irq(text_out &out, const drv_intr_irq_info &irq_info)
 {
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = read_once(irq_info.virq);
-	text_out out{buffer, size, 0};
 	u32 depth = 0;
 
 	intr_print(out, L6 "0x%x\n", "index_id", cfg.index_id);
@@ -52,13 +34,10 @@ static u32 drv_intr_dbg_print_one_irq(char *buffer, u32 size, const drv_intr_irq
 	intr_print(out, L6 "%u\n", "virq", virq);
 	if (get_depth(virq, &depth))
 		intr_print(out, L6 "%u\n", "virq depth", depth);
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_irq_info(char *buffer, u32 size,
-				       list<drv_intr_irq_info> &irq_info_list)
+static void drv_intr_dbg_print_irq_info(text_out &out, list<drv_intr_irq_info> &irq_info_list)
 {
-	text_out out{buffer, size, 0};
 	u32 number = 0;
 
 	intr_print(out, "  irq info\n");
@@ -68,15 +47,13 @@ static u32 drv_intr_dbg_print_irq_info(char *buffer, u32 size,
 		if (out.full())
 			break;
 		intr_print(out, "    irq info%u\n", number++);
-		out.length += drv_intr_dbg_print_one_irq(out.at(), out.room(), irq_info);
+		drv_intr_dbg_print_one_irq(out, irq_info);
 	}
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_combiner_runtime(char *buffer, u32 size, drv_intr_combiner &combiner)
+static void drv_intr_dbg_print_combiner_runtime(text_out &out, drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
-	text_out out{buffer, size, 0};
 	u32 depth = 0;
 
 	intr_print(out, "combiner%u\n", combiner.combiner_id);
@@ -90,9 +67,8 @@ static u32 drv_intr_dbg_print_combiner_runtime(char *buffer, u32 size, drv_intr_
 	}
 	if (get_depth(virq, &depth))
 		intr_print(out, L2 "%u\n", "virq depth", depth);
-	out.length += drv_intr_dbg_print_irq_info(out.at(), out.room(), combiner.irq_info_list);
+	drv_intr_dbg_print_irq_info(out, combiner.irq_info_list);
 	intr_print(out, "\n");
-	return out.length;
 }
 
 u32 drv_intr_dbg_print_runtime(char *buffer, u32 size)
@@ -108,16 +84,14 @@ u32 drv_intr_dbg_print_runtime(char *buffer, u32 size)
 		if (out.full())
 			break;
 		if (drv_intr_is_ready(combiner))
-			out.length +=
-				drv_intr_dbg_print_combiner_runtime(out.at(), out.room(), combiner);
+			drv_intr_dbg_print_combiner_runtime(out, combiner);
 	}
 	return out.length;
 }
 
-static u32 drv_intr_dbg_print_global_cfg(char *buffer, u32 size, const drv_intr_ctrl &ctrl)
+static void drv_intr_dbg_print_global_cfg(text_out &out, const drv_intr_ctrl &ctrl)
 {
 	const drv_intr_global_cfg &cfg = ctrl.global_cfg;
-	text_out out{buffer, size, 0};
 
 	intr_print(out, "global cfg\n");
 	intr_print(out, L2 "0x%x(bit0=acpi, bit1=dts, bit2=gpio)\n", "cfg_type_bitmap",
@@ -127,12 +101,10 @@ static u32 drv_intr_dbg_print_global_cfg(char *buffer, u32 size, const drv_intr_
 	if (cfg.cfg_type_bitmap & DRV_INTR_CFG_GPIO)
 		intr_print(out, L2 "0x%x\n", "gpio_bitmap", cfg.gpio_bitmap);
 	intr_print(out, L2 "%u\n", "netlink_id", cfg.netlink_id);
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_common_cfg(char *buffer, u32 size, const drv_intr_common_cfg &cfg)
+static void drv_intr_dbg_print_common_cfg(text_out &out, const drv_intr_common_cfg &cfg)
 {
-	text_out out{buffer, size, 0};
 
 	intr_print(out, "common cfg\n");
 	intr_print(out, L2 "%u\n", "chip id", cfg.chip_id);
@@ -145,17 +117,15 @@ static u32 drv_intr_dbg_print_common_cfg(char *buffer, u32 size, const drv_intr_
 	intr_print(out, L2 "%u(%s, only valid for card combiner)\n", "int_type", cfg.int_type,
 		   drv_intr_get_int_type_desc(cfg.int_type));
 	intr_print(out, L2 "%u\n", "gpio", cfg.gpio);
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_cpu_cfg(char *buffer, u32 size, const char *title,
-				      list<drv_intr_cpu_cfg> &cpu_list)
+static void drv_intr_dbg_print_cpu_cfg(text_out &out, const char *title,
+				       list<drv_intr_cpu_cfg> &cpu_list)
 {
-	text_out out{buffer, size, 0};
 	u32 number = 0;
 
 	if (cpu_list.empty())
-		return 0;
+		return;
 	intr_print(out, "%s\n", title);
 	for (const drv_intr_cpu_cfg &cfg : cpu_list) {
 		intr_print(out, "  cfg%u\n", number++);
@@ -164,15 +134,13 @@ static u32 drv_intr_dbg_print_cpu_cfg(char *buffer, u32 size, const char *title,
 		intr_print(out, L4 "0x%x\n", "mask", cfg.mask);
 		intr_print(out, L4 "0x%x\n", "value", cfg.value);
 	}
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_level_cfg(char *buffer, u32 size, const drv_intr_hwirq_cfg &cfg)
+static void drv_intr_dbg_print_level_cfg(text_out &out, const drv_intr_hwirq_cfg &cfg)
 {
-	text_out out{buffer, size, 0};
 
 	if (cfg.level_num == 0)
-		return 0;
+		return;
 	intr_print(out, "    level_reg_info\n");
 	for (u32 number = 0; number < cfg.level_num; number++) {
 		const drv_intr_level_cfg &level = cfg.level[number];
@@ -186,12 +154,10 @@ static u32 drv_intr_dbg_print_level_cfg(char *buffer, u32 size, const drv_intr_h
 		// Spelt as the programs that read it expect.
 		intr_print(out, L8 "%u\n", "statuc_wc", level.status_wc);
 	}
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_one_hwirq_cfg(char *buffer, u32 size, const drv_intr_hwirq_cfg &cfg)
+static void drv_intr_dbg_print_one_hwirq_cfg(text_out &out, const drv_intr_hwirq_cfg &cfg)
 {
-	text_out out{buffer, size, 0};
 
 	intr_print(out, L4 "0x%x\n", "index_id", cfg.index_id);
 	intr_print(out, L4 "%u\n", "type", cfg.type);
@@ -202,40 +168,32 @@ static u32 drv_intr_dbg_print_one_hwirq_cfg(char *buffer, u32 size, const drv_in
 	intr_print(out, L4 "%u\n", "policy", cfg.policy);
 	intr_print(out, L4 "%u\n", "level_num", cfg.level_num);
 	intr_print(out, L4 "%u\n", "sync", cfg.sync);
-	out.length += drv_intr_dbg_print_level_cfg(out.at(), out.room(), cfg);
-	return out.length;
+	drv_intr_dbg_print_level_cfg(out, cfg);
 }
 
-static u32 drv_intr_dbg_print_hwirq_cfg(char *buffer, u32 size,
-					list<drv_intr_hwirq_cfg> &hwirq_list)
+static void drv_intr_dbg_print_hwirq_cfg(text_out &out, list<drv_intr_hwirq_cfg> &hwirq_list)
 {
-	text_out out{buffer, size, 0};
 	u32 number = 0;
 
 	if (hwirq_list.empty())
-		return 0;
+		return;
 	intr_print(out, "hwirq cfg\n");
 	for (const drv_intr_hwirq_cfg &cfg : hwirq_list) {
 		if (out.full())
 			break;
 		intr_print(out, "  cfg%u\n", number++);
-		out.length += drv_intr_dbg_print_one_hwirq_cfg(out.at(), out.room(), cfg);
+		drv_intr_dbg_print_one_hwirq_cfg(out, cfg);
 	}
-	return out.length;
 }
 
-static u32 drv_intr_dbg_print_combiner_cfg(char *buffer, u32 size, drv_intr_combiner &combiner)
+static void drv_intr_dbg_print_combiner_cfg(text_out &out, drv_intr_combiner &combiner)
 {
-	text_out out{buffer, size, 0};
 
 	intr_print(out, "\n%s\n", combiner.name);
-	out.length += drv_intr_dbg_print_common_cfg(out.at(), out.room(), combiner.common_cfg);
-	out.length += drv_intr_dbg_print_cpu_cfg(out.at(), out.room(), "cpu default cfg",
-						 combiner.cpu_default_cfg_list);
-	out.length +=
-		drv_intr_dbg_print_cpu_cfg(out.at(), out.room(), "cpu cfg", combiner.cpu_cfg_list);
-	out.length += drv_intr_dbg_print_hwirq_cfg(out.at(), out.room(), combiner.hwirq_cfg_list);
-	return out.length;
+	drv_intr_dbg_print_common_cfg(out, combiner.common_cfg);
+	drv_intr_dbg_print_cpu_cfg(out, "cpu default cfg", combiner.cpu_default_cfg_list);
+	drv_intr_dbg_print_cpu_cfg(out, "cpu cfg", combiner.cpu_cfg_list);
+	drv_intr_dbg_print_hwirq_cfg(out, combiner.hwirq_cfg_list);
 }
 
 u32 drv_intr_dbg_print_cfg(char *buffer, u32 size)
@@ -244,13 +202,12 @@ u32 drv_intr_dbg_print_cfg(char *buffer, u32 size)
 	const srcu_reader reader;
 	text_out out{buffer, size, 0};
 
-	out.length += drv_intr_dbg_print_global_cfg(out.at(), out.room(), ctrl);
+	drv_intr_dbg_print_global_cfg(out, ctrl);
 	for (drv_intr_combiner &combiner : ctrl.combiner_list) {
 		if (out.full())
 			break;
 		if (drv_intr_is_ready(combiner))
-			out.length +=
-				drv_intr_dbg_print_combiner_cfg(out.at(), out.room(), combiner);
+			drv_intr_dbg_print_combiner_cfg(out, combiner);
 	}
 	return out.length;
 }
@@ -282,9 +239,9 @@ u32 drv_intr_dbg_print_irq(char *buffer, u32 size, u32 virq)
 	intr_print(out, "    runtime info\n");
 	intr_print(out, L6 "%u\n", "Suppress count", suppress_cnt);
 	intr_print(out, L6 "%d(0=normal, 1=suppressed)\n", "Suppress state", irq_state);
-	out.length += drv_intr_dbg_print_one_irq(out.at(), out.room(), *irq_info);
+	drv_intr_dbg_print_one_irq(out, *irq_info);
 	intr_print(out, "\n    cfg info\n");
-	out.length += drv_intr_dbg_print_one_hwirq_cfg(out.at(), out.room(), irq_info->hwirq_cfg);
+	drv_intr_dbg_print_one_hwirq_cfg(out, irq_info->hwirq_cfg);
 	return out.length;
 }
 

@@ -19,6 +19,7 @@
 #include "combiner/domain.h"
 #include "combiner/lifecycle.h"
 #include "config/combiner_cfg.h"
+#include "control/text_out.h"
 #include "core/atomic.h"
 #include "core/registers.h"
 #undef strstr
@@ -274,6 +275,26 @@ TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 	}
 	plat_irq_dispose_mapping(parent);
 	plat_irq_domain_remove(domain);
+}
+
+// A board's own string module may refuse what ours formats.
+TEST(ReportText, ends_where_the_formatter_fails)
+{
+	char buffer[32];
+	text_out out{buffer, sizeof(buffer), 0};
+
+	memset(buffer, '#', sizeof(buffer));
+	intr_print(out, "virq: %u\n", 5u);
+	out.advance(-1);
+	EXPECT_TRUE(out.full());
+	intr_print(out, "hwirq: %u\n", 6u);
+	EXPECT_STREQ(buffer, "virq: 5\n");
+	EXPECT_EQ(out.length, 8u);
+
+	text_out none{buffer, 0, 0};
+	none.advance(-1);
+	EXPECT_EQ(none.length, 0u);
+	EXPECT_EQ(buffer[0], 'v');
 }
 
 // Each interrupt is pending when the thread opens the parent line again: one that
