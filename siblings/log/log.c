@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
- * The logging module: every line goes to the kernel log, headed by the name
- * that its module registered, and into a ring that the control file "log"
- * shows, one line a record: "MODULE LEVEL TEXT".
+ * The logging module: every line goes into a ring that the control file "log"
+ * shows, one line a record: "MODULE LEVEL TEXT", and to the kernel log, headed by
+ * the name that its module registered.
+ *
+ * An error line of the kernel log is written to the console at once, which is slow
+ * and done where the line is logged, in hard interrupts too: of those only so many
+ * pass in a period, and then how many did not.
  *
  * Records come from any context, interrupt descriptor locks included, so the
  * ring is one preallocated array of fixed slots. When it is full the oldest
@@ -16,6 +20,9 @@
 #define TEXT_MAX 240	/* longer lines are cut */
 #define NAME_MAX_LEN 32
 #define MODULES 32u
+#define ERROR_LEVEL 1u
+#define ERRORS_A_PERIOD 20u
+#define PERIOD_NS 1000000000ull
 
 struct log_line {
 	u32 module_id;
@@ -36,6 +43,29 @@ static struct log_line *ring;
 static u64 next_line, first_line, dropped_lines;
 static struct log_module modules[MODULES];
 static s32 register_failure;
+static u64 period_end;
+static u32 period_errors, withheld_errors;
+
+/*
+ * Called with log_lock held, for each error line. Return: whether it may go to the
+ * kernel log; *withheld, mostly 0: so many could not since the last that did.
+ */
+static bool error_may_pass(u64 now, u32 *withheld)
+{
+	*withheld = 0;
+	if (now >= period_end) {
+		period_end = now + PERIOD_NS;
+		period_errors = 0;
+	}
+	if (period_errors >= ERRORS_A_PERIOD) {
+		withheld_errors++;
+		return false;
+	}
+	period_errors++;
+	*withheld = withheld_errors;
+	withheld_errors = 0;
+	return true;
+}
 
 /* Called with log_lock held. Return: the module's record, else a free one, else NULL. */
 static struct log_module *find_module(u32 id)
@@ -112,6 +142,14 @@ static void store(u32 module_id, u32 level, const char *text)
 	memcpy(line->text, text, strlen(text) + 1);
 }
 
+static void report_withheld(u32 withheld)
+{
+	char text[80];
+
+	snprintf(text, sizeof(text), "log: %u error lines stand only in the file \"log\"", withheld);
+	port_printk(1, text);
+}
+
 void drv_log_record(u32 module_id, u32 level, u32 reserved, const char *format, ...)
 {
 	char text[NAME_MAX_LEN + 2 + TEXT_MAX];
@@ -119,6 +157,9 @@ void drv_log_record(u32 module_id, u32 level, u32 reserved, const char *format, 
 	char head[NAME_MAX_LEN + 2];
 	struct log_module *module;
 	unsigned long flags;
+	u64 now = port_now_ns();
+	bool pass = true;
+	u32 withheld = 0;
 	size_t length;
 	va_list args;
 
@@ -135,12 +176,18 @@ void drv_log_record(u32 module_id, u32 level, u32 reserved, const char *format, 
 		snprintf(head, sizeof(head), "%s: ", module->name);
 	else
 		snprintf(head, sizeof(head), "log module %u: ", module_id);
+	if (level == ERROR_LEVEL)
+		pass = error_may_pass(now, &withheld);
 	port_unlock(&log_lock, flags);
 
+	if (withheld)
+		report_withheld(withheld);
+	if (!pass)
+		return;
 	length = strlen(head);
 	body -= length;
 	memcpy(body, head, length);
-	port_printk(level == 1 ? 1 : 2, body);
+	port_printk(level == ERROR_LEVEL ? 1 : 2, body);
 }
 
 /* Copy line number *number, or the oldest that is left, and step on. Return: false at end. */
@@ -250,6 +297,8 @@ static struct log_line *exchange_ring(struct log_line *fresh)
 	next_line = first_line = dropped_lines = 0;
 	memset(modules, 0, sizeof(modules));
 	register_failure = 0;
+	period_end = 0;
+	period_errors = withheld_errors = 0;
 	port_unlock(&log_lock, flags);
 	return old;
 }

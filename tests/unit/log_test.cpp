@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 #include "control.h"
@@ -56,6 +57,41 @@ TEST_F(log, full_ring_drops_the_oldest_and_says_how_many)
 	EXPECT_EQ(lines[0], "0 2 log: 7 older lines were dropped");
 	EXPECT_EQ(lines[1], "62 2 line 7");
 	EXPECT_EQ(lines.back(), "62 2 line 4102");
+}
+
+TEST_F(log, errors_flood_the_ring_and_not_the_console)
+{
+	using clock = std::chrono::steady_clock;
+	const std::string held = "1 log: ";
+	const auto begin = clock::now();
+	u32 logged = 0, passed = 0, withheld = 0;
+	const auto take = [&] {
+		for (const std::string &line : printed.take()) {
+			if (line.starts_with(held))
+				withheld += std::stoul(line.substr(held.size()));
+			else
+				passed++;
+		}
+	};
+
+	ASSERT_EQ(drv_log_register(62, "intr", 0), 0);
+	for (; logged < 1000; logged++)
+		drv_log_record(62, 1, 0, "error %u", logged);
+	const auto seconds =
+		std::chrono::duration_cast<std::chrono::seconds>(clock::now() - begin).count();
+	take();
+	EXPECT_LE(passed, 20 * (seconds + 2));
+	EXPECT_EQ(read_control("log").size(), 1000u);
+	drv_log_record(62, 2, 0, "information passes");
+	EXPECT_EQ(printed.take(), std::vector<std::string>{"2 intr: information passes"});
+
+	// The first error of a later period says how many did not pass.
+	while (withheld == 0 && clock::now() - begin < std::chrono::seconds(20)) {
+		std::this_thread::sleep_for(std::chrono::milliseconds(20));
+		drv_log_record(62, 1, 0, "error %u", logged++);
+		take();
+	}
+	EXPECT_EQ(passed + withheld, logged);
 }
 
 TEST_F(log, more_modules_than_there_is_room_for_are_refused_and_still_logged)
