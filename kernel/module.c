@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Load and unload. */
+#define pr_fmt(fmt) "intr: " fmt
+
 #include <linux/delay.h>
 #include <linux/init.h>
 #include <linux/mod_devicetable.h>
 #include <linux/module.h>
+#include <linux/printk.h>
 #include <linux/types.h>
 
 #include "discovery/acpi_id.h"
@@ -24,8 +27,13 @@ MODULE_DEVICE_TABLE(acpi, acpi_ids);
  * it meanwhile still calls into the module, so the failure is returned only when
  * the last such file is closed. One reference is the loader's own.
  */
-static void wait_for_open_files(void)
+static void wait_for_open_files(int ret)
 {
+	int open = module_refcount(THIS_MODULE) - 1;
+
+	if (open > 0)
+		pr_info("the start failed (%d) and waits until %d open file%s of the driver closed\n",
+			ret, open, open == 1 ? " is" : "s are");
 	while (module_refcount(THIS_MODULE) > 1)
 		msleep(RETRY_MS);
 }
@@ -35,7 +43,7 @@ static int __init intr_init(void)
 	int ret = drv_intr_module_init();
 
 	if (ret)
-		wait_for_open_files();
+		wait_for_open_files(ret);
 	return ret;
 }
 
