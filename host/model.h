@@ -95,6 +95,7 @@ unsigned long host_irq_affinity(uint32_t virq); /* effective CPU mask */
 char *host_interrupts_text(void); /* like /proc/interrupts; the caller frees it */
 
 int host_thread_exists(const char *name);
+int host_thread_is_realtime(const char *name); /* 0 also without such a thread */
 char *host_kernel_log(void); /* lines printed since the start; the caller frees it */
 
 /*

@@ -26,6 +26,7 @@ struct task_struct {
 	void *data;
 	int result = 0;
 	std::atomic<int> state{task_created};
+	std::atomic<bool> realtime{false};
 	std::atomic<bool> should_stop{false};
 	std::atomic<bool> asleep{false}; // in schedule(); woken already if state is running
 	std::atomic<bool> exited{false};
@@ -162,14 +163,34 @@ u32 tasks_left(std::string &text)
 
 using namespace model;
 
+// With tasks_lock held. Null when there is none.
+static const task_struct *find_task(const char *name)
+{
+	for (const task_struct *task : tasks)
+		if (std::string(task->name) == name)
+			return task;
+	return nullptr;
+}
+
 int host_thread_exists(const char *name)
 {
 	const std::lock_guard guard(tasks_lock);
 
-	for (const task_struct *task : tasks)
-		if (std::string(task->name) == name)
-			return 1;
-	return 0;
+	return find_task(name) != nullptr;
+}
+
+int host_thread_is_realtime(const char *name)
+{
+	const std::lock_guard guard(tasks_lock);
+	const task_struct *task = find_task(name);
+
+	return task && task->realtime;
+}
+
+void plat_sched_set_fifo(struct task_struct *task)
+{
+	count_call(service::sched_set_fifo);
+	task->realtime = true;
 }
 
 struct task_struct *plat_kthread_create_on_node(int (*thread)(void *), void *data, int /*node*/,

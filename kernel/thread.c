@@ -18,6 +18,11 @@ noinline struct task_struct *plat_kthread_create_on_node(int (*thread)(void *), 
 	return task;
 }
 
+noinline void plat_sched_set_fifo(struct task_struct *task)
+{
+	sched_set_fifo(task);
+}
+
 noinline int plat_kthread_stop(struct task_struct *task)
 {
 	int result = kthread_stop(task);

@@ -98,6 +98,8 @@ char *page_before_hole();
 // As /proc/interrupts shows them.
 std::string interrupts();
 bool thread_exists(const std::string &name);
+// Whether it has the scheduling of an interrupt thread; false also without such a thread.
+bool thread_is_realtime(const std::string &name);
 
 inline void sleep_ms(unsigned milliseconds)
 {

@@ -247,6 +247,11 @@ bool thread_exists(const std::string &name)
 	return host_thread_exists(name.c_str());
 }
 
+bool thread_is_realtime(const std::string &name)
+{
+	return host_thread_is_realtime(name.c_str());
+}
+
 // The model's readers are waited for at once.
 void expedite_rcu(bool) {}
 

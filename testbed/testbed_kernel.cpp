@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <linux/netlink.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -419,13 +420,26 @@ std::string interrupts()
 	return whole_file("/proc/interrupts");
 }
 
-bool thread_exists(const std::string &name)
+// The process id of a thread of this name, 0 without one.
+static pid_t thread_id(const std::string &name)
 {
 	for (const auto &task : std::filesystem::directory_iterator("/proc")) {
 		if (whole_file(task.path() / "comm") == name + "\n")
-			return true;
+			return std::stoi(task.path().filename());
 	}
-	return false;
+	return 0;
+}
+
+bool thread_exists(const std::string &name)
+{
+	return thread_id(name) != 0;
+}
+
+bool thread_is_realtime(const std::string &name)
+{
+	const pid_t id = thread_id(name);
+
+	return id != 0 && sched_getscheduler(id) == SCHED_FIFO;
 }
 
 void expedite_rcu(bool expedited)

@@ -120,6 +120,8 @@ static int drv_intr_create_thread(drv_intr_combiner &combiner)
 		intr_err("[%s]create combiner thread fail", desc);
 		return -EFAULT;
 	}
+	// Its leaves wait for it as they would for an interrupt thread.
+	sched_set_fifo(combiner.thread);
 	wake_up_process(combiner.thread);
 	return 0;
 }

@@ -119,6 +119,10 @@ inline void msleep(u32 milliseconds)
 {
 	return plat_kthread_create_on_node(thread, data, node, name);
 }
+inline void sched_set_fifo(task_struct *task)
+{
+	plat_sched_set_fifo(task);
+}
 inline int kthread_stop(task_struct *task)
 {
 	return plat_kthread_stop(task);

@@ -131,6 +131,8 @@ struct task_struct *plat_kthread_create_on_node(int (*thread)(void *), void *dat
 int plat_kthread_stop(struct task_struct *task);
 int plat_kthread_should_stop(void);
 int plat_wake_up_process(struct task_struct *task);
+/* The middle real-time priority, which the kernel gives to interrupt threads. Process context. */
+void plat_sched_set_fifo(struct task_struct *task);
 void plat_set_current_state_interruptible(void);
 void plat_set_current_state_running(void);
 void plat_schedule(void);
