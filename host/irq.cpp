@@ -279,6 +279,18 @@ int host_irq_depth(uint32_t virq)
 	return static_cast<int>(desc->depth);
 }
 
+uint32_t host_irq_count(uint32_t virq)
+{
+	irq_desc *desc = desc_of(virq);
+	uint32_t sum = 0;
+
+	if (!desc)
+		return 0;
+	for (const std::atomic<u32> &count : desc->counts)
+		sum += count.load(std::memory_order_relaxed);
+	return sum;
+}
+
 void host_disable_irq_nosync(uint32_t virq)
 {
 	if (irq_desc *desc = desc_of(virq)) {

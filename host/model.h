@@ -87,6 +87,7 @@ int host_gpio_map(uint32_t gpio, uint32_t line);
 
 /* Descriptors. depth: -1 without a descriptor. */
 int host_irq_depth(uint32_t virq);
+uint32_t host_irq_count(uint32_t virq); /* occurrences on all CPUs, wrapping */
 void host_disable_irq_nosync(uint32_t virq);
 void host_enable_irq(uint32_t virq); /* the kernel's: a bug at depth 0 */
 int host_irq_set_affinity(uint32_t virq,

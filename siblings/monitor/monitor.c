@@ -7,6 +7,14 @@
  * disables the line until the period's end; then it is enabled again. Policy 0
  * only counts; so does an allow_max or suppress_ms of 0, which set no bound.
  *
+ * Parent lines are reported, occurrence by occurrence. Leaves are not: theirs are
+ * sampled from the kernel's own count of each interrupt, so that a leaf that
+ * storms is disabled before its parent's bound disables all of its neighbours. A
+ * leaf occurs at most once for each occurrence of a parent: while all parents
+ * together occur no more often than the smallest bound of a sampled line allows,
+ * nothing is sampled. A parent that reaches its bound is looked at once more: where
+ * a leaf is found to storm just then, the parent's period begins anew.
+ *
  * A suppressed line has one disable of ours. Whoever changes `suppressed` from
  * true to false, under monitor_lock, enables it again: the timer or the unset.
  * The timer is started only after the disable, so it never enables first.
@@ -16,6 +24,8 @@
 #include "monitor.h"
 
 #define BUCKETS 256u
+#define SAMPLE_MS 5u
+#define NS_PER_MS 1000000u
 
 struct watched_line {
 	struct watched_line *next;
@@ -29,7 +39,23 @@ struct watched_line {
 	u32 count;		/* occurrences since it is watched */
 	u32 suppress_cnt;
 	bool suppressed;
+	bool reported;		/* else it is sampled */
+	u32 total;		/* the kernel's count at the last sample */
+	u32 series;		/* of samples that `total` belongs to */
 	u32 checks;		/* running outside the lock; none begins once it is unlinked */
+	struct watched_line *next_storm;	/* of one sample; counted in checks */
+	struct port_timer timer;
+};
+
+/* When to sample; all but the timer under monitor_lock. */
+struct sampler {
+	u32 smallest_bound;	/* of the lines that were set since there were none */
+	u32 longest_period_ms;
+	u32 lines;
+	u64 window_start_ns;
+	u32 window_count;	/* occurrences of all parents since then */
+	u32 series;		/* raised when sampling begins */
+	bool running;
 	struct port_timer timer;
 };
 
@@ -43,6 +69,7 @@ PORT_MUTEX(setup_mutex);	/* watched lines come and go */
 PORT_LOCK(monitor_lock);	/* inside setup_mutex: the lists, counters and refusals */
 static struct watched_line *buckets[BUCKETS];
 static struct refusal refuse_set, refuse_unset;
+static struct sampler sampler;
 
 /* Called with monitor_lock held. */
 static struct watched_line **find_link(u32 virq)
@@ -86,6 +113,13 @@ static bool end_suppression(struct watched_line *line)
 	return ended;
 }
 
+/* A client that enables once too often has taken our disable back already. */
+static void enable_once(u32 virq)
+{
+	if (port_irq_depth(virq) > 0)
+		port_enable_irq(virq);
+}
+
 static void period_over(struct port_timer *timer)
 {
 	struct watched_line *line = container_of(timer, struct watched_line, timer);
@@ -93,41 +127,168 @@ static void period_over(struct port_timer *timer)
 	if (!end_suppression(line))
 		return;
 	say(line, "enabled again");
-	port_enable_irq(line->virq);
+	enable_once(line->virq);
 }
 
-/* Called with monitor_lock held. Return: the line has to be suppressed now. */
-static bool count_occurrence(struct watched_line *line)
+static bool is_bounded(const struct watched_line *line)
 {
-	u64 now = port_now_ns();
+	return line->policy && line->allow_max && line->suppress_ms;
+}
 
-	line->count++;
-	if (!line->policy || !line->allow_max || !line->suppress_ms || line->suppressed)
+/* Called with monitor_lock held. Return: the line has reached its bound. */
+static bool count_occurrences(struct watched_line *line, u32 times, u64 now)
+{
+	line->count += times;
+	if (!is_bounded(line) || line->suppressed || !times)
 		return false;
 	if (!line->period_count ||
-	    now - line->period_start_ns >= (u64)line->suppress_ms * 1000000u) {
+	    now - line->period_start_ns >= (u64)line->suppress_ms * NS_PER_MS) {
 		line->period_start_ns = now;
 		line->period_count = 0;
 	}
-	if (++line->period_count <= line->allow_max)
-		return false;
+	line->period_count += times;
+	return line->period_count > line->allow_max;
+}
+
+/* Called with monitor_lock held; the caller calls suppress() without it. */
+static void mark_suppressed(struct watched_line *line)
+{
 	line->suppressed = true;
 	line->suppress_cnt++;
-	return true;
+	line->checks++;
 }
 
 static u32 rest_of_period_ms(const struct watched_line *line)
 {
-	u64 passed_ms = (port_now_ns() - line->period_start_ns) / 1000000u;
+	u64 passed_ms = (port_now_ns() - line->period_start_ns) / NS_PER_MS;
 
 	return passed_ms < line->suppress_ms ? line->suppress_ms - (u32)passed_ms : 1;
 }
 
+/* Of a line that is marked; it stays while `checks` counts it. */
 static void suppress(struct watched_line *line)
 {
+	unsigned long flags;
+
 	port_disable_irq_nosync(line->virq);
 	say(line, "storm, disabled for the rest of the period");
 	port_timer_start_ms(&line->timer, rest_of_period_ms(line));
+	flags = port_lock(&monitor_lock);
+	line->checks--;
+	port_unlock(&monitor_lock, flags);
+}
+
+/*
+ * Called with monitor_lock held, for each occurrence of a parent. Return: sampling
+ * begins with this one.
+ */
+static bool want_samples(u64 now)
+{
+	if (!sampler.lines)
+		return false;
+	if (now - sampler.window_start_ns >= (u64)sampler.longest_period_ms * NS_PER_MS) {
+		sampler.window_start_ns = now;
+		sampler.window_count = 0;
+	}
+	if (++sampler.window_count <= sampler.smallest_bound || sampler.running)
+		return false;
+	sampler.running = true;
+	sampler.series++;
+	return true;
+}
+
+/* Called with monitor_lock held. Return: whether to go on; a quiet window ends it. */
+static bool go_on_sampling(u64 now)
+{
+	if (now - sampler.window_start_ns < (u64)sampler.longest_period_ms * NS_PER_MS)
+		return true;
+	sampler.running = sampler.window_count > sampler.smallest_bound;
+	sampler.window_start_ns = now;
+	sampler.window_count = 0;
+	return sampler.running;
+}
+
+/* Called with monitor_lock held. The first sample of a series only begins it. */
+static bool sample_line(struct watched_line *line, u64 now)
+{
+	u32 total = port_irq_count(line->virq);
+	u32 times = line->series == sampler.series ? total - line->total : 0;
+
+	line->total = total;
+	line->series = sampler.series;
+	return count_occurrences(line, times, now);
+}
+
+/* Called with monitor_lock held. Return: the lines that have to be suppressed. */
+static struct watched_line *sample_bucket(struct watched_line *line, u64 now)
+{
+	struct watched_line *storms = NULL;
+
+	for (; line; line = line->next) {
+		if (line->reported || !is_bounded(line) || !sample_line(line, now))
+			continue;
+		mark_suppressed(line);
+		line->next_storm = storms;
+		storms = line;
+	}
+	return storms;
+}
+
+/*
+ * Any context; the lock is dropped between buckets, as there may be many lines.
+ * Return: how many storm and were disabled.
+ */
+static u32 sample_lines(void)
+{
+	struct watched_line *line, *next;
+	unsigned long flags;
+	u32 storms = 0;
+	u32 i;
+
+	for (i = 0; i < BUCKETS; i++) {
+		flags = port_lock(&monitor_lock);
+		line = sample_bucket(buckets[i], port_now_ns());
+		port_unlock(&monitor_lock, flags);
+		for (; line; line = next) {
+			next = line->next_storm;	/* the line may go once it is suppressed */
+			suppress(line);
+			storms++;
+		}
+	}
+	return storms;
+}
+
+static void sample(struct port_timer *timer)
+{
+	unsigned long flags;
+	bool go_on;
+
+	sample_lines();
+	flags = port_lock(&monitor_lock);
+	go_on = go_on_sampling(port_now_ns());
+	port_unlock(&monitor_lock, flags);
+	if (go_on)
+		port_timer_start_ms(timer, SAMPLE_MS);
+}
+
+/*
+ * The parent has reached its bound and is counted in `checks`. Where it is a leaf
+ * that storms, the leaf is disabled and the parent begins a new period.
+ */
+static void judge_parent(struct watched_line *line)
+{
+	u32 storms = sample_lines();
+	unsigned long flags = port_lock(&monitor_lock);
+	bool storm = !storms && !line->suppressed;
+
+	if (storms)
+		line->period_count = 0;
+	if (storm)
+		mark_suppressed(line);
+	line->checks--;
+	port_unlock(&monitor_lock, flags);
+	if (storm)
+		suppress(line);
 }
 
 /* Hard-interrupt context. The line stays while `checks` counts it. */
@@ -135,25 +296,42 @@ int drv_intr_monitor_do_check(u32 virq, struct irq_desc *desc, u32 dev_virq)
 {
 	struct watched_line *line;
 	unsigned long flags;
-	bool storm = false;
+	u64 now = port_now_ns();
+	bool at_bound = false, samples;
 
 	(void)desc;
 	(void)dev_virq;
 	flags = port_lock(&monitor_lock);
 	line = *find_link(virq);
-	if (line)
-		storm = count_occurrence(line);
-	if (storm)
-		line->checks++;
+	if (line) {
+		line->reported = true;
+		at_bound = count_occurrences(line, 1, now);
+		line->checks += at_bound;
+	}
+	samples = want_samples(now);
 	port_unlock(&monitor_lock, flags);
-	if (!storm)
-		return line ? 0 : -ENOENT;
+	if (samples) {
+		sample_lines();
+		port_timer_start_ms(&sampler.timer, SAMPLE_MS);
+	}
+	if (at_bound)
+		judge_parent(line);
+	return line ? 0 : -ENOENT;
+}
 
-	suppress(line);
-	flags = port_lock(&monitor_lock);
-	line->checks--;
-	port_unlock(&monitor_lock, flags);
-	return 0;
+/* Called with monitor_lock held: the line may be one to sample. */
+static void widen_samples(const struct watched_line *line)
+{
+	if (!is_bounded(line))
+		return;
+	if (!sampler.lines++) {
+		sampler.smallest_bound = line->allow_max;
+		sampler.longest_period_ms = line->suppress_ms;
+	}
+	if (line->allow_max < sampler.smallest_bound)
+		sampler.smallest_bound = line->allow_max;
+	if (line->suppress_ms > sampler.longest_period_ms)
+		sampler.longest_period_ms = line->suppress_ms;
 }
 
 /* Called with setup_mutex held. */
@@ -163,8 +341,10 @@ static int link_line(struct watched_line *line)
 	struct watched_line **link = find_link(line->virq);
 	int ret = *link ? -EEXIST : 0;
 
-	if (!ret)
+	if (!ret) {
 		*link = line;
+		widen_samples(line);
+	}
 	port_unlock(&monitor_lock, flags);
 	return ret;
 }
@@ -212,8 +392,10 @@ static struct watched_line *unlink_line(u32 virq)
 	struct watched_line **link = find_link(virq);
 	struct watched_line *line = *link;
 
-	if (line)
+	if (line) {
 		*link = line->next;
+		sampler.lines -= is_bounded(line);
+	}
 	port_unlock(&monitor_lock, flags);
 	return line;
 }
@@ -235,7 +417,7 @@ static void release_line(struct watched_line *line)
 	port_timer_cancel(&line->timer);
 	if (end_suppression(line)) {
 		say(line, "enabled again, no longer watched");
-		port_enable_irq(line->virq);
+		enable_once(line->virq);
 	}
 	port_free(line);
 }
@@ -374,6 +556,8 @@ int monitor_start(void)
 {
 	set_refusal(&refuse_set, 0, 0);
 	set_refusal(&refuse_unset, 0, 0);
+	memset(&sampler, 0, sizeof(sampler));
+	port_timer_init(&sampler.timer, sample);
 	return port_ctl_register(&control);
 }
 
@@ -387,4 +571,5 @@ void monitor_stop(void)
 		while (buckets[i])
 			release_line(unlink_line(buckets[i]->virq));
 	port_mutex_unlock(&setup_mutex);
+	port_timer_cancel(&sampler.timer);
 }

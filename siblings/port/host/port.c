@@ -13,6 +13,7 @@
 extern void host_disable_irq_nosync(u32 virq);
 extern void host_enable_irq(u32 virq);
 extern int host_irq_depth(u32 virq);
+extern u32 host_irq_count(u32 virq);
 extern void host_context(char *buf, size_t size);
 extern void host_queue_hardirq_call(void (*fn)(void *), void *arg);
 /* A bug where the caller may not sleep. */
@@ -288,6 +289,11 @@ void port_enable_irq(u32 virq)
 int port_irq_depth(u32 virq)
 {
 	return host_irq_depth(virq);
+}
+
+u32 port_irq_count(u32 virq)
+{
+	return host_irq_count(virq);
 }
 
 void port_context(char *buf, size_t size)

@@ -74,6 +74,7 @@ void port_timer_cancel(struct port_timer *timer);
 void port_disable_irq_nosync(u32 virq);
 void port_enable_irq(u32 virq);
 int port_irq_depth(u32 virq);
+u32 port_irq_count(u32 virq);
 void port_context(char *buf, size_t size);
 void port_printk(int level, const char *text);
 

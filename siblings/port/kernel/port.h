@@ -185,6 +185,20 @@ static inline int port_irq_depth(u32 virq)
 	return depth;
 }
 
+/* How often the interrupt occurred, wrapping; 0 without a descriptor. */
+static inline u32 port_irq_count(u32 virq)
+{
+	struct irq_data *data;
+	u32 count = 0;
+
+	rcu_read_lock();
+	data = irq_get_irq_data(virq);
+	if (data)
+		count = READ_ONCE(irq_data_to_desc(data)->tot_count);
+	rcu_read_unlock();
+	return count;
+}
+
 /* "hardirq", "softirq" or "thread:<task name>". */
 static inline void port_context(char *buf, size_t size)
 {
