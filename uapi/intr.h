@@ -24,7 +24,8 @@
  *  3. Each occurrence sends one drv_intr_nl_msg to every subscriber of the
  *     leaf, in the order of subscription. Each message delivered disables the
  *     leaf once: it stays silent until every receiver has answered its message
- *     with DRV_INTR_IOC_SET_INT_EN, enable 1. An enable too many changes nothing.
+ *     with DRV_INTR_IOC_SET_INT_EN, enable 1. An enable too many stands for the
+ *     answer of another receiver, if one is due, and changes nothing otherwise.
  *  4. DRV_INTR_IOC_UNSET_PID ends the subscription.
  *
  * Messages are never repeated. A message that cannot be delivered at once, since
@@ -62,8 +63,8 @@
 #define DRV_INTR_IOC_DEINIT_CARD 0x40044907u
 /*
  * Text reports into buf. All of buf_len, at most DRV_INTR_REPORT_MAX bytes, is
- * written: the text, cut where it does not fit, a NUL, and zeros. buf_len 0 is
- * refused. DBG_VIRQ reports on the leaf with the Linux interrupt number virq.
+ * written: the text, cut where it does not fit, a NUL, and zeros. A buf_len of 0
+ * or 1, in which no text fits, is refused. DBG_VIRQ reports on the leaf with the Linux interrupt number virq.
  */
 #define DRV_INTR_IOC_DBG_RUNTIME 0x80044908u
 #define DRV_INTR_IOC_DBG_SWITCH 0x80044909u
