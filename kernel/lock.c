@@ -27,14 +27,14 @@ static_assert(__alignof__(raw_spinlock_t) <= __alignof__(struct plat_raw_spinloc
 static struct lock_class_key mutex_keys[PLAT_MUTEX_KINDS];
 static const char *const mutex_names[PLAT_MUTEX_KINDS] = {
 	[PLAT_MUTEX_DRIVER] = "&intr_driver_lock",
-	[PLAT_MUTEX_LEAF] = "&irq_info->leaf_lock",
+	[PLAT_MUTEX_LEAF] = "&irq_info->lock",
 	[PLAT_MUTEX_PID_LIST] = "&irq_info->pid_list_lock",
 };
 
 static struct lock_class_key spin_keys[PLAT_SPIN_KINDS][PLAT_NEST_LEVELS];
 static const char *const spin_names[PLAT_SPIN_KINDS] = {
 	[PLAT_SPIN_LEAF_ENABLE] = "&irq_info->enable_lock",
-	[PLAT_SPIN_PARENT_ENABLE] = "&combiner->enable_lock",
+	[PLAT_SPIN_PARENT_ENABLE] = "&combiner->parent_lock",
 };
 
 DEFINE_STATIC_SRCU(combiner_list_srcu);
