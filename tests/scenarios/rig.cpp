@@ -187,6 +187,33 @@ std::string pair_of(const leaf &leaf)
 	return std::to_string(leaf.index) + " " + std::to_string(leaf.type);
 }
 
+std::string handler_mark(const leaf &leaf)
+{
+	char text[64];
+
+	snprintf(text, sizeof(text), "mark handler index=0x%x type=%u", leaf.index, leaf.type);
+	return text;
+}
+
+std::string enable_write(const level &level, u32 value)
+{
+	char text[128];
+
+	snprintf(text, sizeof(text),
+		 "write inst=0xffffffff chip=%u reg=0x%x shift=%u mask=0x%x value=0x%x", level.chip,
+		 level.en, level.shift, level.mask, value);
+	return text;
+}
+
+std::string clear_write(const level &level)
+{
+	char text[128];
+
+	snprintf(text, sizeof(text), "reg_write inst=0xffffffff chip=%u reg=0x%x value=0x%x",
+		 level.chip, level.status, level.mask << level.shift);
+	return text;
+}
+
 bool eventually(const std::function<bool()> &condition, unsigned deadline_ms)
 {
 	for (unsigned waited = 0;; waited += 2) {
@@ -520,6 +547,18 @@ void Scenario::await_thread(const combiner &combiner)
 std::vector<std::string> Scenario::trace()
 {
 	return testbed::lines_of(testbed::read("cpld_trace"));
+}
+
+std::vector<std::string> Scenario::changes()
+{
+	std::vector<std::string> changes;
+
+	for (const std::string &line : trace()) {
+		if (line.starts_with("write") || line.starts_with("reg_write") ||
+		    line.starts_with("mark"))
+			changes.push_back(line.substr(0, line.find(" ret=")));
+	}
+	return changes;
 }
 
 void Scenario::clear_trace()

@@ -113,6 +113,11 @@ struct event {
 
 // "INDEX TYPE", as the client's commands name the leaf.
 std::string pair_of(const leaf &leaf);
+// Lines of Scenario::changes(): a field of the board's enable register written, its
+// status bits cleared, the leaf's callback.
+std::string enable_write(const level &level, u32 value);
+std::string clear_write(const level &level);
+std::string handler_mark(const leaf &leaf);
 bool eventually(const std::function<bool()> &condition, unsigned deadline_ms = 5000);
 
 class Scenario : public testing::Test {
@@ -181,6 +186,8 @@ protected:
 	void await_thread(const combiner &combiner);
 	std::vector<std::string> trace();
 	void clear_trace();
+	// Of the trace, the accesses that change something, and the client's marks.
+	std::vector<std::string> changes();
 
 	// Prints log and trace so far, with interrupt numbers taken out, for the
 	// comparison between the two homes. Only where their order is fixed: all that
