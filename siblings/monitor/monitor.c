@@ -59,10 +59,13 @@ struct sampler {
 	struct port_timer timer;
 };
 
+#define HOLD_MAX_MS 20000
+
 /* A refusal that the control file asked for: the call number nth from now gives ret. */
 struct refusal {
 	u32 nth;	/* 0 = none */
 	s32 ret;
+	bool hold;	/* the refused call waits for the command let_go */
 };
 
 PORT_MUTEX(setup_mutex);	/* watched lines come and go */
@@ -81,14 +84,28 @@ static struct watched_line **find_link(u32 virq)
 	return at;
 }
 
+static bool is_held(const struct refusal *refusal)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+	bool held = refusal->hold;
+
+	port_unlock(&monitor_lock, flags);
+	return held;
+}
+
+/* Process context. What happens meanwhile happens before the caller sees the refusal. */
 static s32 take_refusal(struct refusal *refusal)
 {
 	unsigned long flags = port_lock(&monitor_lock);
 	s32 ret = 0;
+	u32 waited;
 
 	if (refusal->nth && !--refusal->nth)
 		ret = refusal->ret;
 	port_unlock(&monitor_lock, flags);
+	/* Not for ever: a test that forgets the call must not hang the driver. */
+	for (waited = 0; ret && waited < HOLD_MAX_MS && is_held(refusal); waited++)
+		port_sleep_ms(1);
 	return ret;
 }
 
@@ -475,20 +492,46 @@ int drv_intr_mng_get_irq_state(u32 virq, s32 *state)
 	return ret;
 }
 
-static void set_refusal(struct refusal *refusal, u32 nth, s32 ret)
+static void set_refusal(struct refusal *refusal, u32 nth, s32 ret, bool hold)
 {
 	unsigned long flags = port_lock(&monitor_lock);
 
 	refusal->nth = nth;
 	refusal->ret = ret;
+	refusal->hold = hold;
 	port_unlock(&monitor_lock, flags);
 }
 
-/* "set NTH RET" or "unset NTH RET" */
+static void let_go(void)
+{
+	unsigned long flags = port_lock(&monitor_lock);
+
+	refuse_set.hold = false;
+	refuse_unset.hold = false;
+	port_unlock(&monitor_lock, flags);
+}
+
+static void refuse_nothing(void)
+{
+	set_refusal(&refuse_set, 0, 0, false);
+	set_refusal(&refuse_unset, 0, 0, false);
+}
+
+/* What may follow a refusal: "hold=1", or nothing. */
+static bool hold_arg(const char *at, bool *hold)
+{
+	char arg[8];
+
+	*hold = port_arg(&at, arg, sizeof(arg));
+	return !*hold || (!strcmp(arg, "hold=1") && port_line_ends(at));
+}
+
+/* "set NTH RET" or "unset NTH RET", and "hold=1" */
 static bool command_refuse(const char *at)
 {
 	struct refusal *refusal = NULL;
 	char arg[8];
+	bool hold;
 	u32 nth;
 	s32 ret;
 
@@ -499,9 +542,9 @@ static bool command_refuse(const char *at)
 	else if (!strcmp(arg, "unset"))
 		refusal = &refuse_unset;
 	if (!refusal || !port_arg_number(&at, &nth) || !nth || !port_arg_result(&at, &ret) ||
-	    !port_line_ends(at))
+	    !hold_arg(at, &hold))
 		return false;
-	set_refusal(refusal, nth, ret);
+	set_refusal(refusal, nth, ret, hold);
 	return true;
 }
 
@@ -513,14 +556,18 @@ static int command(const char *line, char *reply, size_t reply_size)
 	if (!port_arg(&at, arg, sizeof(arg)))
 		arg[0] = '\0';
 	if (!strcmp(arg, "off") && port_line_ends(at)) {
-		set_refusal(&refuse_set, 0, 0);
-		set_refusal(&refuse_unset, 0, 0);
+		refuse_nothing();
+		return 0;
+	}
+	if (!strcmp(arg, "let_go") && port_line_ends(at)) {
+		let_go();
 		return 0;
 	}
 	if (!strcmp(arg, "refuse") && command_refuse(at))
 		return 0;
 	return port_refuse(reply, reply_size,
-			   "monitor: \"%.80s\" is not understood; write \"refuse set|unset NTH RET\" or \"off\"",
+			   "monitor: \"%.80s\" is not understood; write "
+			   "\"refuse set|unset NTH RET [hold=1]\", \"let_go\" or \"off\"",
 			   line);
 }
 
@@ -554,8 +601,7 @@ static struct port_ctl control = { .name = "monitor", .command = command, .show 
 
 int monitor_start(void)
 {
-	set_refusal(&refuse_set, 0, 0);
-	set_refusal(&refuse_unset, 0, 0);
+	refuse_nothing();
 	memset(&sampler, 0, sizeof(sampler));
 	port_timer_init(&sampler.timer, sample);
 	return port_ctl_register(&control);

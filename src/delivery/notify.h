@@ -16,7 +16,8 @@
 // Waits for sends that run, also from interrupt threads. Nothing to do without a socket.
 void drv_intr_uninit_netlink_ker();
 
-// Appends a subscriber, a second time too. Null when there is no memory.
+// Appends a subscriber, a second time too. Null when there is no memory. The entry may
+// go at any moment once pid_list_lock is not held: look it up again.
 [[nodiscard]] drv_intr_pid_info *drv_intr_add_pid(drv_intr_irq_info &irq_info, u32 pid);
 
 // Unlinks and frees the entry. lock: not 0 takes pid_list_lock, 0 finds it held.

@@ -21,8 +21,7 @@ static int subscribe_mapped(const char *desc, drv_intr_irq_info &irq_info, u32 p
 			return 0;
 		}
 	}
-	drv_intr_pid_info *pid_info = drv_intr_add_pid(irq_info, pid);
-	if (!pid_info) {
+	if (!drv_intr_add_pid(irq_info, pid)) {
 		(void)drv_intr_free_irq(irq_info); // always 0
 		return -ENOMEM;
 	}
@@ -33,8 +32,9 @@ static int subscribe_mapped(const char *desc, drv_intr_irq_info &irq_info, u32 p
 		return 0;
 	}
 	intr_err("[%s]request irq fail, ret=%d", desc, ret);
-	// Still there: a leaf that is not requested sends nothing that could fail.
-	drv_intr_del_pid(irq_info, *pid_info, 1);
+	// Gone perhaps: a request that the monitor refuses was live until then, and a
+	// message that found no receiver ended the subscription.
+	(void)drv_intr_forget_pid(irq_info, pid);
 	(void)drv_intr_free_irq(irq_info); // always 0
 	return -EFAULT;
 }
