@@ -7,12 +7,15 @@
 // A message counts against the receive buffer with all the memory it takes. A
 // port is full once the buffer is exceeded, and after a message was refused it
 // stays so until it has been read empty.
+//
+// A closed socket's port is free before the notifiers are called, as in the kernel.
 #include "internal.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <shared_mutex>
 #include <unistd.h>
 #include <vector>
 
@@ -69,6 +72,10 @@ static std::mutex sockets_lock; // over creation and release
 static std::atomic<sock *> sockets[protocols];
 static std::atomic<u32> senders[protocols];
 static object_set messages;
+
+// As the kernel's chain, held over the calls: whoever leaves it waits for them.
+static std::shared_mutex notifiers_lock;
+static std::vector<plat_netlink_notifier *> notifiers;
 
 static std::mutex ports_lock; // over opening; handles are places in the table, from 1
 static std::atomic<port *> ports[most_ports];
@@ -213,10 +220,23 @@ static size_t buffer_size(u32 wanted)
 	return std::max(2 * std::min<size_t>(wanted, usual_buffer), smallest_buffer);
 }
 
+static void notify_released(const port &closed)
+{
+	const std::shared_lock guard(notifiers_lock);
+
+	for (const plat_netlink_notifier *notifier : notifiers)
+		if (notifier->protocol == closed.protocol)
+			notifier->released(closed.id);
+}
+
 u32 netlink_left(std::string &text)
 {
 	u32 left = messages.list("netlink message", text);
 
+	for (const plat_netlink_notifier *notifier : notifiers) {
+		text += " netlink notifier of protocol " + std::to_string(notifier->protocol);
+		left++;
+	}
 	for (u32 protocol = 0; protocol < protocols; protocol++) {
 		if (!sockets[protocol].load())
 			continue;
@@ -241,6 +261,7 @@ void netlink_reset()
 	for (std::atomic<port *> &slot : ports)
 		delete slot.exchange(nullptr);
 	port_count = 0;
+	notifiers.clear();
 	messages.clear(); // not freed: the leak checker names who allocated it
 }
 
@@ -341,6 +362,32 @@ int plat_netlink_unicast(struct sock *socket, struct sk_buff *message, u32 porti
 	return ret;
 }
 
+int plat_netlink_register_notifier(struct plat_netlink_notifier *notifier)
+{
+	long injected;
+
+	if (fails(service::netlink_register_notifier, injected))
+		return static_cast<int>(injected);
+	if (!might_sleep("netlink_register_notifier"))
+		return -einval;
+	const std::lock_guard guard(notifiers_lock);
+	if (std::find(notifiers.begin(), notifiers.end(), notifier) != notifiers.end())
+		return -eexist;
+	notifiers.push_back(notifier);
+	return 0;
+}
+
+void plat_netlink_unregister_notifier(struct plat_netlink_notifier *notifier)
+{
+	count_call(service::netlink_unregister_notifier);
+	if (!might_sleep("netlink_unregister_notifier"))
+		return;
+	const std::lock_guard guard(notifiers_lock);
+	if (!std::erase(notifiers, notifier))
+		bug("netlink_unregister_notifier: %p is not registered",
+		    static_cast<void *>(notifier));
+}
+
 int host_netlink_open(uint32_t protocol, uint32_t receive_buffer)
 {
 	const std::lock_guard guard(ports_lock);
@@ -413,6 +460,11 @@ int host_netlink_close(int handle)
 		const std::lock_guard guard(closing->lock);
 		closing->closed = true;
 		closing->queue.clear();
+	}
+	{
+		const process_call call("close of a netlink socket");
+
+		notify_released(*closing);
 	}
 	module_put();
 	return 0;

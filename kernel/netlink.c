@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0
 /* Netlink: the kernel's socket and the messages it sends. */
+#include <linux/build_bug.h>
+#include <linux/container_of.h>
 #include <linux/module.h>
 #include <linux/netlink.h>
+#include <linux/notifier.h>
 #include <linux/skbuff.h>
 #include <net/net_namespace.h>
 #include <net/netlink.h>
@@ -47,4 +50,36 @@ noinline int plat_netlink_unicast(struct sock *sock, struct sk_buff *message, u3
 				  int nonblock)
 {
 	return netlink_unicast(sock, message, portid, nonblock);
+}
+
+static_assert(sizeof(struct notifier_block) <= sizeof_field(struct plat_netlink_notifier, storage));
+static_assert(__alignof__(struct notifier_block) <= __alignof__(struct plat_netlink_notifier));
+
+static struct notifier_block *block_of(struct plat_netlink_notifier *notifier)
+{
+	return (struct notifier_block *)notifier->storage;
+}
+
+/* The chain is a blocking one, which the release of a socket calls when the port is free again. */
+static int on_netlink_event(struct notifier_block *block, unsigned long event, void *data)
+{
+	const struct netlink_notify *notify = data;
+	struct plat_netlink_notifier *notifier =
+		container_of((void *)block, struct plat_netlink_notifier, storage);
+
+	if (event == NETLINK_URELEASE && notify->protocol == notifier->protocol &&
+	    net_eq(notify->net, &init_net))
+		notifier->released(notify->portid);
+	return NOTIFY_DONE;
+}
+
+noinline int plat_netlink_register_notifier(struct plat_netlink_notifier *notifier)
+{
+	*block_of(notifier) = (struct notifier_block){.notifier_call = on_netlink_event};
+	return netlink_register_notifier(block_of(notifier));
+}
+
+noinline void plat_netlink_unregister_notifier(struct plat_netlink_notifier *notifier)
+{
+	netlink_unregister_notifier(block_of(notifier));
 }

@@ -29,10 +29,11 @@
  *  4. DRV_INTR_IOC_UNSET_PID ends the subscription.
  *
  * Messages are never repeated. A message that cannot be delivered at once, since
- * the receiver's buffer is full or its socket is closed, ends the subscription,
- * and the leaf is enabled for it. A process that ends, or unsubscribes, without
- * answering a message it got leaves the leaf disabled: whoever subscribes in its
- * place should enable the leaf once.
+ * the receiver's buffer is full or its port has no socket, ends the subscription,
+ * and the leaf is enabled for it. Closing the socket ends the subscription too. A
+ * process that ends, or unsubscribes, without answering a message it got leaves the
+ * leaf disabled while others use it: whoever subscribes in its place should enable
+ * the leaf once.
  *
  * A leaf with sync set, on a combiner without async, has its interrupts handled
  * where nobody can be notified: kernel callbacks only, and an error line in the log

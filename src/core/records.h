@@ -113,6 +113,11 @@ struct drv_intr_irq_info {
 	u32 parent_mask_disabled;
 	// Odd while the leaf handler runs; written by the handler only.
 	u32 handler_seq;
+	// The last port that a message was refused by; 0: none, or its close was seen.
+	u32 refused_pid;
+	// Not 0: a subscriber's socket was closed, and whoever clears this releases the
+	// leaf if nobody else uses it.
+	u32 release_due;
 	// The combiner whose parent line this leaf is, or null. Under `lock`.
 	drv_intr_combiner *cascaded;
 };

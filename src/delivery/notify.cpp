@@ -6,19 +6,41 @@
 // blocking, and a receiver that cannot take it is forgotten. The leaf is
 // disabled before its message is sent: a receiver may answer at once, on
 // another CPU, and its enable must find that disable.
+//
+// Whoever binds the port of a subscriber that has gone would get its messages, and
+// could keep its leaves disabled by not answering. So a subscription does not wait
+// for a message to be refused: it ends when the socket is closed.
 #include "delivery/notify.h"
 
 #include "core/log.h"
+#include "delivery/subscription.h"
 #include "uapi/intr.h"
+
+static constexpr char notify_pid_desc[] = "intr notify pid";
+static constexpr char notify_all_desc[] = "drv intr notify all pid";
+
+// What netlink_unicast gives for a port without a socket: -ECONNREFUSED.
+static constexpr int NO_SOCKET = -111;
+
+static netlink_notifier port_notifier;
 
 int drv_intr_init_netlink_ker(u32 netlink_id)
 {
 	static constexpr char desc[] = "intr init netlink ker";
 
 	intr_info("[%s]enter, netlink_id=%u", desc, netlink_id);
+	// Before any process can open a socket: none may be closed unnoticed.
+	port_notifier.protocol = netlink_id;
+	port_notifier.released = drv_intr_unsubscribe_port;
+	const int ret = netlink_register_notifier(&port_notifier);
+	if (ret != 0) {
+		intr_err("[%s]register netlink notifier fail, ret=%d", desc, ret);
+		return -EINVAL;
+	}
 	sock *socket = netlink_kernel_create(netlink_id);
 	if (!socket) {
 		intr_err("[%s]create netlink socket fail", desc);
+		netlink_unregister_notifier(&port_notifier);
 		return -EINVAL;
 	}
 	store_release(drv_intr_get_ctrl()->nl_sock, socket);
@@ -37,6 +59,7 @@ void drv_intr_uninit_netlink_ker()
 		synchronize_srcu(); // leaves are still delivered: pairs with the reader in
 				    // notify_all
 		netlink_kernel_release(socket);
+		netlink_unregister_notifier(&port_notifier);
 	}
 	intr_info("[%s]success", desc);
 }
@@ -92,6 +115,31 @@ bool drv_intr_forget_pid(drv_intr_irq_info &irq_info, u32 pid)
 	return true;
 }
 
+static void log_refused_message(int ret)
+{
+	intr_err("[%s]nlmsg_unicast fail, ret=%d", notify_pid_desc, ret);
+}
+
+static void log_end(int ret)
+{
+	intr_err("[%s]notify pid fail, ret=%d, del pid", notify_all_desc, ret);
+}
+
+bool drv_intr_forget_closed_pid(drv_intr_irq_info &irq_info, u32 pid)
+{
+	if (!irq_info.pid_list.empty() && drv_intr_forget_pid(irq_info, pid)) {
+		// What the next message would have met.
+		log_refused_message(NO_SOCKET);
+		log_end(NO_SOCKET);
+		return true;
+	}
+	// A message between the close and this call has met it already.
+	if (read_once(irq_info.refused_pid) != pid)
+		return false;
+	write_once(irq_info.refused_pid, 0u);
+	return true;
+}
+
 // The message for one occurrence of the leaf, or null with *ret set.
 static sk_buff *make_message(const char *desc, const drv_intr_hwirq_cfg &cfg, int *ret)
 {
@@ -129,7 +177,7 @@ static void undo_disable(drv_intr_irq_info &irq_info, u32 virq)
 // leaf as it was.
 static int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 {
-	static constexpr char desc[] = "intr notify pid";
+	static constexpr const char *desc = notify_pid_desc;
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = read_once(irq_info.virq); // stays while its handler runs
 	sock *socket = load_acquire(drv_intr_get_ctrl()->nl_sock);
@@ -146,7 +194,7 @@ static int drv_intr_notify_pid(drv_intr_irq_info &irq_info, u32 pid)
 	ret = netlink_unicast(socket, message, pid, true);
 	if (ret < 0) {
 		undo_disable(irq_info, virq);
-		intr_err("[%s]nlmsg_unicast fail, ret=%d", desc, ret);
+		log_refused_message(ret);
 		return ret;
 	}
 	intr_trace(virq, "[%s]notify pid success, index_id=0x%x, type=%d, pid=%u", desc,
@@ -188,13 +236,12 @@ private:
 
 void drv_intr_notify_all_pid(drv_intr_irq_info &irq_info)
 {
-	static constexpr char desc[] = "drv intr notify all pid";
-
 	if (irq_info.pid_list.empty())
 		return;
 	// A hard interrupt, or the tasklet from which the kernel replays a line.
 	if (!in_task()) {
-		intr_err("[%s]not in task contex, just return", desc); // spelt as people search it
+		intr_err("[%s]not in task contex, just return",
+			 notify_all_desc); // spelt as people search it
 		return;
 	}
 	const srcu_reader reader;
@@ -208,7 +255,9 @@ void drv_intr_notify_all_pid(drv_intr_irq_info &irq_info)
 		const int ret = drv_intr_notify_pid(irq_info, pid_info.pid);
 		if (ret == 0)
 			continue;
-		intr_err("[%s]notify pid fail, ret=%d, del pid", desc, ret);
+		log_end(ret);
+		// Before the entry goes: pairs with drv_intr_forget_closed_pid.
+		write_once(irq_info.refused_pid, pid_info.pid);
 		drv_intr_del_pid(irq_info, pid_info, 0);
 	}
 }

@@ -9,8 +9,9 @@
 
 #include "core/records.h"
 
-// Makes the socket of protocol number netlink_id, below 32 and not in use. 0,
-// or -EINVAL: then no notification is sent.
+// Makes the socket of protocol number netlink_id, below 32 and not in use, and has
+// subscriptions end with the sockets of their processes. 0, or -EINVAL: then no
+// notification is sent.
 [[nodiscard]] int drv_intr_init_netlink_ker(u32 netlink_id);
 
 // Waits for sends that run, also from interrupt threads. Nothing to do without a socket.
@@ -29,6 +30,10 @@ void drv_intr_del_pid(drv_intr_irq_info &irq_info, drv_intr_pid_info &pid_info, 
 
 // Ends one subscription of this port. False: there was none. Takes pid_list_lock.
 [[nodiscard]] bool drv_intr_forget_pid(drv_intr_irq_info &irq_info, u32 pid);
+
+// The same for a port whose socket was closed, with the lines of a message that it
+// refused. True also where such a message was faster. Process context.
+[[nodiscard]] bool drv_intr_forget_closed_pid(drv_intr_irq_info &irq_info, u32 pid);
 
 // One message to every subscriber, in order; a failed one ends the subscription.
 // Any context: where it may not sleep nothing is sent, and with subscribers that

@@ -78,3 +78,29 @@ int drv_intr_unsubscribe(const char *desc, u32 index_id, u32 type, u32 pid)
 	intr_info("[%s]success, index_id=0x%x, type=%d, pid=%u", desc, index_id, type, pid);
 	return 0;
 }
+
+template <typename F> static void for_each_leaf(F visit)
+{
+	for (drv_intr_combiner &combiner : drv_intr_get_ctrl()->combiner_list) {
+		for (drv_intr_irq_info &irq_info : combiner.irq_info_list)
+			visit(irq_info);
+	}
+}
+
+// First all subscriptions, then the leaves: a release takes its time, and the port
+// can have a new owner already.
+void drv_intr_unsubscribe_port(u32 pid)
+{
+	const srcu_reader reader;
+
+	for_each_leaf([pid](drv_intr_irq_info &irq_info) {
+		if (drv_intr_forget_closed_pid(irq_info, pid))
+			store_release(irq_info.release_due, 1u);
+	});
+	for_each_leaf([](drv_intr_irq_info &irq_info) {
+		if (load_acquire(irq_info.release_due) == 0 || !exchange(irq_info.release_due, 0u))
+			return;
+		const mutex_guard guard(irq_info.lock);
+		(void)drv_intr_free_irq(irq_info); // always 0
+	});
+}

@@ -18,4 +18,8 @@
 // -EFAULT for an unknown leaf or a port without subscription.
 [[nodiscard]] int drv_intr_unsubscribe(const char *desc, u32 index_id, u32 type, u32 pid);
 
+// Ends all subscriptions of a port whose socket was closed, and releases the leaves that
+// had no other user. Waits for the handlers of these.
+void drv_intr_unsubscribe_port(u32 pid);
+
 #endif

@@ -366,6 +366,15 @@ inline void netlink_set_source(sk_buff *message, u32 portid, u32 dst_group)
 {
 	return plat_netlink_unicast(sock, message, portid, nonblock);
 }
+using netlink_notifier = plat_netlink_notifier;
+[[nodiscard]] inline int netlink_register_notifier(netlink_notifier *notifier)
+{
+	return plat_netlink_register_notifier(notifier);
+}
+inline void netlink_unregister_notifier(netlink_notifier *notifier)
+{
+	plat_netlink_unregister_notifier(notifier);
+}
 
 [[nodiscard]] inline unsigned long copy_from_user(void *to, const void *user, unsigned long size)
 {

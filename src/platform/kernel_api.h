@@ -281,6 +281,19 @@ void *plat_nlmsg_put(struct sk_buff *message, u32 portid, u32 seq, u32 type, u32
 /* Who sends the message, and to which group; NETLINK_CB. */
 void plat_netlink_set_source(struct sk_buff *message, u32 portid, u32 dst_group);
 int plat_netlink_unicast(struct sock *sock, struct sk_buff *message, u32 portid, int nonblock);
+/*
+ * released is called for every socket of the protocol in the initial network namespace that
+ * a process has closed and that had a port, at the end of the close: in process context, may
+ * sleep. The port can have a new owner by then. The record lives as long as the registration;
+ * unregister waits for calls that run.
+ */
+struct plat_netlink_notifier {
+	u32 protocol;
+	void (*released)(u32 portid);
+	unsigned long storage[4];
+};
+int plat_netlink_register_notifier(struct plat_netlink_notifier *notifier);
+void plat_netlink_unregister_notifier(struct plat_netlink_notifier *notifier);
 
 /* User memory. Process context, may sleep. The number of bytes that could not be copied. */
 unsigned long plat_copy_from_user(void *to, const void *user, unsigned long size);

@@ -133,8 +133,8 @@ TEST_F(Notify, a_receiver_that_has_gone_is_forgotten_and_the_others_are_served)
 		ASSERT_EQ(subscribe(leaf, process->port()), 0);
 	expect_served(leaf, {&a, &gone, &b});
 	const u32 old_port = gone.port();
-	gone.close();
 	clear_log();
+	gone.close();
 	expect_served(leaf, {&a, &b});
 	EXPECT_TRUE(logged("1 [intr notify pid]nlmsg_unicast fail, ret=-111"));
 	EXPECT_TRUE(logged("1 [drv intr notify all pid]notify pid fail, ret=-111, del pid"));
@@ -144,8 +144,9 @@ TEST_F(Notify, a_receiver_that_has_gone_is_forgotten_and_the_others_are_served)
 	EXPECT_TRUE(log().empty()) << testing::PrintToString(log());
 }
 
-// The last one goes: the leaf stays requested, open and silent until somebody leaves it.
-TEST_F(Notify, leaf_stays_requested_when_its_only_receiver_has_gone)
+// A port that no socket ever had: the leaf stays requested, open and silent until
+// somebody leaves it.
+TEST_F(Notify, leaf_stays_requested_when_its_only_receiver_was_never_there)
 {
 	const combiner c = make_combiner(0, 1);
 	const leaf &leaf = c.leaves[0];

@@ -223,6 +223,7 @@ TEST_F(Start, and_stop_log_exactly_these_lines)
 		ASSERT_EQ(subscribe(pin8.leaves[1], daemon.port()), 0);
 		EXPECT_EQ(testbed::unload(), -11) << "the socket holds the driver";
 	}
+	ASSERT_EQ(subscribe(pin8.leaves[1], 4242), 0); // a port that no socket has
 	clear_log();
 	unload();
 	EXPECT_EQ(log_with({"[intr module", "netlink ker]", "del proc]", "[intr dev remove]enter",

@@ -2,6 +2,7 @@
 //
 // The life of a process's subscription beside the messages: a request that fails
 // under it, a port that changes hands, and how many there may be.
+#include <atomic>
 #include <thread>
 
 #include "rig.h"
@@ -44,6 +45,144 @@ TEST_F(Subscription, ended_by_a_message_before_the_monitor_refuses)
 	subscriber next;
 	ASSERT_EQ(subscribe(leaf, next.port()), 0);
 	expect_served(leaf, next);
+}
+
+// The next owner of the port id must get nothing of it, and the leaf must not wait for
+// an answer that nobody owes. What others use goes on; the last one takes the leaf along.
+TEST_F(Subscription, ends_with_its_socket)
+{
+	combiner c = make_combiner(0, 4);
+	const leaf &own = c.leaves[0], &client = c.leaves[1], &untold = c.leaves[2],
+		   &shared = c.leaves[3];
+
+	c.leaves[2].sync = 1; // handled in hard interrupt: its subscribers are never told
+	configure({c});
+	load();
+	subscriber leaving, staying;
+	for (const leaf &leaf : c.leaves)
+		ASSERT_EQ(subscribe(leaf, leaving.port()), 0);
+	ASSERT_EQ(regist(client), 0);
+	ASSERT_EQ(subscribe(shared, staying.port()), 0);
+	const u32 port = leaving.port();
+	clear_log();
+	leaving.close();
+	EXPECT_EQ(count_logged("1 [intr notify pid]nlmsg_unicast fail, ret=-111"), 4u);
+	EXPECT_EQ(count_logged("1 [drv intr notify all pid]notify pid fail, ret=-111, del pid"),
+		  4u);
+	EXPECT_FALSE(mapped(own));
+	EXPECT_TRUE(mapped(client));
+	EXPECT_FALSE(mapped(untold));
+	EXPECT_TRUE(mapped(shared));
+
+	subscriber heir;
+	ASSERT_EQ(heir.port(), port);
+	clear_log();
+	fire(own);
+	fire(untold);
+	fire_open(client);
+	expect_events(1);
+	EXPECT_EQ(depth(client), 0);
+	expect_served(shared, staying);
+	EXPECT_TRUE(heir.silent());
+	EXPECT_FALSE(logged("del pid"));
+	for (const leaf &leaf : c.leaves)
+		EXPECT_EQ(unsubscribe(leaf, port), REFUSED) << leaf.name;
+	for (const leaf &leaf : {own, client, shared}) {
+		EXPECT_EQ(enable(leaf), leaf.name == own.name ? REFUSED : 0) << leaf.name;
+		ASSERT_EQ(subscribe(leaf, port), 0);
+	}
+	expect_served(own, heir);
+}
+
+// What was not answered keeps a leaf disabled that others use, and only that.
+TEST_F(Subscription, ends_with_its_socket_and_a_message_unanswered)
+{
+	const combiner c = make_combiner(0, 2);
+	const leaf &own = c.leaves[0], &client = c.leaves[1];
+
+	configure({c});
+	load();
+	ASSERT_EQ(regist(client), 0);
+	subscriber leaving;
+	for (const leaf &leaf : c.leaves) {
+		ASSERT_EQ(subscribe(leaf, leaving.port()), 0);
+		fire_open(leaf);
+		ASSERT_TRUE(leaving.receives(leaf));
+	}
+	leaving.close();
+	EXPECT_FALSE(mapped(own));
+	EXPECT_EQ(depth(client), 1);
+	EXPECT_EQ(enable(client), 0);
+
+	subscriber next;
+	ASSERT_EQ(subscribe(own, next.port()), 0);
+	EXPECT_EQ(depth(own), 0);
+	expect_served(own, next);
+}
+
+// A socket of another protocol has port ids of its own.
+TEST_F(Subscription, outlives_sockets_of_other_protocols)
+{
+	static constexpr u32 ROUTE = 0;
+	const combiner c = make_combiner(0, 1);
+
+	configure({c});
+	load();
+	subscriber process;
+	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
+	if (const int other = testbed::netlink_open(ROUTE); other > 0) {
+		EXPECT_EQ(testbed::netlink_port(other), process.port());
+		testbed::netlink_close(other);
+	}
+	expect_served(c.leaves[0], process);
+}
+
+// Without the notifier a port could change hands unnoticed: then there are no sockets.
+TEST_F(Subscription, needs_to_hear_of_closed_sockets)
+{
+	const combiner c = make_combiner(0, 1);
+
+	configure({c});
+	command("board", "fault plat_netlink_register_notifier 1 -17");
+	load();
+	EXPECT_TRUE(logged("1 [intr init netlink ker]register netlink notifier fail, ret=-17"));
+	EXPECT_LT(testbed::netlink_open(30), 0);
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	fire(c.leaves[0]);
+	expect_events(1);
+}
+
+TEST_F(Subscription, sockets_are_closed_while_their_leaves_fire)
+{
+	static constexpr int THREADS = 3, ROUNDS = 15;
+	const combiner c = make_combiner(0, 2);
+	std::atomic<int> running = THREADS;
+	std::vector<std::thread> threads;
+
+	configure({c});
+	load();
+	testbed::expedite_rcu(true);
+	for (int t = 0; t < THREADS; t++) {
+		threads.emplace_back([&] {
+			for (int round = 0; round < ROUNDS; round++) {
+				subscriber process;
+				for (const leaf &leaf : c.leaves)
+					EXPECT_EQ(subscribe(leaf, process.port()), 0);
+			}
+			running--;
+		});
+	}
+	while (running > 0)
+		for (const leaf &leaf : c.leaves)
+			fire(leaf);
+	for (std::thread &thread : threads)
+		thread.join();
+	testbed::expedite_rcu(false);
+	for (const leaf &leaf : c.leaves)
+		EXPECT_FALSE(mapped(leaf)) << leaf.name;
+	subscriber process;
+	ASSERT_EQ(subscribe(c.leaves[0], process.port()), 0);
+	expect_served(c.leaves[0], process);
 }
 
 } // namespace rig
