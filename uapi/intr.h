@@ -35,6 +35,8 @@
  * leaf disabled while others use it: whoever subscribes in its place should enable
  * the leaf once.
  *
+ * At most DRV_INTR_SUBSCRIBERS_MAX ports can have one leaf.
+ *
  * A leaf with sync set, on a combiner without async, has its interrupts handled
  * where nobody can be notified: kernel callbacks only, and an error line in the log
  * for each occurrence that has subscribers.
@@ -75,6 +77,9 @@
 #define DRV_INTR_IOC_SET_DEBUG_SWITCH 0x4004490Cu
 
 #define DRV_INTR_REPORT_MAX 65536u
+
+/* So many ports can have one leaf; SET_PID refuses a further one. */
+#define DRV_INTR_SUBSCRIBERS_MAX 64u
 
 /* Host byte order. Packed, since a 64-bit field must not raise the size to 24 where it asks for 8. */
 struct drv_intr_ioctl_para {

@@ -8,6 +8,16 @@
 #include "delivery/mapping.h"
 #include "delivery/notify.h"
 #include "delivery/request.h"
+#include "uapi/intr.h"
+
+static bool is_full(list<drv_intr_pid_info> &pid_list)
+{
+	u32 count = 0;
+
+	for ([[maybe_unused]] const drv_intr_pid_info &pid_info : pid_list)
+		count++;
+	return count >= DRV_INTR_SUBSCRIBERS_MAX;
+}
 
 // With the leaf's lock held. Only one of two subscriptions of a port at the
 // same time must make an entry.
@@ -19,6 +29,12 @@ static int subscribe_mapped(const char *desc, drv_intr_irq_info &irq_info, u32 p
 		if (drv_intr_get_pid_info(irq_info, pid)) {
 			intr_info("[%s]success, pid already exist", desc);
 			return 0;
+		}
+		if (is_full(irq_info.pid_list)) {
+			intr_err("[%s]too many subscribers, max=%u, index_id=0x%x, type=%u, pid=%u",
+				 desc, DRV_INTR_SUBSCRIBERS_MAX, irq_info.hwirq_cfg.index_id,
+				 irq_info.hwirq_cfg.type, pid);
+			return -EFAULT;
 		}
 	}
 	if (!drv_intr_add_pid(irq_info, pid)) {

@@ -11,7 +11,7 @@
 
 // Maps and requests the leaf as needed. A port that has the leaf already keeps its
 // one subscription, which counts as success. 0, or -EFAULT or -ENOMEM with nothing
-// of it left.
+// of it left; -EFAULT also for a leaf that has DRV_INTR_SUBSCRIBERS_MAX ports.
 [[nodiscard]] int drv_intr_subscribe(const char *desc, u32 index_id, u32 type, u32 pid);
 
 // Ends one subscription of the port, and releases the leaf with its last user. 0, or

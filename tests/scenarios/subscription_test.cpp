@@ -137,6 +137,37 @@ TEST_F(Subscription, outlives_sockets_of_other_protocols)
 	expect_served(c.leaves[0], process);
 }
 
+// Each costs memory, and each is one more message of an occurrence.
+TEST_F(Subscription, only_so_many_have_a_leaf)
+{
+	const combiner c = make_combiner(0, 2);
+	const leaf &full = c.leaves[0];
+	static constexpr u32 FIRST = 0x40000000, END = FIRST + DRV_INTR_SUBSCRIBERS_MAX;
+
+	configure({c});
+	load();
+	for (u32 port = FIRST; port < END; port++)
+		ASSERT_EQ(subscribe(full, port), 0);
+	clear_log();
+	EXPECT_EQ(subscribe(full, END), REFUSED);
+	EXPECT_EQ(count_logged("1 ["), 2u) << "the reason, and the command";
+	EXPECT_TRUE(logged("1 [intr ioctl set pid]too many subscribers, max=64"));
+	EXPECT_EQ(subscribe(full, FIRST), 0) << "it has one";
+	EXPECT_EQ(subscribe(c.leaves[1], END), 0);
+	EXPECT_EQ(unsubscribe(full, FIRST), 0);
+	EXPECT_EQ(subscribe(full, END), 0);
+	EXPECT_EQ(subscribe(full, FIRST), REFUSED);
+	// Nobody is there: one occurrence ends them all.
+	fire_open(full);
+	EXPECT_TRUE(eventually([&] {
+		return count_logged("]notify pid fail, ret=-111, del pid") ==
+		       DRV_INTR_SUBSCRIBERS_MAX;
+	}));
+	EXPECT_EQ(subscribe(full, FIRST), 0);
+	EXPECT_EQ(unsubscribe(full, FIRST), 0);
+	EXPECT_FALSE(mapped(full));
+}
+
 // Without the notifier a port could change hands unnoticed: then there are no sockets.
 TEST_F(Subscription, needs_to_hear_of_closed_sockets)
 {
