@@ -23,6 +23,11 @@ noinline void plat_sched_set_fifo(struct task_struct *task)
 	sched_set_fifo(task);
 }
 
+noinline struct task_struct *plat_get_current(void)
+{
+	return current;
+}
+
 noinline int plat_kthread_stop(struct task_struct *task)
 {
 	int result = kthread_stop(task);

@@ -20,8 +20,10 @@ extern "C" {
  * runs where the combiner dispatches: in hard-interrupt context, or in a
  * combiner's thread if that combiner, or one further out, is async. Otherwise
  * it runs in the leaf's own interrupt thread. In a thread it may sleep. It may
- * call drv_intr_enable, drv_intr_disable and the find functions, and must
- * neither register or unregister its own leaf nor add or remove combiners.
+ * call drv_intr_enable, drv_intr_disable and the find functions, and must not add
+ * or remove combiners. Registering or unregistering its own leaf is refused with
+ * 22, as it would wait for itself; nor must it wait for the callback of another
+ * leaf that waits for it, which nobody notices.
  */
 typedef void (*drv_intr_handler)(u32 index_id, u32 type, void *data);
 
@@ -52,14 +54,18 @@ u32 bsp_find_mapping(u32 key);
 /*
  * Register the leaf's one callback. Maps and requests the leaf as needed. A
  * leaf that has a callback keeps it, which counts as success. Process context,
- * may sleep. 0; 14 when mapping or request failed, 22 for a null callback.
+ * may sleep. 0; 14 when mapping or request failed or there is no such leaf.
+ * 22, with an error line and nothing changed, for a null callback, whatever the
+ * leaf (it would keep the leaf in use for nobody), and when called in an interrupt
+ * or from the leaf's own callback.
  */
 int drv_intr_set_regist(u32 index_id, u32 type, drv_intr_handler handler, void *data);
 
 /*
  * Take the callback back. When this returns, the callback does not run and
- * will not run: the caller may unload. Process context, may sleep; never from
- * the leaf's own callback. 0, 22 for an unknown leaf, 14 when release failed.
+ * will not run: the caller may unload. Process context, may sleep. 0; 22 for an
+ * unknown leaf, 14 when release failed. Called in an interrupt or from the leaf's
+ * own callback: 22, an error line, and the callback stays.
  */
 int drv_intr_set_unregist(u32 index_id, u32 type);
 

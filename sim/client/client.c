@@ -20,6 +20,8 @@ enum then {
 	THEN_ENABLE,
 	THEN_DISABLE,
 	THEN_FIND,
+	THEN_REGIST,
+	THEN_UNREGIST,
 };
 
 /* One registration. Its callback reads it until the driver has let go of the leaf. */
@@ -31,6 +33,7 @@ struct registration {
 	char tag[NAME_SIZE];
 	u32 sleep_ms;
 	u32 hold;			/* not 0: the callback waits for the command let_go */
+	u32 null;			/* not 0: no callback is given to the driver */
 	enum then then;
 	u32 count;			/* under events_lock */
 };
@@ -94,8 +97,13 @@ static void wait_until_let_go(u32 seen)
 		port_sleep_ms(1);
 }
 
-static void act_on_own_leaf(const struct registration *registration)
+static void on_interrupt(u32 index_id, u32 type, void *data);
+
+static void act_on_own_leaf(struct registration *registration)
 {
+	char mark[NAME_SIZE];
+	int ret = 0;
+
 	switch (registration->then) {
 	case THEN_NOTHING:
 		break;
@@ -108,6 +116,17 @@ static void act_on_own_leaf(const struct registration *registration)
 	case THEN_FIND:
 		drv_find_mapping_irq(registration->index_id, registration->type);
 		break;
+	case THEN_REGIST:
+		ret = drv_intr_set_regist(registration->index_id, registration->type, on_interrupt,
+					  registration);
+		break;
+	case THEN_UNREGIST:
+		ret = drv_intr_set_unregist(registration->index_id, registration->type);
+		break;
+	}
+	if (ret) {
+		snprintf(mark, sizeof(mark), "then ret=%d", ret);
+		cpld_sim_mark(mark);
 	}
 }
 
@@ -187,10 +206,12 @@ static bool then_arg(const char *arg, enum then *then)
 		[THEN_ENABLE] = "enable",
 		[THEN_DISABLE] = "disable",
 		[THEN_FIND] = "find",
+		[THEN_REGIST] = "regist",
+		[THEN_UNREGIST] = "unregist",
 	};
 	u32 i;
 
-	for (i = THEN_ENABLE; i <= THEN_FIND; i++) {
+	for (i = THEN_ENABLE; i <= THEN_UNREGIST; i++) {
 		if (strcmp(arg, names[i]) == 0) {
 			*then = (enum then)i;
 			return true;
@@ -213,6 +234,8 @@ static bool option(struct registration *registration, const char *arg)
 	}
 	if ((value = value_of(arg, "hold")))
 		return port_number(value, &registration->hold);
+	if ((value = value_of(arg, "null")))
+		return port_number(value, &registration->null);
 	if ((value = value_of(arg, "sleep_ms")))
 		return port_number(value, &registration->sleep_ms);
 	if ((value = value_of(arg, "then")))
@@ -234,13 +257,14 @@ static int regist(u32 index_id, u32 type, const char *line, char *reply, size_t 
 		if (!option(registration, arg)) {
 			port_free(registration);
 			return port_refuse(reply, size, "client: regist: wrong option '%s'; use "
-					   "quiesce=SOURCE, sleep_ms=N, hold=1, tag=WORD or "
-					   "then=enable|disable|find", arg);
+					   "quiesce=SOURCE, sleep_ms=N, hold=1, null=1, tag=WORD "
+					   "or then=enable|disable|find|regist|unregist", arg);
 		}
 	}
 	registration->next = registrations;
 	registrations = registration;
-	ret = drv_intr_set_regist(index_id, type, on_interrupt, registration);
+	ret = drv_intr_set_regist(index_id, type, registration->null ? NULL : on_interrupt,
+				  registration);
 	if (ret) {
 		/* Only this one: the driver may still call an earlier one of the same leaf. */
 		registrations = registration->next;

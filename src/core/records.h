@@ -113,6 +113,9 @@ struct drv_intr_irq_info {
 	u32 parent_mask_disabled;
 	// Odd while the leaf handler runs; written by the handler only.
 	u32 handler_seq;
+	// The task in which the handler runs, or which it interrupted; null while it
+	// does not run. Only compared.
+	const task_struct *handler_task;
 	// The last port that a message was refused by; 0: none, or its close was seen.
 	u32 refused_pid;
 	// Not 0: a subscriber's socket was closed, and whoever clears this releases the

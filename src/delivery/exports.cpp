@@ -94,6 +94,8 @@ int drv_intr_set_regist(u32 index_id, u32 type, drv_intr_handler handler, void *
 	drv_intr_irq_info *irq_info = drv_intr_find_leaf_to_map(index_id, type);
 	if (!irq_info)
 		return FAILED;
+	if (!drv_intr_may_wait(desc, *irq_info))
+		return NOT_USABLE;
 	const mutex_guard guard(irq_info->lock);
 	if (drv_intr_map_leaf(*irq_info) == 0)
 		return FAILED;
@@ -106,7 +108,7 @@ int drv_intr_set_unregist(u32 index_id, u32 type)
 	const srcu_reader reader;
 	drv_intr_irq_info *irq_info = drv_intr_find_leaf(drv_intr_unregist_desc, index_id, type);
 
-	if (!irq_info)
+	if (!irq_info || !drv_intr_may_wait(drv_intr_unregist_desc, *irq_info))
 		return NOT_USABLE;
 	const mutex_guard guard(irq_info->lock);
 	return drv_intr_unregist_leaf(*irq_info) == 0 ? 0 : FAILED;

@@ -36,17 +36,25 @@ private:
 	bool enabled_;
 };
 
-// Marks the leaf's handler as running. It never runs twice at once. The mark
-// and the look at `handler` pair with drv_intr_clear_handler.
+// Marks the leaf's handler as running, and where. It never runs twice at once. The
+// mark and the look at `handler` pair with drv_intr_clear_handler.
 class [[nodiscard]] running_mark {
 public:
-	explicit running_mark(u32 &seq) : seq_(seq) { store_ordered(seq_, read_once(seq_) + 1); }
-	~running_mark() { store_release(seq_, read_once(seq_) + 1); }
+	explicit running_mark(drv_intr_irq_info &irq_info) : irq_info_(irq_info)
+	{
+		write_once(irq_info_.handler_task, get_current());
+		store_ordered(irq_info_.handler_seq, read_once(irq_info_.handler_seq) + 1);
+	}
+	~running_mark()
+	{
+		write_once(irq_info_.handler_task, static_cast<const task_struct *>(nullptr));
+		store_release(irq_info_.handler_seq, read_once(irq_info_.handler_seq) + 1);
+	}
 	running_mark(const running_mark &) = delete;
 	running_mark &operator=(const running_mark &) = delete;
 
 private:
-	u32 &seq_;
+	drv_intr_irq_info &irq_info_;
 };
 
 static void run_callback(const char *desc, drv_intr_irq_info &irq_info, u32 virq)
@@ -70,7 +78,7 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = static_cast<u32>(virq_arg);
 	const may_sleep_guard may_sleep;
-	const running_mark running(irq_info.handler_seq);
+	const running_mark running(irq_info);
 
 	intr_trace(virq, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
 		   cfg.type);
@@ -84,6 +92,22 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 		   cfg.type);
 	return IRQ_HANDLED;
 }
+}
+
+// A task never waits here for a handler that interrupted it: it does not run meanwhile.
+bool drv_intr_may_wait(const char *desc, const drv_intr_irq_info &irq_info)
+{
+	const char *where = nullptr;
+
+	if (!in_task())
+		where = "an interrupt";
+	else if (read_once(irq_info.handler_task) == get_current())
+		where = "the leaf's own callback";
+	if (!where)
+		return true;
+	intr_err("[%s]refused in %s, index_id=0x%x, type=%u", desc, where,
+		 irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type);
+	return false;
 }
 
 static void wait_handler_idle(const drv_intr_irq_info &irq_info)

@@ -10,6 +10,11 @@
 
 #include "core/records.h"
 
+// False, with an error line, where the leaf's `lock` or its handler must not be waited
+// for: in an interrupt, and in the leaf's own callback, for which the lock's holder may
+// be waiting. Any context, without the lock.
+[[nodiscard]] bool drv_intr_may_wait(const char *desc, const drv_intr_irq_info &irq_info);
+
 // The leaf is mapped. Requesting a requested leaf changes nothing. 0, or
 // -EFAULT with the leaf mapped and not requested.
 [[nodiscard]] int drv_intr_request_irq(drv_intr_irq_info &irq_info);

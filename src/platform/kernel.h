@@ -123,6 +123,10 @@ inline void sched_set_fifo(task_struct *task)
 {
 	plat_sched_set_fifo(task);
 }
+[[nodiscard]] inline const task_struct *get_current()
+{
+	return plat_get_current();
+}
 inline int kthread_stop(task_struct *task)
 {
 	return plat_kthread_stop(task);

@@ -128,6 +128,8 @@ void plat_msleep(u32 milliseconds);
 /* Threads. kthread_create_on_node returns an error value (see IS_ERR), never null, on failure. */
 struct task_struct *plat_kthread_create_on_node(int (*thread)(void *), void *data, int node,
 						const char *name);
+/* The task that runs here, or that an interrupt came upon. To be compared only. */
+struct task_struct *plat_get_current(void);
 int plat_kthread_stop(struct task_struct *task);
 int plat_kthread_should_stop(void);
 int plat_wake_up_process(struct task_struct *task);
