@@ -307,13 +307,21 @@ static void line_eoi(irq_data *data)
 	end_line(line_of(*data));
 }
 
+// Masked while it is moved, unless it was already. Who unmasks or masks it meanwhile, for
+// want of the descriptor lock, has that undone.
 static int line_set_affinity(irq_data *data, const cpumask *mask, bool /*force*/)
 {
 	constexpr int done = 2; // IRQ_SET_MASK_OK_DONE
+	line &target = line_of(*data);
+	const bool masked = target.state.load(std::memory_order_relaxed) & line_masked;
 
-	line_of(*data).cpus.store(mask->bits, std::memory_order_relaxed);
+	if (!masked)
+		line_mask(data);
+	target.cpus.store(mask->bits, std::memory_order_relaxed);
+	reached(HOST_LINE_MOVES);
+	if (!masked)
+		line_unmask(data);
 	data->effective = mask->bits;
-	wake_cpus();
 	return done;
 }
 
@@ -361,6 +369,7 @@ irq_chip *line_chip()
 		.irq_retrigger = line_retrigger,
 		.set_type_masked = true,
 		.hardirq_only = true,
+		.affinity_pre_startup = false,
 	};
 
 	return &chip;
@@ -380,6 +389,7 @@ irq_chip *gpio_chip()
 		.irq_retrigger = nullptr,
 		.set_type_masked = false,
 		.hardirq_only = false,
+		.affinity_pre_startup = false,
 	};
 
 	return &chip;

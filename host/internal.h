@@ -96,6 +96,7 @@ enum class service : u32 {
 void count_call(service which);
 [[nodiscard]] bool fails(service which, long &ret); // counts the call too
 void services_reset();
+void reached(host_place place); // for a test that waits for it with host_at
 
 // lock.cpp
 enum lock_class : u32 {
@@ -105,7 +106,8 @@ enum lock_class : u32 {
 	class_desc_level, // + level
 	class_request = class_desc_level + PLAT_NEST_LEVELS,
 	class_request_level,
-	class_domain = class_request_level + PLAT_NEST_LEVELS,
+	class_affinity = class_request_level + PLAT_NEST_LEVELS, // around every chip's set_affinity
+	class_domain,
 	class_count,
 };
 
@@ -123,6 +125,7 @@ struct lock {
 
 // False: a bug handler let a misuse return, and nothing was done.
 bool lock_acquire(lock &target, const char *what);
+bool lock_try(lock &target); // a few times; no order is broken by it
 bool lock_release(lock &target, const char *what);
 void check_locks_freed(const void *start, size_t size);
 
@@ -362,6 +365,7 @@ struct irq_chip {
 	int (*irq_retrigger)(irq_data *data);
 	bool set_type_masked; // IRQCHIP_SET_TYPE_MASKED
 	bool hardirq_only; // handle_enforce_irqctx
+	bool affinity_pre_startup; // IRQCHIP_AFFINITY_PRE_STARTUP
 };
 
 struct irq_data {

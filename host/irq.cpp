@@ -29,6 +29,7 @@ irq_chip no_chip = {
 	.irq_retrigger = nullptr,
 	.set_type_masked = false,
 	.hardirq_only = false,
+	.affinity_pre_startup = false,
 };
 
 irq_desc *desc_of(u32 virq)
@@ -154,6 +155,16 @@ static void replay(irq_desc &desc)
 	}
 }
 
+static lock tmp_mask_lock{class_affinity};
+
+// The kernel has one buffer for the mask, and holds its lock over the chip's operation.
+static int chip_set_affinity(irq_desc &desc, const cpumask &wanted)
+{
+	const raw_guard guard(tmp_mask_lock);
+
+	return desc.chip().irq_set_affinity(&desc.data, &wanted, false);
+}
+
 int set_affinity(irq_desc &desc, unsigned long mask)
 {
 	enum : int { ok, ok_no_copy, ok_done }; // what chips return besides errors
@@ -161,7 +172,7 @@ int set_affinity(irq_desc &desc, unsigned long mask)
 
 	if (!desc.chip().irq_set_affinity || !wanted.bits)
 		return -einval;
-	const int ret = desc.chip().irq_set_affinity(&desc.data, &wanted, false);
+	const int ret = chip_set_affinity(desc, wanted);
 	if (ret < 0)
 		return ret;
 	if (ret == ok || ret == ok_done)
@@ -187,9 +198,14 @@ void startup(irq_desc &desc, bool resend)
 	} else {
 		if (!desc.is(irqd_activated))
 			bug("interrupt %u is started without being activated", desc.data.irq);
+		const bool first = desc.chip().affinity_pre_startup;
+
+		if (first)
+			setup_affinity(desc);
 		enable_line(desc);
 		desc.set(irqd_started);
-		setup_affinity(desc);
+		if (!first)
+			setup_affinity(desc);
 	}
 	if (resend)
 		replay(desc);
@@ -408,12 +424,24 @@ void *plat_irq_data_get_irq_chip_data(struct irq_data *data)
 
 int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask, bool force)
 {
-	long ret;
+	long injected;
 
-	if (fails(service::irq_chip_set_affinity, ret))
-		return static_cast<int>(ret);
+	if (fails(service::irq_chip_set_affinity, injected))
+		return static_cast<int>(injected);
 	irq_chip *chip = data->chip.load(std::memory_order_acquire);
-	return chip->irq_set_affinity ? chip->irq_set_affinity(data, mask, force) : -einval;
+	if (!chip->irq_set_affinity)
+		return -einval;
+	if (!lock_try(data->desc->lock))
+		return -ebusy;
+	const int ret = chip->irq_set_affinity(data, mask, force);
+	lock_release(data->desc->lock, "raw_spin_unlock");
+	return ret;
+}
+
+int plat_irq_data_is_starting(const struct irq_data *data)
+{
+	count_call(service::irq_data_is_starting);
+	return !data->desc->is(irqd_started) && data->desc->depth == 0;
 }
 
 int plat_irq_chip_unmask(struct irq_data *data)
@@ -432,10 +460,15 @@ int plat_irq_chip_unmask(struct irq_data *data)
 	return 0;
 }
 
-void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent)
+int plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent)
 {
 	count_call(service::irq_data_copy_effective_affinity);
-	leaf->effective = parent->effective.load();
+	const unsigned long cpus = parent->effective.load();
+
+	if (cpus == 0)
+		return -einval;
+	leaf->effective = cpus;
+	return 0;
 }
 
 // A descriptor that is found stays while interrupts are off.
@@ -464,6 +497,7 @@ void plat_enable_irq(u32 virq)
 	count_call(service::enable_irq);
 	if (host_irq_depth(virq) > 0)
 		host_enable_irq(virq);
+	reached(HOST_IRQ_ENABLED);
 }
 
 int plat_generic_handle_irq(u32 virq)

@@ -28,6 +28,8 @@ static std::string class_name(u32 cls)
 
 	if (cls >= class_domain)
 		return "irq_domain_mutex";
+	if (cls >= class_affinity)
+		return "tmp_mask_lock";
 	if (cls >= class_request_level)
 		return "request_mutex/" + std::to_string(cls - class_request_level);
 	if (cls >= class_request)
@@ -76,6 +78,12 @@ static void check_order(u32 outer, u32 inner, const char *what)
 		    class_name(inner).c_str(), class_name(outer).c_str());
 }
 
+static void note_held(context &self, lock &target)
+{
+	target.owner.store(&self, std::memory_order_relaxed);
+	self.held[self.held_count++] = &target;
+}
+
 bool lock_acquire(lock &target, const char *what)
 {
 	context &self = current();
@@ -92,9 +100,25 @@ bool lock_acquire(lock &target, const char *what)
 		return false;
 	}
 	target.mutex.lock();
-	target.owner.store(&self, std::memory_order_relaxed);
-	self.held[self.held_count++] = &target;
+	note_held(self, target);
 	return true;
+}
+
+bool lock_try(lock &target)
+{
+	context &self = current();
+
+	if (target.owner.load(std::memory_order_relaxed) == &self ||
+	    self.held_count == context::max_held)
+		return false;
+	for (u32 tries = 0; tries < 1000; tries++) {
+		if (target.mutex.try_lock()) {
+			note_held(self, target);
+			return true;
+		}
+		std::this_thread::yield();
+	}
+	return false;
 }
 
 bool lock_release(lock &target, const char *what)

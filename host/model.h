@@ -189,6 +189,17 @@ int host_fault(const char *symbol, uint32_t nth, long ret);
 void host_fault_off(void);
 void host_fault_count(uint32_t *calls, int *hit);
 
+/*
+ * Calls call(arg) whenever a thread of the model reaches this place, in its
+ * context and under the locks that it holds there. Null: nothing more.
+ */
+enum host_place {
+	HOST_LINE_MOVES, /* the root controller has masked a line to move it */
+	HOST_IRQ_ENABLED, /* the driver has enabled an interrupt */
+	HOST_PLACES
+};
+void host_at(enum host_place place, void (*call)(void *arg), void *arg);
+
 /* Calls of one "plat_..." function since the start; a bug for a name that is none. */
 unsigned long host_calls(const char *symbol);
 

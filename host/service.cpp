@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// Call counters and fault injection. Plain counters on purpose: a lock here
-// would order every two threads that call the kernel.
+// Call counters, fault injection, and places where a test steps in. Plain counters on purpose: a
+// lock here would order every two threads that call the kernel.
 #include "internal.h"
 
 #include <cstring>
@@ -63,9 +63,22 @@ bool fails(service which, long &ret)
 	return true;
 }
 
+static struct {
+	std::atomic<void (*)(void *)> call{nullptr};
+	std::atomic<void *> arg{nullptr};
+} places[HOST_PLACES];
+
+void reached(host_place place)
+{
+	if (auto *call = places[place].call.load(std::memory_order_acquire))
+		call(places[place].arg.load(std::memory_order_relaxed));
+}
+
 void services_reset()
 {
 	host_fault_off();
+	for (auto &place : places)
+		place.call.store(nullptr, std::memory_order_relaxed);
 	for (auto &counter : calls)
 		counter.store(0, std::memory_order_relaxed);
 }
@@ -103,6 +116,12 @@ void host_fault_count(uint32_t *seen, int *hit)
 		*seen = fault_calls;
 	if (hit)
 		*hit = fault_hit;
+}
+
+void host_at(enum host_place place, void (*call)(void *arg), void *arg)
+{
+	places[place].arg.store(arg, std::memory_order_relaxed);
+	places[place].call.store(call, std::memory_order_release);
 }
 
 unsigned long host_calls(const char *symbol)

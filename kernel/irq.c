@@ -52,12 +52,41 @@ noinline void *plat_irq_data_get_irq_chip_data(struct irq_data *data)
 	return irq_data_get_irq_chip_data(data);
 }
 
+#define DESC_LOCK_TRIES 1000
+
+/* Interrupts are off. Others hold the lock for a few instructions, or wait for the caller. */
+static bool try_lock_desc(struct irq_desc *desc)
+{
+	int tries;
+
+	for (tries = 0; tries < DESC_LOCK_TRIES; tries++) {
+		if (raw_spin_trylock(&desc->lock))
+			return true;
+		cpu_relax();
+	}
+	return false;
+}
+
 noinline int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask,
 					bool force)
 {
+	struct irq_desc *desc = irq_data_to_desc(data);
+	int ret;
+
 	if (!data->chip || !data->chip->irq_set_affinity)
 		return -EINVAL;
-	return data->chip->irq_set_affinity(data, mask, force);
+	if (!try_lock_desc(desc))
+		return -EBUSY;
+	ret = data->chip->irq_set_affinity(data, mask, force);
+	raw_spin_unlock(&desc->lock);
+	return ret;
+}
+
+/* A start resets the depth first, then sets the affinity (IRQCHIP_AFFINITY_PRE_STARTUP). */
+noinline int plat_irq_data_is_starting(const struct irq_data *data)
+{
+	return !irqd_is_started((struct irq_data *)data) &&
+	       irq_data_to_desc((struct irq_data *)data)->depth == 0;
 }
 
 static void unmask_unless_disabled(struct irq_chip *chip, struct irq_desc *desc)
@@ -77,9 +106,14 @@ noinline int plat_irq_chip_unmask(struct irq_data *data)
 	return 0;
 }
 
-noinline void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent)
+noinline int plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent)
 {
-	irq_data_update_effective_affinity(leaf, irq_data_get_effective_affinity_mask(parent));
+	const struct cpumask *mask = irq_data_get_effective_affinity_mask(parent);
+
+	if (cpumask_empty(mask))
+		return -EINVAL;
+	irq_data_update_effective_affinity(leaf, mask);
+	return 0;
 }
 
 noinline void plat_chained_irq_enter(struct irq_chip *chip, struct irq_desc *desc)
@@ -212,5 +246,6 @@ noinline void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
 		.irq_mask = ops->irq_mask,
 		.irq_unmask = ops->irq_unmask,
 		.irq_set_affinity = ops->irq_set_affinity,
+		.flags = IRQCHIP_AFFINITY_PRE_STARTUP,
 	};
 }

@@ -291,6 +291,24 @@ static int cpus_command(struct args *args, char *reply, size_t size)
 	return 0;
 }
 
+static int masked_command(struct args *args, char *reply, size_t size)
+{
+	u32 line;
+	int masked;
+
+	if (args->count != 2 || !line_arg(args->arg[1], &line))
+		return port_refuse(reply, size, "board: masked: no such line; use masked LINE, 0 to %u",
+				   BOARD_LINES - 1);
+	masked = port_line_masked(line);
+	if (masked < 0) {
+		port_refuse(reply, size, "board: masked: the controller of line %u does not tell (%d); "
+			    "use another line", line, masked);
+		return masked;
+	}
+	snprintf(reply, size, "masked=%d", masked);
+	return 0;
+}
+
 static int virq_command(struct args *args, char *reply, size_t size)
 {
 	u32 virq;
@@ -367,6 +385,7 @@ static const struct {
 	{ "raise", raise_command },
 	{ "depth", depth_command },
 	{ "cpus", cpus_command },
+	{ "masked", masked_command },
 	{ "virq", virq_command },
 	{ "fault", fault_command },
 	{ "mmio", mmio_command },
@@ -382,7 +401,7 @@ static int board_command(const char *line, char *reply, size_t size)
 			if (strcmp(args.arg[0], commands[i].name) == 0)
 				return commands[i].run(&args, reply, size);
 	return port_refuse(reply, size, "board: no such command, or too many arguments; "
-			   "use device, raise, depth, cpus, virq, fault or mmio");
+			   "use device, raise, depth, cpus, masked, virq, fault or mmio");
 }
 
 static void board_show(struct port_out *out)

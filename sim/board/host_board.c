@@ -38,6 +38,11 @@ void port_line_set_pending(u32 line, int pending)
 		host_line_set_pending(line, pending);
 }
 
+int port_line_masked(u32 line)
+{
+	return line < BOARD_LINES ? host_line_masked(line) : -EINVAL;
+}
+
 u32 port_irq_cpus(u32 virq)
 {
 	return (u32)host_irq_affinity(virq);

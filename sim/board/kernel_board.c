@@ -355,6 +355,14 @@ static int on_module(struct notifier_block *block, unsigned long state, void *da
 
 static struct notifier_block module_watch = { .notifier_call = on_module };
 
+int port_line_masked(u32 line)
+{
+	bool masked = false;
+	int ret = irq_get_irqchip_state(port_line_virq(line), IRQCHIP_STATE_MASKED, &masked);
+
+	return ret ? ret : masked;
+}
+
 u32 port_irq_cpus(u32 virq)
 {
 	struct irq_data *data = irq_get_irq_data(virq);

@@ -19,6 +19,12 @@ void port_line_set_pending(u32 line, int pending);
 u32 port_irq_cpus(u32 virq);
 
 /*
+ * Whether the line is masked at its controller, whatever its disable depth says; -errno
+ * where the controller does not tell. Process context.
+ */
+int port_line_masked(u32 line);
+
+/*
  * A platform device for the driver "irq_combiner", with one interrupt or none
  * (virq 0). Process context. Adding gives 1: a driver took it, 0: none did, or
  * -errno (-EEXIST: the board has a device of this name).

@@ -123,16 +123,32 @@ static void drv_intr_irq_enable(irq_data *data)
 	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
 }
 
-// Moving one leaf moves the parent line and with it every leaf behind it.
+// A leaf in between knows only of its own moves, not of those of its siblings.
+static int copy_outermost_affinity(irq_data *data, const drv_intr_combiner &combiner)
+{
+	const drv_intr_combiner *outermost = &combiner;
+
+	while (outermost->parent_leaf)
+		outermost = outermost->parent_leaf->combiner;
+	irq_data *line = irq_get_irq_data(outermost->virq);
+	return line ? irq_data_copy_effective_affinity(data, line) : -EINVAL;
+}
+
+// Moving one leaf moves the parent line and with it every leaf behind it. The kernel
+// also places a line when it starts it, on the default CPUs: a leaf then joins its
+// parent where that is, as somebody may have put it there through another leaf.
 static int drv_intr_irq_set_affinity(irq_data *data, const cpumask *mask, bool force)
 {
-	irq_data *parent = irq_get_irq_data(leaf_of(data).combiner.virq);
+	const drv_intr_combiner &combiner = leaf_of(data).combiner;
+	irq_data *parent = irq_get_irq_data(combiner.virq);
 
 	if (!parent)
 		return -EINVAL;
+	if (irq_data_is_starting(data))
+		return copy_outermost_affinity(data, combiner);
 	const int ret = irq_chip_set_affinity(parent, mask, force);
 	if (ret >= 0)
-		irq_data_copy_effective_affinity(data, parent);
+		(void)copy_outermost_affinity(data, combiner); // it has moved, known or not
 	return ret;
 }
 

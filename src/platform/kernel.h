@@ -193,9 +193,13 @@ inline int irq_chip_unmask(irq_data *data)
 {
 	return plat_irq_chip_unmask(data);
 }
-inline void irq_data_copy_effective_affinity(irq_data *leaf, irq_data *parent)
+[[nodiscard]] inline bool irq_data_is_starting(const irq_data *data)
 {
-	plat_irq_data_copy_effective_affinity(leaf, parent);
+	return plat_irq_data_is_starting(data) != 0;
+}
+[[nodiscard]] inline int irq_data_copy_effective_affinity(irq_data *leaf, irq_data *parent)
+{
+	return plat_irq_data_copy_effective_affinity(leaf, parent);
 }
 inline void chained_irq_enter(irq_chip *chip, irq_desc *desc)
 {

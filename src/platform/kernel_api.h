@@ -153,13 +153,25 @@ void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
 
 /*
  * Chip operations called past the interrupt core. -22 / 0 where the chip lacks the operation.
+ *
+ * A controller may mask a line while it moves it, so a disable from another CPU would
+ * be undone: the move is made under the line's descriptor lock. The caller is the
+ * set_affinity operation of a chip of ours, under a lock of the core that a move of the line
+ * itself takes inside the descriptor lock. Hence the latter is only tried, and -16 when
+ * it stays taken.
+ *
  * The unmask leaves a disabled line masked: the core masks only when the depth leaves 0, so
  * a line unmasked at a greater depth could not be masked by anybody any more.
  */
 int plat_irq_chip_set_affinity(struct irq_data *data, const struct cpumask *mask, bool force);
 int plat_irq_chip_unmask(struct irq_data *data);
-/* Gives a leaf the effective affinity that its parent has, or the core complains once a boot. */
-void plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent);
+/* Not 0: the core is starting the line. For the operations of a chip made by plat_irq_chip_init. */
+int plat_irq_data_is_starting(const struct irq_data *data);
+/*
+ * Gives a leaf the effective affinity that its parent has, or the core complains once a
+ * boot. 0, or -22 when the parent has none: its controller cannot move it.
+ */
+int plat_irq_data_copy_effective_affinity(struct irq_data *leaf, struct irq_data *parent);
 
 /*
  * Chained flow. The exit unmasks through the parent's chip only where the chip
@@ -217,7 +229,7 @@ struct plat_irq_chip_ops {
 	void (*irq_unmask)(struct irq_data *data);
 	int (*irq_set_affinity)(struct irq_data *data, const struct cpumask *mask, bool force);
 };
-/* name must outlive the chip. */
+/* name must outlive the chip. The core sets the affinity of its lines before it enables them. */
 void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
 			const struct plat_irq_chip_ops *ops);
 

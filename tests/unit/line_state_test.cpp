@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// A parent line's state where two CPUs meet, at moments that only the model can hold.
+#include <string>
+#include <thread>
+
+#include "control.h"
+#include "model_rig.h"
+#include "intr/drv_intr.h"
+#include "intr/siblings.h"
+#include "testbed.h"
+
+using testing::IsEmpty;
+
+namespace {
+
+constexpr u32 LINE = 2;
+constexpr u32 TYPE = 3;
+
+std::atomic<u32> calls;
+
+class LineState : public testing::Test {
+protected:
+	void SetUp() override
+	{
+		ASSERT_TRUE(testbed::start());
+		calls = 0;
+		parent = host_line_virq(LINE);
+	}
+
+	void TearDown() override
+	{
+		EXPECT_EQ(testbed::unload(), 0);
+		write_control("xml", "drop 0xffffffff");
+		EXPECT_THAT(testbed::finish(), IsEmpty());
+	}
+
+	// A direct combiner on line 2 with a registered leaf in a thread of its own.
+	void load()
+	{
+		cfg::table table{XML_TABLE_BOARD, {}};
+		cfg::entries &node = table.nodes["irq_combiner@2"];
+		cfg::bytes bytes;
+		std::string why;
+
+		node["global_cfg"] = {{"direct", 1}, {"allow_max", 1000000}};
+		node["hwirq_cfg0"] = {{"index_id", 0},
+				      {"type", TYPE},
+				      {"hwirq", 0},
+				      {"irq_type", 8},
+				      {"allow_max", 1000000}};
+		ASSERT_TRUE(cfg::write_table(table, bytes, why)) << why;
+		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
+		ASSERT_EQ(testbed::load(), 0);
+		ASSERT_EQ(drv_intr_set_regist(
+				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
+			  0);
+	}
+
+	u32 parent = 0;
+};
+
+struct disabler {
+	u32 virq;
+	std::atomic<bool> done{false};
+	std::thread thread{};
+
+	// Gives the other CPU the time that it needs, where nothing keeps it out.
+	static void on_move(void *arg)
+	{
+		auto &self = *static_cast<disabler *>(arg);
+
+		self.thread = std::thread([&self] {
+			host_disable_irq_nosync(self.virq);
+			self.done = true;
+		});
+		for (int turn = 0; turn < 200 && !self.done; turn++)
+			std::this_thread::sleep_for(std::chrono::microseconds(100));
+	}
+};
+
+TEST_F(LineState, a_disable_while_the_line_is_moved_lasts)
+{
+	load();
+	disabler other{parent};
+	host_at(HOST_LINE_MOVES, disabler::on_move, &other);
+	EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), 0);
+	host_at(HOST_LINE_MOVES, nullptr, nullptr);
+	other.thread.join();
+	EXPECT_EQ(host_irq_affinity(parent), 2u);
+	EXPECT_EQ(host_irq_depth(parent), 1);
+	EXPECT_TRUE(host_line_masked(LINE));
+	host_enable_irq(parent);
+	EXPECT_FALSE(host_line_masked(LINE));
+}
+
+// A move of the parent itself takes the parent's descriptor lock before the core's
+// own, a move of its leaf comes to them the other way round.
+TEST_F(LineState, parent_and_leaf_are_moved_at_the_same_time)
+{
+	static constexpr int BUSY = -16;
+
+	load();
+	const u32 leaf = drv_find_mapping_irq(0, TYPE);
+	std::thread other([&] {
+		for (u32 turn = 0; turn < 2000; turn++)
+			EXPECT_EQ(host_irq_set_affinity(parent, 1 + turn % 2), 0);
+	});
+	for (u32 turn = 0; turn < 2000; turn++) {
+		const int code = host_irq_set_affinity(leaf, 1 + turn % 2);
+
+		EXPECT_TRUE(code == 0 || code == BUSY) << code;
+	}
+	other.join();
+	EXPECT_FALSE(host_line_masked(LINE));
+}
+
+} // namespace
