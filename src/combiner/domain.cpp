@@ -90,7 +90,7 @@ static void drv_intr_irq_unmask(irq_data *data)
 
 	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
 	if (leaf.direct) {
-		// The leaf handler has done this, if there was one.
+		// Unless the leaf's handler has done it.
 		drv_intr_mask_enable_parent(leaf.irq_info);
 	} else {
 		drv_intr_irq_clear(leaf);
@@ -114,6 +114,8 @@ static void drv_intr_irq_enable(irq_data *data)
 	if (leaf.direct) {
 		intr_trace(leaf.virq, "[%s]enable parent irq, virq=%u", desc, leaf.combiner.virq);
 		drv_intr_enable_parent(leaf.combiner);
+		// The kernel takes an enabled line for unmasked, and will not unmask it.
+		drv_intr_mask_enable_parent(leaf.irq_info);
 	} else {
 		if (is_level_type(leaf.irq_info.hwirq_cfg))
 			drv_intr_irq_clear(leaf);

@@ -12,7 +12,7 @@
 void drv_intr_enable_parent(drv_intr_combiner &combiner);
 
 // Masking a direct leaf disables the parent line; whoever comes first of the leaf's
-// handler, its unmask and its release enables it again. Any context.
+// handler, its unmask, its enable and its release enables it again. Any context.
 void drv_intr_mask_disable_parent(drv_intr_irq_info &irq_info);
 void drv_intr_mask_enable_parent(drv_intr_irq_info &irq_info);
 

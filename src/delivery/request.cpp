@@ -5,7 +5,8 @@
 // One occurrence: the flow handler masks the leaf (enable off, status cleared),
 // runs the handler (subscribers first, then the callback), and unmasks it (status cleared, enable
 // on); a threaded leaf is unmasked once its thread function has returned. On a direct combiner
-// masking disabled the parent line, which the handler enables again.
+// masking disabled the parent line, which the handler enables again, or the unmask of a threaded
+// leaf.
 #include "delivery/request.h"
 
 #include "combiner/lifecycle.h"
@@ -69,6 +70,17 @@ static void run_callback(const char *desc, drv_intr_irq_info &irq_info, u32 virq
 	intr_trace(virq, "[%s]end callback", desc);
 }
 
+// A threaded leaf is still masked when its handler returns: with the parent enabled
+// already, a source that is up would interrupt at once, for a leaf whose mask disables
+// nothing any more, and again, until the thread that unmasks it never runs. A leaf that
+// was disabled meanwhile gets no unmask, and its own disable keeps the parent disabled.
+static bool unmask_enables_parent(const drv_intr_irq_info &irq_info, u32 virq)
+{
+	u32 depth;
+
+	return irq_info.hwirq_cfg.sync == 0 && irq_get_depth(virq, &depth) == 0 && depth == 0;
+}
+
 extern "C" {
 static int drv_intr_irq_handler(int virq_arg, void *cookie)
 {
@@ -86,7 +98,8 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	run_callback(desc, irq_info, virq);
 	if (combiner.common_cfg.direct != 0) {
 		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
-		drv_intr_mask_enable_parent(irq_info);
+		if (!unmask_enables_parent(irq_info, virq))
+			drv_intr_mask_enable_parent(irq_info);
 	}
 	intr_trace(virq, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
 		   cfg.type);

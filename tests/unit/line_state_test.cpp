@@ -115,4 +115,36 @@ TEST_F(LineState, parent_and_leaf_are_moved_at_the_same_time)
 	EXPECT_FALSE(host_line_masked(LINE));
 }
 
+// A source that is up again interrupts the moment its parent is enabled. The leaf must
+// be masked anew for that, and disable the parent for its second invocation too.
+TEST_F(LineState, a_threaded_leaf_is_unmasked_when_its_parent_is_enabled)
+{
+	std::atomic<int> depths[2] = {-1, -1};
+
+	load();
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+	auto callback = [](u32, u32, void *data) {
+		const u32 call = calls++;
+
+		if (call < 2)
+			static_cast<std::atomic<int> *>(data)[call] =
+				host_irq_depth(host_line_virq(LINE));
+		if (call == 0)
+			host_line_set_pending(LINE, 1);
+	};
+	ASSERT_EQ(drv_intr_set_regist(0, TYPE, callback, depths), 0);
+	const auto until_taken = [](void *) {
+		eventually([] { return !host_line_pending(LINE); });
+	};
+	host_at(HOST_IRQ_ENABLED, until_taken, nullptr);
+	host_line_set_pending(LINE, 1);
+	EXPECT_TRUE(eventually([] { return calls == 2; }));
+	EXPECT_EQ(host_wait_idle(5000), 0);
+	host_at(HOST_IRQ_ENABLED, nullptr, nullptr);
+	EXPECT_EQ(depths[0], 1);
+	EXPECT_EQ(depths[1], 1);
+	EXPECT_EQ(host_irq_depth(parent), 0);
+	EXPECT_FALSE(host_line_masked(LINE));
+}
+
 } // namespace
