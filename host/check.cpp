@@ -102,6 +102,7 @@ int host_check_leftovers(void)
 void host_start(void)
 {
 	services_reset();
+	requests_reset();
 	kernel_log_reset();
 	lines_start();
 	cpus_start();

@@ -97,9 +97,10 @@ bool might_sleep(const char *what)
 {
 	const context &self = current();
 
-	if (!self.hardirq && !self.softirq && !self.irqs_off)
+	if (!self.hardirq && !self.softirq && !self.irqs_off && !self.bottom_halves_off)
 		return true;
-	bug("%s: sleeping function called with interrupts off or from an interrupt", what);
+	bug("%s: sleeping function called with %s", what,
+	    self.bottom_halves_off ? "bottom halves off" : "interrupts off or from an interrupt");
 	return false;
 }
 

@@ -172,6 +172,7 @@ struct context {
 	u32 cpu = 0;
 	u32 hardirq = 0;
 	u32 softirq = 0;
+	bool bottom_halves_off = false; // a task that may not sleep
 	u32 srcu_depth = 0;
 	const void *unended_line = nullptr; // of the root controller, taken by this CPU
 	bool irqs_off = false;
@@ -254,6 +255,7 @@ void set_handler(irq_desc &desc, plat_flow_handler handle, bool is_chained);
 // request.cpp
 void wake_action_thread(irq_desc &desc, struct irqaction &action);
 void synchronize(irq_desc &desc);
+void requests_reset();
 
 // domain.cpp
 // Of the lines, in the controller's numbers: shared interrupt 100, behind 32 of the CPUs' own.
@@ -390,6 +392,7 @@ struct irqaction {
 	void *cookie;
 	u32 irq;
 	std::atomic<irqaction *> next{nullptr};
+	bool thread_forced = false; // its primary handler is the thread function
 	task_struct *thread = nullptr;
 	unsigned long thread_mask = 0;
 	std::atomic<bool> run_thread{false};
@@ -432,6 +435,7 @@ enum : unsigned long {
 			 irq_noautoen | irq_no_balancing | irq_nothread | irq_disable_unlazy,
 	irqf_shared = 0x80,
 	irqf_oneshot = 0x2000,
+	irqf_no_thread = 0x10000,
 	irqf_no_autoen = 0x80000,
 };
 

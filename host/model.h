@@ -189,6 +189,9 @@ int host_fault(const char *symbol, uint32_t nth, long ret);
 void host_fault_off(void);
 void host_fault_count(uint32_t *calls, int *hit);
 
+/* As "threadirqs" on the kernel's command line; off after every start. */
+void host_force_irq_threads(int forced);
+
 /*
  * Calls call(arg) whenever a thread of the model reaches this place, in its
  * context and under the locks that it holds there. Null: nothing more.

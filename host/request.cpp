@@ -12,6 +12,13 @@
 
 namespace model {
 
+static std::atomic<bool> threads_forced{false};
+
+void requests_reset()
+{
+	threads_forced = false;
+}
+
 static int wake_only(int /*virq*/, void * /*cookie*/)
 {
 	return irq_wake_thread;
@@ -77,7 +84,9 @@ static int irq_thread(void *data)
 
 	action.ready.store(true, std::memory_order_release);
 	while (wait_for_interrupt(action)) {
+		current().bottom_halves_off = action.thread_forced;
 		action.thread_fn(static_cast<int>(action.irq), action.cookie);
+		current().bottom_halves_off = false;
 		finalize_oneshot(desc, action);
 		desc.threads_active.fetch_sub(1, std::memory_order_acq_rel);
 	}
@@ -167,12 +176,24 @@ static void stop_thread(irqaction &action)
 	action.thread = nullptr;
 }
 
+static void force_thread(const irq_desc &desc, irqaction &action)
+{
+	if (!threads_forced || desc.settings & irq_nothread || action.handler == wake_only ||
+	    action.flags & (irqf_no_thread | irqf_oneshot))
+		return;
+	action.flags |= irqf_oneshot;
+	action.thread_forced = true;
+	action.thread_fn = action.handler;
+	action.handler = wake_only;
+}
+
 static int setup(irq_desc &desc, irqaction &action)
 {
 	char name[64];
 
 	if (&desc.chip() == &no_chip)
 		return -enosys;
+	force_thread(desc, action);
 	if (action.thread_fn) {
 		snprintf(name, sizeof(name), "irq/%u-%s", action.irq, action.name.c_str());
 		action.thread = task_create(irq_thread, &action, name);
@@ -220,6 +241,11 @@ static irqaction *unlink(irq_desc &desc, void *cookie)
 } // namespace model
 
 using namespace model;
+
+void host_force_irq_threads(int forced)
+{
+	threads_forced = forced != 0;
+}
 
 int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
 			      unsigned long flags, const char *name, void *cookie)

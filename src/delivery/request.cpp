@@ -174,9 +174,12 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 			 irq_info.cascaded->combiner_id, cfg.index_id, cfg.type);
 		return -EFAULT;
 	}
+	// A kernel that threads handlers by itself would run this one with bottom halves off:
+	// in a thread, by all that it can see, and yet unable to sleep.
 	if (cfg.sync != 0)
-		ret = request_threaded_irq(virq, drv_intr_irq_handler, nullptr, IRQF_SHARED,
-					   "drv_irq_sync_handler", &irq_info);
+		ret = request_threaded_irq(virq, drv_intr_irq_handler, nullptr,
+					   IRQF_SHARED | IRQF_NO_THREAD, "drv_irq_sync_handler",
+					   &irq_info);
 	else
 		ret = request_threaded_irq(virq, nullptr, drv_intr_irq_handler,
 					   IRQF_SHARED | IRQF_ONESHOT, "drv_irq_async_handler",

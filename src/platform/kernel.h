@@ -19,6 +19,7 @@ inline constexpr int EFAULT = 14;
 // Values the kernel fixes (linux/irq.h, linux/interrupt.h).
 inline constexpr unsigned long IRQF_SHARED = 0x80;
 inline constexpr unsigned long IRQF_ONESHOT = 0x2000;
+inline constexpr unsigned long IRQF_NO_THREAD = 0x10000;
 inline constexpr unsigned long IRQ_LEVEL = 1ul << 8;
 inline constexpr unsigned long IRQ_NOPROBE = 1ul << 10;
 inline constexpr unsigned long IRQ_NOREQUEST = 1ul << 11;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// A parent line's state where two CPUs meet, at moments that only the model can hold.
+// A leaf and its parent line where two CPUs meet, at moments that only the model can hold,
+// and in a kernel that was started with another option.
 #include <string>
 #include <thread>
 
@@ -35,20 +36,17 @@ protected:
 		EXPECT_THAT(testbed::finish(), IsEmpty());
 	}
 
-	// A direct combiner on line 2 with a registered leaf in a thread of its own.
-	void load()
+	// A direct combiner on line 2 with a registered leaf.
+	void load(u32 async = 0, u32 sync = 0)
 	{
 		cfg::table table{XML_TABLE_BOARD, {}};
 		cfg::entries &node = table.nodes["irq_combiner@2"];
 		cfg::bytes bytes;
 		std::string why;
 
-		node["global_cfg"] = {{"direct", 1}, {"allow_max", 1000000}};
-		node["hwirq_cfg0"] = {{"index_id", 0},
-				      {"type", TYPE},
-				      {"hwirq", 0},
-				      {"irq_type", 8},
-				      {"allow_max", 1000000}};
+		node["global_cfg"] = {{"direct", 1}, {"async", async}, {"allow_max", 1000000}};
+		node["hwirq_cfg0"] = {{"index_id", 0}, {"type", TYPE},	{"hwirq", 0},
+				      {"sync", sync},  {"irq_type", 8}, {"allow_max", 1000000}};
 		ASSERT_TRUE(cfg::write_table(table, bytes, why)) << why;
 		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
 		ASSERT_EQ(testbed::load(), 0);
@@ -145,6 +143,37 @@ TEST_F(LineState, a_threaded_leaf_is_unmasked_when_its_parent_is_enabled)
 	EXPECT_EQ(depths[1], 1);
 	EXPECT_EQ(host_irq_depth(parent), 0);
 	EXPECT_FALSE(host_line_masked(LINE));
+}
+
+// Forced, a handler would run in a thread with bottom halves off, where it sees a task
+// and may not sleep.
+TEST_F(LineState, a_kernel_that_threads_handlers_leaves_synchronous_leaves_where_they_are)
+{
+	std::string context;
+	const auto callback = [](u32, u32, void *data) {
+		char text[32];
+
+		host_context(text, sizeof(text));
+		*static_cast<std::string *>(data) = text;
+		if (std::string(text) != "hardirq")
+			host_might_sleep("callback");
+		calls++;
+	};
+
+	host_force_irq_threads(1);
+	for (const u32 async : {0u, 1u}) {
+		load(async, 1);
+		EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+		ASSERT_EQ(drv_intr_set_regist(0, TYPE, callback, &context), 0);
+		host_line_set_pending(LINE, 1);
+		EXPECT_TRUE(eventually([&] { return calls == async + 1; }));
+		EXPECT_EQ(host_wait_idle(5000), 0);
+		EXPECT_EQ(context, async ? "thread:intr2-handler" : "hardirq");
+		EXPECT_EQ(host_irq_depth(parent), 0);
+		if (!async) {
+			EXPECT_EQ(testbed::unload(), 0);
+		}
+	}
 }
 
 } // namespace
