@@ -29,6 +29,8 @@ struct line {
 	std::atomic<u32> state{line_masked};
 	std::atomic<unsigned long> cpus{all_cpus};
 	std::atomic<irq_desc *> desc{nullptr};
+	std::atomic<bool> hold{false}; // whoever takes it waits
+	std::atomic<bool> held{false};
 };
 
 struct hardirq_call {
@@ -98,16 +100,25 @@ static void end_line(line &source)
 	wake_cpus();
 }
 
+static void wait_while_held(line &source)
+{
+	if (!source.hold.load(std::memory_order_acquire))
+		return;
+	source.held.store(true, std::memory_order_release);
+	wait_until([&] { return !source.hold.load(std::memory_order_acquire); }, "held line");
+	source.held.store(false, std::memory_order_release);
+}
+
 // Once ended, the line may be running on the other CPU: its word says nothing about
 // this occurrence any more.
-static void run_line(line &source, u32 cpu)
+static void run_line(line &source)
 {
 	note_activity();
-	const hardirq_scope scope(cpu);
 	context &self = current();
-	irq_desc *desc = source.desc.load(std::memory_order_acquire);
 
 	self.unended_line = &source;
+	wait_while_held(source);
+	irq_desc *desc = source.desc.load(std::memory_order_acquire);
 	if (!desc) { // disposed of since
 		end_line(source);
 		return;
@@ -127,15 +138,25 @@ static void run_line(line &source, u32 cpu)
 	end_line(source);
 }
 
+// A CPU takes the line inside the exception, with interrupts off already: whoever has
+// masked a line and then waits for such regions has waited for all who took it before.
+static bool try_line(line &source, u32 cpu)
+{
+	if (!deliverable(source.state.load(std::memory_order_relaxed)))
+		return false;
+	const hardirq_scope scope(cpu);
+	if (!take(source, cpu))
+		return false;
+	run_line(source);
+	return true;
+}
+
 static bool run_one_line(u32 cpu, u32 &turn)
 {
 	for (u32 step = 0; step < HOST_LINES; step++) {
-		line &source = lines[(turn + step) % HOST_LINES];
-
-		if (!take(source, cpu))
+		if (!try_line(lines[(turn + step) % HOST_LINES], cpu))
 			continue;
 		turn = (turn + step + 1) % HOST_LINES;
-		run_line(source, cpu);
 		return true;
 	}
 	return false;
@@ -406,6 +427,7 @@ void lines_start()
 		source.state = line_masked;
 		source.cpus = all_cpus;
 		source.desc = nullptr;
+		source.hold = false;
 	}
 }
 
@@ -464,6 +486,17 @@ int host_line_pending(uint32_t line)
 int host_line_masked(uint32_t line)
 {
 	return line < HOST_LINES && lines[line].state & line_masked;
+}
+
+void host_line_hold(uint32_t line, int hold)
+{
+	if (line < HOST_LINES)
+		lines[line].hold.store(hold != 0, std::memory_order_release);
+}
+
+int host_line_taken(uint32_t line)
+{
+	return line < HOST_LINES && lines[line].held.load(std::memory_order_acquire);
 }
 
 int host_wait_idle(uint32_t timeout_ms)

@@ -79,6 +79,18 @@ int host_line_pending(uint32_t line);
 int host_line_masked(uint32_t line); /* at the controller, whatever the depth says */
 
 /*
+ * Moments that a test forces. hold: the CPU that takes the line waits before it looks
+ * for the line's handler, until hold is 0 again; taken: it does so now. pause: the nth
+ * call from now of symbol (a "plat_..." name) waits before it does anything, until
+ * pause_off; paused: it does so now.
+ */
+void host_line_hold(uint32_t line, int hold);
+int host_line_taken(uint32_t line);
+void host_pause(const char *symbol, uint32_t nth);
+int host_paused(const char *symbol);
+void host_pause_off(const char *symbol);
+
+/*
  * Makes a GPIO pin of this global number, which interrupts on a line that was not
  * used before; on none when there is no such line. The line's chip then has no
  * end-of-interrupt operation. 0, or -17 when number or line are taken.

@@ -36,6 +36,14 @@ static std::atomic<long> fault_ret{0};
 static std::atomic<u32> fault_calls{0};
 static std::atomic<bool> fault_hit{false};
 
+// The pauses, by service.
+struct held_call {
+	std::atomic<u32> nth{0}; // the calls to the one that waits; 0: none
+	std::atomic<bool> off{true};
+	std::atomic<bool> waiting{false};
+};
+static held_call held_calls[service_count];
+
 static u32 find_service(const char *symbol)
 {
 	u32 index = 0;
@@ -45,9 +53,19 @@ static u32 find_service(const char *symbol)
 	return index;
 }
 
+static void pause_if_wanted(held_call &here)
+{
+	if (here.nth.load(std::memory_order_relaxed) == 0 || here.nth.fetch_sub(1) != 1)
+		return;
+	here.waiting.store(true, std::memory_order_release);
+	wait_until([&] { return here.off.load(std::memory_order_acquire); }, "paused call");
+	here.waiting.store(false, std::memory_order_release);
+}
+
 void count_call(service which)
 {
 	calls[static_cast<u32>(which)].fetch_add(1, std::memory_order_relaxed);
+	pause_if_wanted(held_calls[static_cast<u32>(which)]);
 }
 
 bool fails(service which, long &ret)
@@ -79,6 +97,10 @@ void services_reset()
 	host_fault_off();
 	for (auto &place : places)
 		place.call.store(nullptr, std::memory_order_relaxed);
+	for (held_call &call : held_calls) {
+		call.nth = 0;
+		call.off = true;
+	}
 	for (auto &counter : calls)
 		counter.store(0, std::memory_order_relaxed);
 }
@@ -122,6 +144,39 @@ void host_at(enum host_place place, void (*call)(void *arg), void *arg)
 {
 	places[place].arg.store(arg, std::memory_order_relaxed);
 	places[place].call.store(call, std::memory_order_release);
+}
+
+static held_call *find_held_call(const char *symbol)
+{
+	const u32 index = find_service(symbol);
+
+	if (index < service_count)
+		return &held_calls[index];
+	bug("host_pause: there is no function %s", symbol);
+	return nullptr;
+}
+
+void host_pause(const char *symbol, uint32_t nth)
+{
+	if (held_call *call = find_held_call(symbol)) {
+		call->off = false;
+		call->nth = nth;
+	}
+}
+
+int host_paused(const char *symbol)
+{
+	const held_call *call = find_held_call(symbol);
+
+	return call && call->waiting.load(std::memory_order_acquire);
+}
+
+void host_pause_off(const char *symbol)
+{
+	if (held_call *call = find_held_call(symbol)) {
+		call->nth = 0;
+		call->off.store(true, std::memory_order_release);
+	}
 }
 
 unsigned long host_calls(const char *symbol)

@@ -16,7 +16,8 @@
 // Tests every leaf once, in configuration order, and dispatches the active
 // ones. The virq is read for the dispatch itself, with interrupts off from
 // there on: a release clears it and waits for such regions, so that a virq
-// that another leaf got meanwhile is never used.
+// that another leaf got meanwhile is never used. So does whoever takes the
+// chained handler off a leaf: marks it, waits, and then leaves it without one.
 static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
@@ -25,6 +26,8 @@ static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char 
 		intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc,
 			   read_once(irq_info.virq));
 		irqs_off_guard irqs_off;
+		if (read_once(irq_info.detached) != 0)
+			continue;
 		(void)generic_handle_irq(read_once(irq_info.virq));
 	}
 }

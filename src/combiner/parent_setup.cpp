@@ -80,6 +80,7 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 	leaf->cascaded = nullptr;
 	if (combiner.virq != 0) {
 		drv_intr_reset_leaf_line(*leaf);
+		write_once(leaf->detached, 0u);
 		set_retiring(*leaf, 0);
 	}
 	// A combiner that mapped its parent leaf by itself unmaps it; nobody else
@@ -171,9 +172,12 @@ static void drv_intr_stop_thread(drv_intr_combiner &combiner)
 }
 
 // The disable of our own comes first: a monitor that ends its suppression then
-// only lowers the depth. After the handler is gone an enabled line would
-// reach a flow handler that never ends its interrupt, so that from here on
-// neither we nor a client may enable it.
+// only lowers the depth. It masks the line at its chip, but a CPU that took the
+// line before that has not found its flow handler yet: the chained handler stays
+// until every region with interrupts off has ended, the interrupt's entry among
+// them. The kernel's own waits do not see a chained handler, which is never
+// marked as running. What the kernel leaves instead of it never ends an
+// interrupt, so that from here on neither we nor a client may enable the line.
 static void detach_parent(drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
@@ -183,12 +187,14 @@ static void detach_parent(drv_intr_combiner &combiner)
 		set_retiring(*combiner.parent_leaf, 1);
 	disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
+	// Not before the leaf is disabled: a scan that skips an active leaf comes
+	// back to it at once, and the task that disables it might never run.
+	if (combiner.parent_leaf)
+		write_once(combiner.parent_leaf->detached, 1u);
+	synchronize_rcu();
 	irq_set_handler(virq, nullptr, 1, nullptr);
 	// Against a monitor that failed to forget the line and enables it later.
 	disable_irq_nosync(virq);
-	// A chained handler is never marked as running, so the kernel's own waits
-	// do not see it; this one ends when every region with interrupts off has.
-	synchronize_rcu();
 	irq_set_handler_data(virq, nullptr);
 }
 

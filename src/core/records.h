@@ -121,6 +121,9 @@ struct drv_intr_irq_info {
 	// Not 0: a subscriber's socket was closed, and whoever clears this releases the
 	// leaf if nobody else uses it.
 	u32 release_due;
+	// Not 0 from before its chained handler is uninstalled until its line is as
+	// mapped again: a scan, which reads it with interrupts off, leaves it out.
+	u32 detached;
 	// The combiner whose parent line this leaf is, or null. Under `lock`.
 	drv_intr_combiner *cascaded;
 };
