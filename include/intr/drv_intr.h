@@ -31,8 +31,8 @@ typedef void (*drv_intr_handler)(u32 index_id, u32 type, void *data);
  * Gate a leaf's delivery. They nest: each disable needs one enable. They are
  * counted for all users of the leaf together: an enable too many changes nothing
  * while nobody has the leaf disabled, and undoes somebody else's disable, such as
- * that of a message without answer, otherwise. Any context. 0, or 22 when the leaf is unknown or
- * not mapped.
+ * that of a message without answer, otherwise. Any context. 0, or 22 when the leaf
+ * is unknown, not mapped, or the parent line of another combiner.
  */
 int drv_intr_enable(u32 index_id, u32 type);
 int drv_intr_disable(u32 index_id, u32 type);

@@ -29,6 +29,15 @@ static bool can_cascade(const drv_intr_irq_info &leaf, u32 virq)
 	       leaf.combiner->common_cfg.direct == 0;
 }
 
+// Clients neither enable nor disable a leaf that is a parent line: they would
+// undo what its combiner or the monitor did.
+static void set_cascaded(drv_intr_irq_info &leaf, drv_intr_combiner *combiner)
+{
+	const raw_spinlock_guard guard(leaf.enable_lock);
+
+	leaf.cascaded = combiner;
+}
+
 static int claim_leaf(const char *desc, drv_intr_combiner &combiner, drv_intr_irq_info &leaf,
 		      u32 virq)
 {
@@ -39,7 +48,7 @@ static int claim_leaf(const char *desc, drv_intr_combiner &combiner, drv_intr_ir
 			 leaf.hwirq_cfg.index_id, leaf.hwirq_cfg.type);
 		return -EFAULT;
 	}
-	leaf.cascaded = &combiner;
+	set_cascaded(leaf, &combiner);
 	combiner.parent_leaf = &leaf;
 	return 0;
 }
@@ -62,14 +71,6 @@ int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 	return 0;
 }
 
-// Not 0: clients may neither enable nor disable the leaf that is the parent line.
-static void set_retiring(drv_intr_irq_info &leaf, u32 retiring)
-{
-	const raw_spinlock_guard guard(leaf.enable_lock);
-
-	leaf.retiring = retiring;
-}
-
 void drv_intr_release_parent(drv_intr_combiner &combiner)
 {
 	drv_intr_irq_info *leaf = combiner.parent_leaf;
@@ -77,12 +78,11 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 	if (!leaf)
 		return;
 	const mutex_guard guard(leaf->lock);
-	leaf->cascaded = nullptr;
 	if (combiner.virq != 0) {
 		drv_intr_reset_leaf_line(*leaf);
 		write_once(leaf->detached, 0u);
-		set_retiring(*leaf, 0);
 	}
+	set_cascaded(*leaf, nullptr);
 	// A combiner that mapped its parent leaf by itself unmaps it; nobody else
 	// would. One that was handed a line names no leaf, or another one.
 	if (combiner.common_cfg.int_type == DRV_INTR_COMBINER &&
@@ -183,8 +183,6 @@ static void detach_parent(drv_intr_combiner &combiner)
 	const u32 virq = combiner.virq;
 
 	drv_intr_quiesce_parent(combiner);
-	if (combiner.parent_leaf)
-		set_retiring(*combiner.parent_leaf, 1);
 	disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
 	// Not before the leaf is disabled: a scan that skips an active leaf comes

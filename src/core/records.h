@@ -104,9 +104,8 @@ struct drv_intr_irq_info {
 	// Makes "look at the depth, then enable" one step, and keeps `virq` in
 	// place while it is used. Any context.
 	raw_spinlock enable_lock;
-	// Not 0 once a release of the interrupt has begun, or the combiner cascaded
-	// to this leaf is being detached from it: no client may enable or disable
-	// it meanwhile. Under `enable_lock`; a new mapping starts with 0.
+	// Not 0 once a release of the interrupt has begun: no client may enable or
+	// disable it meanwhile. Under `enable_lock`; a new mapping starts with 0.
 	u32 retiring;
 	// Not 0 while the mask of this leaf keeps its direct parent disabled. Set by
 	// the mask, cleared by whoever enables the parent for it.
@@ -124,7 +123,8 @@ struct drv_intr_irq_info {
 	// Not 0 from before its chained handler is uninstalled until its line is as
 	// mapped again: a scan, which reads it with interrupts off, leaves it out.
 	u32 detached;
-	// The combiner whose parent line this leaf is, or null. Under `lock`.
+	// The combiner whose parent line this leaf is, or null. Written under `lock`
+	// and `enable_lock`. No client may request, enable or disable such a leaf.
 	drv_intr_combiner *cascaded;
 };
 

@@ -127,6 +127,11 @@ static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 
 		intr_err("[%s]virq invalid, index_id=0x%x, type=%d", desc, index_id, type);
 		return NOT_USABLE;
 	}
+	if (irq_info->cascaded) {
+		intr_err("[%s]leaf is the parent of combiner %u, index_id=0x%x, type=%u", desc,
+			 irq_info->cascaded->combiner_id, index_id, type);
+		return NOT_USABLE;
+	}
 	intr_trace(virq, "[%s]enter, index_id=0x%x, type=%d", desc, index_id, type);
 	gate(virq);
 	intr_trace(virq, "[%s]success", desc);
