@@ -81,15 +81,11 @@ static void drv_intr_dts_dev_remove(platform_device *device)
 	intr_info("[%s]enter", desc);
 	if (parse_device_name(desc, device, &name, &combiner_id) != 0)
 		return;
+	// A device that was accepted without a combiner has none to lose: that of
+	// another device with the same id stays.
 	drv_intr_combiner *combiner = drv_intr_get_combiner(combiner_id);
-	if (!combiner) {
+	if (!combiner || combiner->owner != device) {
 		intr_info("[%s]combiner ptr is NULL", desc);
-		return;
-	}
-	// A device that was accepted without a combiner must not take away that of
-	// another device with the same id.
-	if (combiner->owner != device) {
-		intr_info("[%s]combiner_id=%u belongs to another device", desc, combiner_id);
 		return;
 	}
 	drv_intr_combiner_remove(*combiner);
