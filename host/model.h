@@ -105,6 +105,10 @@ void host_enable_irq(uint32_t virq); /* the kernel's: a bug at depth 0 */
 int host_irq_set_affinity(uint32_t virq,
 			  unsigned long cpu_mask); /* 0 or -errno, as a user's write */
 unsigned long host_irq_affinity(uint32_t virq); /* effective CPU mask */
+/* request_irq, shared, and free_irq of a driver other than the one under test. */
+int host_irq_request(uint32_t virq, int (*handler)(int virq, void *cookie), const char *name,
+		     void *cookie);
+void host_irq_free(uint32_t virq, void *cookie);
 char *host_interrupts_text(void); /* like /proc/interrupts; the caller frees it */
 
 int host_thread_exists(const char *name);

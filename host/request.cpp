@@ -238,23 +238,11 @@ static irqaction *unlink(irq_desc &desc, void *cookie)
 	return action;
 }
 
-} // namespace model
-
-using namespace model;
-
-void host_force_irq_threads(int forced)
+static int request(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
+		   unsigned long flags, const char *name, void *cookie)
 {
-	threads_forced = forced != 0;
-}
-
-int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
-			      unsigned long flags, const char *name, void *cookie)
-{
-	long injected;
-
-	if (fails(service::request_threaded_irq, injected))
-		return static_cast<int>(injected);
 	irq_desc *desc = desc_of(virq);
+
 	if (!desc || (flags & irqf_shared && (!cookie || flags & irqf_no_autoen)))
 		return -einval;
 	if (!may_request(*desc) || (!handler && !thread_fn))
@@ -276,14 +264,38 @@ int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handl
 	return ret;
 }
 
-void plat_free_irq(u32 virq, void *cookie)
+} // namespace model
+
+using namespace model;
+
+void host_force_irq_threads(int forced)
 {
-	count_call(service::free_irq);
+	threads_forced = forced != 0;
+}
+
+int host_irq_request(uint32_t virq, int (*handler)(int virq, void *cookie), const char *name,
+		     void *cookie)
+{
+	return request(virq, handler, nullptr, irqf_shared, name, cookie);
+}
+
+int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handler thread_fn,
+			      unsigned long flags, const char *name, void *cookie)
+{
+	long injected;
+
+	if (fails(service::request_threaded_irq, injected))
+		return static_cast<int>(injected);
+	return request(virq, handler, thread_fn, flags, name, cookie);
+}
+
+void host_irq_free(uint32_t virq, void *cookie)
+{
 	irq_desc *desc = desc_of(virq);
 
 	if (!desc || !might_sleep("free_irq"))
 		return;
-	const sleeping_guard request(desc->request_mutex, "free_irq");
+	const sleeping_guard guard(desc->request_mutex, "free_irq");
 	irqaction *action = unlink(*desc, cookie);
 	if (!action) {
 		bug("Trying to free already-free IRQ %u", virq);
@@ -292,4 +304,10 @@ void plat_free_irq(u32 virq, void *cookie)
 	synchronize_hardirq(*desc);
 	stop_thread(*action);
 	delete action;
+}
+
+void plat_free_irq(u32 virq, void *cookie)
+{
+	count_call(service::free_irq);
+	host_irq_free(virq, cookie);
 }

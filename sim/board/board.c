@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 /*
  * The virtual board: drives the parent lines from the simulated CPLD, adds and
- * removes combiner devices at run time, and injects faults; file "board".
+ * removes combiner devices at run time, requests interrupts as another driver
+ * would, and injects faults; file "board".
  *
  * A parent line is level-triggered: it asks for an interrupt as long as its
  * CPLD output is 1. The interrupt controller of the home only takes single
@@ -320,6 +321,129 @@ static int virq_command(struct args *args, char *reply, size_t size)
 	return 0;
 }
 
+/* What another driver does: requests an interrupt by its number, past the combiner driver. */
+
+#define REQUESTS_MAX 4
+
+struct board_request {
+	u32 virq;	/* 0: free; under requests_mutex */
+	u32 taken;	/* under taken_lock */
+};
+
+PORT_MUTEX(requests_mutex);
+PORT_LOCK(taken_lock);
+static struct board_request requests[REQUESTS_MAX];
+
+void board_request_taken(struct board_request *request)
+{
+	unsigned long flags = port_lock(&taken_lock);
+
+	request->taken++;
+	port_unlock(&taken_lock, flags);
+}
+
+/* Called with requests_mutex held, as the next three. */
+static struct board_request *find_request(u32 virq)
+{
+	u32 at;
+
+	for (at = 0; at < REQUESTS_MAX; at++)
+		if (requests[at].virq == virq)
+			return &requests[at];
+	return NULL;
+}
+
+static int request_virq(u32 virq)
+{
+	struct board_request *request = find_request(0);
+	int ret;
+
+	if (!request)
+		return -ENOMEM;
+	request->taken = 0;
+	ret = port_irq_request(virq, request);
+	if (ret == 0)
+		request->virq = virq;
+	return ret;
+}
+
+static void free_request(struct board_request *request)
+{
+	port_irq_free(request->virq, request);
+	request->virq = 0;
+}
+
+static bool taken_count(u32 virq, u32 *count)
+{
+	struct board_request *request = find_request(virq);
+	unsigned long flags;
+
+	if (!request)
+		return false;
+	flags = port_lock(&taken_lock);
+	*count = request->taken;
+	port_unlock(&taken_lock, flags);
+	return true;
+}
+
+static int request_command(struct args *args, char *reply, size_t size)
+{
+	u32 virq;
+	int ret;
+
+	if (args->count != 2 || !interrupt_arg(args->arg[1], &virq) || !virq)
+		return port_refuse(reply, size, "board: request: wrong interrupt; use "
+				   "request line:N, request virq:N or request leaf:INDEX:TYPE");
+	port_mutex_lock(&requests_mutex);
+	ret = request_virq(virq);
+	port_mutex_unlock(&requests_mutex);
+	snprintf(reply, size, "ret=%d", ret);
+	return 0;
+}
+
+static int free_command(struct args *args, char *reply, size_t size)
+{
+	struct board_request *request = NULL;
+	u32 virq = 0;
+
+	port_mutex_lock(&requests_mutex);
+	if (args->count == 2 && interrupt_arg(args->arg[1], &virq) && virq)
+		request = find_request(virq);
+	if (request)
+		free_request(request);
+	port_mutex_unlock(&requests_mutex);
+	if (request)
+		return 0;
+	return port_refuse(reply, size, "board: free: wrong interrupt; name one that was requested");
+}
+
+static int taken_command(struct args *args, char *reply, size_t size)
+{
+	u32 count = 0, virq = 0;
+	bool found = false;
+
+	port_mutex_lock(&requests_mutex);
+	if (args->count == 2 && interrupt_arg(args->arg[1], &virq) && virq)
+		found = taken_count(virq, &count);
+	port_mutex_unlock(&requests_mutex);
+	if (!found)
+		return port_refuse(reply, size,
+				   "board: taken: wrong interrupt; name one that was requested");
+	snprintf(reply, size, "taken=%u", count);
+	return 0;
+}
+
+static void free_all_requests(void)
+{
+	u32 at;
+
+	port_mutex_lock(&requests_mutex);
+	for (at = 0; at < REQUESTS_MAX; at++)
+		if (requests[at].virq)
+			free_request(&requests[at]);
+	port_mutex_unlock(&requests_mutex);
+}
+
 static int set_fault(struct args *args, char *reply, size_t size)
 {
 	long ret;
@@ -387,6 +511,9 @@ static const struct {
 	{ "cpus", cpus_command },
 	{ "masked", masked_command },
 	{ "virq", virq_command },
+	{ "request", request_command },
+	{ "free", free_command },
+	{ "taken", taken_command },
 	{ "fault", fault_command },
 	{ "mmio", mmio_command },
 };
@@ -401,7 +528,8 @@ static int board_command(const char *line, char *reply, size_t size)
 			if (strcmp(args.arg[0], commands[i].name) == 0)
 				return commands[i].run(&args, reply, size);
 	return port_refuse(reply, size, "board: no such command, or too many arguments; "
-			   "use device, raise, depth, cpus, masked, virq, fault or mmio");
+			   "use device, raise, depth, cpus, masked, virq, request, free, taken, "
+			   "fault or mmio");
 }
 
 static void board_show(struct port_out *out)
@@ -446,5 +574,6 @@ void board_stop(void)
 	port_timer_cancel(&reassert_timer);
 	set_disarmed();
 	port_fault_off();
+	free_all_requests();
 	port_board_stop();
 }

@@ -48,6 +48,23 @@ u32 port_irq_cpus(u32 virq)
 	return (u32)host_irq_affinity(virq);
 }
 
+static int on_request(int virq, void *request)
+{
+	(void)virq;
+	board_request_taken(request);
+	return 1; /* handled */
+}
+
+int port_irq_request(u32 virq, struct board_request *request)
+{
+	return host_irq_request(virq, on_request, "board", request);
+}
+
+void port_irq_free(u32 virq, struct board_request *request)
+{
+	host_irq_free(virq, request);
+}
+
 /* Called with added_lock held. */
 static int add_device(const char *name, u32 virq)
 {

@@ -9,6 +9,7 @@
  * taken once and forgotten, for a level line too.
  */
 #include <linux/acpi.h>
+#include <linux/interrupt.h>
 #include <linux/io.h>
 #include <linux/irqdomain.h>
 #include <linux/kprobes.h>
@@ -368,6 +369,22 @@ u32 port_irq_cpus(u32 virq)
 	struct irq_data *data = irq_get_irq_data(virq);
 
 	return data ? (u32)cpumask_bits(irq_data_get_effective_affinity_mask(data))[0] : 0;
+}
+
+static irqreturn_t on_request(int virq, void *request)
+{
+	board_request_taken(request);
+	return IRQ_HANDLED;
+}
+
+int port_irq_request(u32 virq, struct board_request *request)
+{
+	return request_irq(virq, on_request, IRQF_SHARED, "board", request);
+}
+
+void port_irq_free(u32 virq, struct board_request *request)
+{
+	free_irq(virq, request);
 }
 
 /* Outside the kernel's memory map, so it is mapped as a device, like the driver does. */

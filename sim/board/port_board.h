@@ -25,6 +25,16 @@ u32 port_irq_cpus(u32 virq);
 int port_line_masked(u32 line);
 
 /*
+ * Requests an interrupt as any other driver does, shared, in hard-interrupt context
+ * where the line is one of the machine; every occurrence calls taken. 0 or -errno.
+ * Process context.
+ */
+struct board_request;
+void board_request_taken(struct board_request *request);
+int port_irq_request(u32 virq, struct board_request *request);
+void port_irq_free(u32 virq, struct board_request *request);
+
+/*
  * A platform device for the driver "irq_combiner", with one interrupt or none
  * (virq 0). Process context. Adding gives 1: a driver took it, 0: none did, or
  * -errno (-EEXIST: the board has a device of this name).
