@@ -183,9 +183,7 @@ int drv_intr_combiner_init(drv_intr_combiner &combiner, platform_device *device,
 	ret = init_records(desc, combiner);
 	if (ret != 0)
 		return ret;
-	// So that disabling the parent masks it at its chip at once.
-	irq_modify_status(virq, 0, IRQ_DISABLE_UNLAZY);
-	disable_irq_nosync(virq);
+	drv_intr_disable_parent(combiner, virq);
 	ret = drv_intr_init_cpu_to_default(combiner);
 	if (ret != 0) {
 		intr_err("[%s]init cpu to default fail, ret=%d", desc, ret);

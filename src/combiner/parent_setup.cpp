@@ -71,6 +71,14 @@ int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 	return 0;
 }
 
+// As mapping left it: with the leaf's flow handler, and disabled once.
+static void restore_leaf_line(drv_intr_irq_info &leaf)
+{
+	drv_intr_reset_leaf_line(leaf);
+	enable_irq(leaf.virq);
+	write_once(leaf.detached, 0u);
+}
+
 void drv_intr_release_parent(drv_intr_combiner &combiner)
 {
 	drv_intr_irq_info *leaf = combiner.parent_leaf;
@@ -78,10 +86,8 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 	if (!leaf)
 		return;
 	const mutex_guard guard(leaf->lock);
-	if (combiner.virq != 0) {
-		drv_intr_reset_leaf_line(*leaf);
-		write_once(leaf->detached, 0u);
-	}
+	if (leaf->detached != 0)
+		restore_leaf_line(*leaf);
 	set_cascaded(*leaf, nullptr);
 	// A combiner that mapped its parent leaf by itself unmaps it; nobody else
 	// would. One that was handed a line names no leaf, or another one.
@@ -89,6 +95,14 @@ void drv_intr_release_parent(drv_intr_combiner &combiner)
 	    leaf->hwirq_cfg.index_id == combiner.parent_index_id &&
 	    leaf->hwirq_cfg.type == combiner.parent_type)
 		g_drv_intr_leaf_users.unmap_parent_leaf(*leaf);
+}
+
+void drv_intr_disable_parent(drv_intr_combiner &combiner, u32 virq)
+{
+	// So that disabling the parent masks it at its chip at once.
+	irq_modify_status(virq, 0, IRQ_DISABLE_UNLAZY);
+	disable_irq_nosync(virq);
+	combiner.disabled_virq = virq;
 }
 
 static int drv_intr_set_irq_type(drv_intr_combiner &combiner, u32 virq)
@@ -156,6 +170,8 @@ int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq)
 	if (ret != 0)
 		return ret;
 	irq_set_handler(virq, drv_combiner_irq_handler, 1, nullptr);
+	combiner.disabled_virq = 0;
+	combiner.chained = 1;
 	if (cfg.direct != 0)
 		disable_irq_nosync(virq);
 	drv_intr_virq_unmask(virq);
@@ -178,11 +194,10 @@ static void drv_intr_stop_thread(drv_intr_combiner &combiner)
 // them. The kernel's own waits do not see a chained handler, which is never
 // marked as running. What the kernel leaves instead of it never ends an
 // interrupt, so that from here on neither we nor a client may enable the line.
-static void detach_parent(drv_intr_combiner &combiner)
+static void detach_handler(drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
 
-	drv_intr_quiesce_parent(combiner);
 	disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
 	// Not before the leaf is disabled: a scan that skips an active leaf comes
@@ -193,7 +208,17 @@ static void detach_parent(drv_intr_combiner &combiner)
 	irq_set_handler(virq, nullptr, 1, nullptr);
 	// Against a monitor that failed to forget the line and enables it later.
 	disable_irq_nosync(virq);
-	irq_set_handler_data(virq, nullptr);
+}
+
+// A line that never had the chained handler keeps the flow handler that it has.
+static void detach_parent(drv_intr_combiner &combiner)
+{
+	drv_intr_quiesce_parent(combiner);
+	if (combiner.chained != 0)
+		detach_handler(combiner);
+	else
+		(void)drv_intr_monitor_unset_param(combiner.virq, combiner.virq); // as above
+	irq_set_handler_data(combiner.virq, nullptr);
 }
 
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner)
@@ -201,4 +226,6 @@ void drv_intr_combiner_close_virq(drv_intr_combiner &combiner)
 	if (combiner.virq != 0)
 		detach_parent(combiner);
 	drv_intr_stop_thread(combiner);
+	if (combiner.disabled_virq != 0)
+		enable_irq(combiner.disabled_virq);
 }

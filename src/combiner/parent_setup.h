@@ -17,13 +17,17 @@
 // keeps the leaf's virq in place.
 void drv_intr_release_parent(drv_intr_combiner &combiner);
 
+// From here on the line is disabled, until its chained handler is installed.
+void drv_intr_disable_parent(drv_intr_combiner &combiner, u32 virq);
+
 // Trigger type, monitor, handler data, thread, chained handler. From success on
 // the parent's interrupts reach the dispatch. 0 or a negative code; what was
 // done shows in the record.
 [[nodiscard]] int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq);
 
-// Disables the parent line for good, detaches the chained handler, waits until no
-// invocation of it is running, and stops the thread.
+// Disables the parent line for good, waits until no invocation of its chained
+// handler is running, detaches that, and stops the thread. A line that was not taken
+// into use so far gets back what was changed of it.
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner);
 
 #endif

@@ -169,6 +169,10 @@ struct drv_intr_combiner {
 	u32 deferred_enables;
 	// Set first in tear-down: from here on nothing enables the parent line.
 	u32 quiesced;
+	// What set-up did to the parent line: its virq from the disable to the
+	// installation of the chained handler, else 0; whether that is installed.
+	u32 disabled_virq;
+	u32 chained;
 };
 
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
