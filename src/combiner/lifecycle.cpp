@@ -141,13 +141,12 @@ static int drv_intr_combiner_init_hw(drv_intr_combiner &combiner)
 		if (ret != 0)
 			return ret;
 	}
-	disable_irq_nosync(combiner.virq);
 	ret = drv_intr_init_cpu_int(combiner);
 	if (ret != 0) {
 		intr_err("[%s]init cpu int fail, ret=%d", desc, ret);
 		return ret;
 	}
-	drv_intr_enable_parent(combiner);
+	drv_intr_start_parent(combiner);
 	intr_info("[%s]success", desc);
 	return 0;
 }

@@ -169,14 +169,23 @@ int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq)
 	ret = drv_intr_create_thread(combiner);
 	if (ret != 0)
 		return ret;
-	irq_set_handler(virq, drv_combiner_irq_handler, 1, nullptr);
-	combiner.disabled_virq = 0;
-	combiner.chained = 1;
-	if (cfg.direct != 0)
-		disable_irq_nosync(virq);
-	drv_intr_virq_unmask(virq);
 	intr_info("[%s]success", desc);
 	return 0;
+}
+
+// The installation starts the line, whatever its disable depth. That of a direct
+// combiner goes on only when a leaf is requested: the lock keeps interrupts off, so
+// that a source that is up already cannot keep this CPU from disabling it.
+void drv_intr_start_parent(drv_intr_combiner &combiner)
+{
+	const raw_spinlock_guard guard(combiner.parent_lock);
+
+	combiner.disabled_virq = 0;
+	combiner.chained = 1;
+	irq_set_handler(combiner.virq, drv_combiner_irq_handler, 1, nullptr);
+	if (combiner.common_cfg.direct != 0)
+		disable_irq_nosync(combiner.virq);
+	drv_intr_virq_unmask(combiner.virq);
 }
 
 static void drv_intr_stop_thread(drv_intr_combiner &combiner)

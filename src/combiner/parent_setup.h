@@ -20,10 +20,13 @@ void drv_intr_release_parent(drv_intr_combiner &combiner);
 // From here on the line is disabled, until its chained handler is installed.
 void drv_intr_disable_parent(drv_intr_combiner &combiner, u32 virq);
 
-// Trigger type, monitor, handler data, thread, chained handler. From success on
-// the parent's interrupts reach the dispatch. 0 or a negative code; what was
-// done shows in the record.
+// Trigger type, monitor, handler data, thread. 0 or a negative code; what was done
+// shows in the record.
 [[nodiscard]] int drv_intr_combiner_init_virq(drv_intr_combiner &combiner, u32 virq);
+
+// Installs the chained handler: from here on the parent's interrupts reach the
+// dispatch. The last step of the set-up, since a source may be up already.
+void drv_intr_start_parent(drv_intr_combiner &combiner);
 
 // Disables the parent line for good, waits until no invocation of its chained
 // handler is running, detaches that, and stops the thread. A line that was not taken

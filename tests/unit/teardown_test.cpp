@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// A parent line that is torn down at the worst moment: a CPU has taken it, or a
+// A parent line at the worst moments of its combiner: a CPU has taken it, or a
 // scan is about to dispatch it, and has not looked for its handler yet. The model
 // holds whoever is there, until the tear-down has come to its wait for readers.
 #include <atomic>
@@ -156,4 +156,23 @@ TEST_F(Teardown, a_scan_about_to_dispatch_the_parent_leaf_meets_no_bad_handler)
 	must("client", "clear");
 	must("cpld", "pulse own");
 	EXPECT_TRUE(eventually([] { return read_control("client_events").size() == 1; }));
+}
+
+// Bring-up, seen from the parent line: it is up, and must stay masked until the
+// handler that is installed finds every leaf disabled.
+TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
+{
+	describe(4, 0);
+	load();
+	host_pause("plat___irq_domain_add", 1);
+	std::thread set_up([&] { add(4, "line:4"); });
+	EXPECT_TRUE(eventually([] { return host_paused("plat___irq_domain_add") != 0; }));
+	host_line_set_pending(4, 1);
+	EXPECT_EQ(host_line_masked(4), 1);
+	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 2);
+	host_pause_off("plat___irq_domain_add");
+	set_up.join();
+	EXPECT_EQ(host_wait_idle(10000), 0);
+	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 0);
+	EXPECT_EQ(host_line_masked(4), 0);
 }
