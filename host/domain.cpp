@@ -14,6 +14,7 @@ struct irq_domain {
 	int (*map)(irq_domain *domain, unsigned int virq, unsigned long hwirq);
 	void *host_data;
 	std::map<unsigned long, u32> mappings; // under domains_mutex
+	bool abandoned = false;
 };
 
 namespace model {
@@ -120,11 +121,24 @@ u32 domains_left(std::string &text)
 {
 	const sleeping_guard guard(domains_mutex, "host_check_leftovers");
 
-	for (const irq_domain *domain : domains)
+	std::set<const fwnode_handle *> kept;
+	u32 left = 0;
+
+	for (const irq_domain *domain : domains) {
+		if (domain->abandoned) {
+			kept.insert(domain->fwnode);
+			continue;
+		}
 		text += " domain \"" + domain->name + "\"";
-	for (const fwnode_handle *fwnode : fwnodes)
+		left++;
+	}
+	for (const fwnode_handle *fwnode : fwnodes) {
+		if (kept.count(fwnode))
+			continue;
 		text += " firmware node \"" + fwnode->name + "\"";
-	return static_cast<u32>(domains.size() + fwnodes.size());
+		left++;
+	}
+	return left;
 }
 
 void domains_reset()
@@ -186,6 +200,26 @@ void plat_irq_domain_remove(struct irq_domain *domain)
 	}
 	domains.erase(domain);
 	delete domain;
+}
+
+void plat_irq_domain_abandon(struct irq_domain *domain)
+{
+	count_call(service::irq_domain_abandon);
+	const sleeping_guard guard(domains_mutex, "irq_domain_abandon");
+
+	for (const auto &[hwirq, virq] : domain->mappings) {
+		if (&desc_of(virq)->chip() != &no_chip)
+			bug("irq_domain_abandon: interrupt %u of %s has a chip", virq,
+			    domain->name.c_str());
+	}
+	domain->host_data = nullptr;
+	domain->map = nullptr;
+	domain->abandoned = true;
+}
+
+bool model::is_abandoned(const irq_data &data)
+{
+	return data.domain && data.domain->abandoned;
 }
 
 u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq)

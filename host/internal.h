@@ -263,6 +263,7 @@ constexpr unsigned long first_line = 132;
 irq_domain *root_domain();
 u32 create_mapping(irq_domain &domain, unsigned long hwirq);
 u32 domains_left(std::string &text);
+bool is_abandoned(const irq_data &data); // its domain is
 void domains_reset();
 bool fwnode_in_use(const fwnode_handle *fwnode);
 

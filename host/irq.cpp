@@ -66,7 +66,7 @@ u32 descs_left(std::string &text)
 			continue;
 		const irqaction *action = desc->action.load(std::memory_order_acquire);
 
-		if (is_line(*desc) && !action)
+		if ((is_line(*desc) || is_abandoned(desc->data)) && !action)
 			continue;
 		text += " interrupt " + std::to_string(desc->data.irq);
 		if (action)
@@ -561,6 +561,14 @@ int plat_irq_set_chip_data(u32 virq, void *data)
 	const raw_guard guard(desc->lock);
 	desc->data.chip_data.store(data, std::memory_order_release);
 	return 0;
+}
+
+bool plat_irq_has_action(u32 virq)
+{
+	count_call(service::irq_has_action);
+	const irq_desc *desc = desc_of(virq);
+
+	return desc && desc->action.load(std::memory_order_acquire);
 }
 
 void plat_irq_set_activated(u32 virq)

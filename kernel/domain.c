@@ -26,6 +26,16 @@ noinline void plat_irq_domain_remove(struct irq_domain *domain)
 	irq_domain_remove(domain);
 }
 
+/*
+ * A lookup of any node, and a release of the mapped interrupt, look into the operations
+ * of the domain: they must outlive this module.
+ */
+noinline void plat_irq_domain_abandon(struct irq_domain *domain)
+{
+	domain->ops = &irq_domain_simple_ops;
+	domain->host_data = NULL;
+}
+
 noinline u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq)
 {
 	return irq_create_mapping(domain, hwirq);

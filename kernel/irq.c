@@ -220,6 +220,11 @@ noinline void plat_irq_set_lockdep_class(u32 virq, u32 nest_level)
 	irq_set_lockdep_class(virq, &desc_lock_keys[level], &request_mutex_keys[level]);
 }
 
+noinline bool plat_irq_has_action(u32 virq)
+{
+	return irq_has_action(virq);
+}
+
 /* The kernel's result type is an enumeration of the size of an int, so the handlers fit as they are. */
 static_assert(sizeof(irqreturn_t) == sizeof(int) && IRQ_HANDLED == 1);
 

@@ -40,7 +40,10 @@ int drv_intr_disable(u32 index_id, u32 type);
 /*
  * The leaf's virq (Linux interrupt number), mapped on first demand; 0 when there is
  * no such leaf or it cannot be mapped. Process context, may sleep. The virq
- * lasts until the leaf's last user goes. bsp_mapping_irq takes the pair packed
+ * lasts until the leaf's last user goes. A module that requests it by itself, past
+ * drv_intr_set_regist, has it until it frees it, and must do so before the
+ * combiner goes: after that the virq never interrupts again, and stays taken.
+ * bsp_mapping_irq takes the pair packed
  * into one key: type in bits 31-16, index_id in bits 15-0, where 0xffff stands
  * for 0xffffffff.
  */

@@ -25,7 +25,7 @@ static bool is_parent_line(const drv_intr_combiner &combiner, u32 virq)
 // handler is there to enable it again.
 static bool can_cascade(const drv_intr_irq_info &leaf, u32 virq)
 {
-	return leaf.virq == virq && !leaf.requested && !leaf.cascaded &&
+	return leaf.virq == virq && !leaf.requested && !leaf.cascaded && !irq_has_action(virq) &&
 	       leaf.combiner->common_cfg.direct == 0;
 }
 
@@ -66,6 +66,11 @@ int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq)
 		return claim_leaf(desc, combiner, *leaf, virq);
 	if (is_parent_line(combiner, virq)) {
 		intr_err("[%s]parent line is another combiner's, virq=%u", desc, virq);
+		return -EFAULT;
+	}
+	// A pin mistyped in the configuration: its driver would lose its flow handler.
+	if (irq_has_action(virq)) {
+		intr_err("[%s]parent line is in use by another driver, virq=%u", desc, virq);
 		return -EFAULT;
 	}
 	return 0;

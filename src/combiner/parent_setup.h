@@ -8,8 +8,8 @@
 
 // Process context, g_drv_intr_lock held, all of them.
 
-// Before the line is touched: refuses the line of another combiner, and a leaf
-// that somebody uses or whose combiner is direct; claims a leaf that is free, and
+// Before the line is touched: refuses the line of another combiner or driver, and a
+// leaf that somebody uses or whose combiner is direct; claims a leaf that is free, and
 // takes the nesting level from it before locks of that level are made. 0 or -EFAULT.
 [[nodiscard]] int drv_intr_claim_parent(drv_intr_combiner &combiner, u32 virq);
 

@@ -42,8 +42,22 @@ static void free_nested(const char *desc, drv_intr_combiner &combiner)
 	}
 }
 
-static void release_leaves(const char *desc, drv_intr_combiner &combiner)
+// The virq has a handler of somebody else, who requested it by itself: disposing of it
+// would take the line from under that handler, and its release later. It stays, without
+// anything of ours behind it, and never interrupts again.
+static void orphan_leaf(const char *desc, drv_intr_irq_info &irq_info)
 {
+	intr_err("[%s]virq=%u stays with another driver, index_id=0x%x, type=%u", desc,
+		 irq_info.virq, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type);
+	irq_set_chip_and_handler_name(irq_info.virq, nullptr, nullptr, nullptr);
+	(void)irq_set_chip_data(irq_info.virq, nullptr); // there is a descriptor
+}
+
+// False: the domain has mappings that must stay.
+static bool release_leaves(const char *desc, drv_intr_combiner &combiner)
+{
+	bool all = true;
+
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
 		if (irq_info.virq != 0) {
 			intr_err("[%s]leaf still in use, released, index_id=0x%x, type=%u, virq=%u",
@@ -51,7 +65,22 @@ static void release_leaves(const char *desc, drv_intr_combiner &combiner)
 				 irq_info.virq);
 		}
 		g_drv_intr_leaf_users.abandon(irq_info);
+		if (irq_info.virq == 0)
+			continue;
+		orphan_leaf(desc, irq_info);
+		all = false;
 	}
+	return all;
+}
+
+static void free_domain(drv_intr_combiner &combiner, bool unmapped)
+{
+	if (!unmapped) {
+		irq_domain_abandon(combiner.domain);
+		return;
+	}
+	if (combiner.domain)
+		irq_domain_remove(combiner.domain);
 }
 
 static void drv_intr_free_irq_info_list(list<drv_intr_irq_info> &irq_info_list)
@@ -76,7 +105,7 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 		if (ret != 0)
 			intr_err("[%s]disable leaf int fail, ret=%d", desc, ret);
 	}
-	release_leaves(desc, combiner);
+	const bool unmapped = release_leaves(desc, combiner);
 	// The chained handler of a nested combiner, run by the outer one's thread, had
 	// interrupts on while a leaf handler ran. Those are gone, so this waits for the
 	// rest of it.
@@ -85,10 +114,9 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 	drv_intr_free_cpu_cfg_list(combiner.cpu_cfg_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_default_cfg_list);
 	drv_intr_free_hwirq_cfg_list(combiner.hwirq_cfg_list);
-	if (combiner.domain)
-		irq_domain_remove(combiner.domain);
+	free_domain(combiner, unmapped);
 	drv_intr_release_parent(combiner);
-	if (combiner.fwnode)
+	if (combiner.fwnode && unmapped)
 		drv_intr_free_fwnode(combiner.fwnode);
 	kfree(&combiner);
 	intr_info("[%s]success", desc);

@@ -150,11 +150,15 @@ static void release_request(drv_intr_irq_info &irq_info)
 		const raw_spinlock_guard guard(irq_info.enable_lock);
 		irq_info.retiring = 1;
 	}
-	if (irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->threaded != 0) {
+	const bool waits = irq_info.hwirq_cfg.sync != 0 && irq_info.combiner->threaded != 0;
+
+	if (waits) {
 		disable_irq_nosync(virq);
 		wait_handler_idle(irq_info);
 	}
 	free_irq(virq, &irq_info);
+	if (waits && irq_has_action(virq)) // the last release would have reset the depth
+		enable_irq(virq);
 }
 
 int drv_intr_request_irq(drv_intr_irq_info &irq_info)
@@ -221,6 +225,16 @@ static void retire_virq(drv_intr_irq_info &irq_info)
 		synchronize_rcu();
 }
 
+// A client that requested the virq by itself has it for as long as it wants.
+static void keep_mapping(const char *desc, drv_intr_irq_info &irq_info)
+{
+	intr_err("[%s]virq=%u is requested by another driver, mapping stays, index_id=0x%x, "
+		 "type=%u",
+		 desc, irq_info.virq, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type);
+	const raw_spinlock_guard guard(irq_info.enable_lock);
+	irq_info.retiring = 0;
+}
+
 int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 {
 	static constexpr char desc[] = "intr free irq";
@@ -246,6 +260,10 @@ int drv_intr_free_irq(drv_intr_irq_info &irq_info)
 			intr_err("[%s]unset interrupt suppress info fail, ret=%d", desc, ret);
 		release_request(irq_info);
 		irq_info.requested = 0;
+	}
+	if (irq_has_action(virq)) {
+		keep_mapping(desc, irq_info);
+		return 0;
 	}
 	retire_virq(irq_info);
 	irq_dispose_mapping(virq);

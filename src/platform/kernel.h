@@ -262,6 +262,11 @@ inline void irq_set_lockdep_class(u32 virq, u32 nest_level)
 	plat_irq_set_lockdep_class(virq, nest_level);
 }
 
+[[nodiscard]] inline bool irq_has_action(u32 virq)
+{
+	return plat_irq_has_action(virq);
+}
+
 using irq_handler = plat_irq_handler;
 [[nodiscard]] inline int request_threaded_irq(u32 virq, irq_handler handler, irq_handler thread_fn,
 					      unsigned long flags, const char *name, void *cookie)
@@ -293,6 +298,10 @@ using irq_domain_ops = plat_irq_domain_ops;
 inline void irq_domain_remove(irq_domain *domain)
 {
 	plat_irq_domain_remove(domain);
+}
+inline void irq_domain_abandon(irq_domain *domain)
+{
+	plat_irq_domain_abandon(domain);
 }
 [[nodiscard]] inline u32 irq_create_mapping(irq_domain *domain, unsigned long hwirq)
 {

@@ -214,6 +214,9 @@ void plat_irq_set_activated(u32 virq);
 /* A leaf's descriptor lock is taken inside its parent's callers: one class per nesting level. */
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level);
 
+/* Whether anybody has the line: with a handler, or chained to it. False without a descriptor. */
+bool plat_irq_has_action(u32 virq);
+
 /* Requests. The handler returns the kernel's IRQ_HANDLED (1); flags are the kernel's IRQF_ values.
  */
 typedef int (*plat_irq_handler)(int virq, void *cookie);
@@ -242,6 +245,12 @@ struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
 					 const struct plat_irq_domain_ops *ops, void *host_data);
 void *plat_irq_domain_host_data(struct irq_domain *domain);
 void plat_irq_domain_remove(struct irq_domain *domain);
+/*
+ * Instead of the removal, where a mapping must stay since somebody else requested its
+ * interrupt: the domain, its mappings and its node stay for good, and refer to nothing
+ * of the driver any more. The mappings have no chip by then.
+ */
+void plat_irq_domain_abandon(struct irq_domain *domain);
 u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq);
 void plat_irq_dispose_mapping(u32 virq);
 struct fwnode_handle *plat_irq_domain_alloc_named_fwnode(const char *name);

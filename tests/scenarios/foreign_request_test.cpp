@@ -106,4 +106,133 @@ TEST_F(ForeignRequest, failed_bring_up_behind_a_leaf_leaves_the_leaf)
 	expect_delivery(parent);
 }
 
+// A parent line that another driver has: nothing of it is touched.
+TEST_F(ForeignRequest, line_in_use_is_not_taken_over)
+{
+	start();
+	ASSERT_EQ(request("line:4"), 0);
+	clear_trace();
+	EXPECT_FALSE(add_device("irq_combiner@4", "line:4"));
+	EXPECT_TRUE(logged("1 [intr claim parent]parent line is in use by another driver, virq="));
+	EXPECT_TRUE(trace().empty()) << testing::PrintToString(trace());
+	EXPECT_EQ(depth("line:4"), 0);
+	expect_taken("line:4", "board", "raise 4");
+	expect_delivery(witness.leaves[0]);
+	let_go("line:4");
+	del_device("irq_combiner@4");
+	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+	// And the other way round the kernel refuses.
+	EXPECT_EQ(request("line:4"), -22);
+}
+
+// The pin of a card is mistyped: it is another driver's.
+TEST_F(ForeignRequest, pin_in_use_is_not_taken_over)
+{
+	const u32 inst = card_inst(1);
+	combiner card = make_card_combiner(1, 0, 1);
+
+	place_at_gpio(card, 0);
+	configure({witness, card});
+	load();
+	ASSERT_EQ(regist(witness.leaves[0]), 0);
+	ASSERT_EQ(request("line:32"), 0);
+	EXPECT_EQ(card_up(inst), REFUSED);
+	EXPECT_TRUE(logged("1 [intr claim parent]parent line is in use by another driver, virq="));
+	EXPECT_TRUE(logged("1 [intr init one card combiner]combiner init fail, ret=-14"));
+	EXPECT_EQ(cards(), std::vector<u32>{});
+	expect_taken("line:32", "board", "raise 32");
+	let_go("line:32");
+	ASSERT_EQ(card_up(inst), 0);
+	ASSERT_EQ(regist(card.leaves[0]), 0);
+	expect_delivery(card.leaves[0]);
+}
+
+class ForeignLeaf : public ForeignRequest, public testing::WithParamInterface<u32> {
+protected:
+	const std::string name = "leaf:0x400:3", pulse = "pulse c4.0";
+	std::string virq; // as the board names it, whether or not the leaf is there
+
+	// A leaf that is mapped, and requested by another driver.
+	void start_with_request()
+	{
+		c.async = GetParam();
+		for (leaf &leaf : c.leaves)
+			leaf.sync = 1; // whose requests others may share
+		start();
+		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+		virq = "virq:" + std::to_string(ask("client", "map 0x400 3"));
+		ASSERT_EQ(request(virq), 0);
+	}
+};
+
+TEST_P(ForeignLeaf, cannot_become_a_parent)
+{
+	start_with_request();
+	EXPECT_FALSE(add_device("irq_combiner@9", name));
+	EXPECT_TRUE(logged("1 [intr claim parent]parent leaf in use or direct, index_id=0x400"));
+	expect_taken(virq, "cpld", pulse);
+}
+
+// The last user that the driver knows goes; the mapping stays for the one it does
+// not know, with its depth, and goes when that one is through.
+TEST_P(ForeignLeaf, keeps_its_mapping_until_it_is_freed)
+{
+	start_with_request();
+	for (const bool shared : {false, true}) {
+		SCOPED_TRACE(shared ? "shared with a callback" : "mapped only");
+		if (shared) {
+			ASSERT_EQ(regist(c.leaves[0]), 0);
+		}
+		EXPECT_EQ(unregist(c.leaves[0]), 0);
+		EXPECT_TRUE(
+			logged("1 [intr free irq]" + std::string("virq=") + virq.substr(5) +
+			       " is requested by another driver, mapping stays, index_id=0x400, "
+			       "type=3"));
+		EXPECT_EQ("virq:" + std::to_string(ask("client", "find 0x400 3")), virq);
+		EXPECT_EQ(depth(virq), 0);
+		expect_taken(virq, "cpld", pulse);
+		EXPECT_EQ(ask("client", "disable 0x400 3"), 0);
+		EXPECT_EQ(ask("client", "enable 0x400 3"), 0);
+	}
+	let_go(virq);
+	EXPECT_EQ(unregist(c.leaves[0]), 0);
+	EXPECT_EQ(ask("client", "find 0x400 3"), 0);
+}
+
+// The combiner goes, and the interrupt falls silent; it can be freed at any time
+// later. Everything else works, and the leaf gets another virq.
+TEST_P(ForeignLeaf, outlives_its_combiner_in_silence)
+{
+	start_with_request();
+	ASSERT_EQ(regist(c.leaves[1]), 0);
+	del_device("irq_combiner@4");
+	EXPECT_TRUE(logged("1 [intr combiner free]virq=" + virq.substr(5) +
+			   " stays with another driver, index_id=0x400, type=3"));
+	const long taken = ask("board", "taken " + virq);
+	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+	ASSERT_EQ(regist(c.leaves[0]), 0);
+	EXPECT_NE("virq:" + std::to_string(ask("client", "find 0x400 3")), virq);
+	expect_delivery(c.leaves[0]);
+	expect_delivery(witness.leaves[0]);
+	EXPECT_EQ(ask("board", "taken " + virq), taken);
+	let_go(virq);
+	expect_delivery(c.leaves[0]);
+}
+
+TEST_P(ForeignLeaf, outlives_the_driver)
+{
+	start_with_request();
+	unload();
+	EXPECT_TRUE(logged("1 [intr combiner free]virq=" + virq.substr(5) +
+			   " stays with another driver, index_id=0x400, type=3"));
+	load(); // its code may lie elsewhere now
+	ASSERT_EQ(regist(witness.leaves[0]), 0);
+	expect_delivery(witness.leaves[0]);
+	unload();
+	let_go(virq);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, ForeignLeaf, testing::Values(0u, 1u),
+			 [](const auto &info) { return info.param ? "async" : "sync"; });
+
 } // namespace rig
