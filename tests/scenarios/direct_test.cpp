@@ -17,20 +17,7 @@ protected:
 		load();
 	}
 
-	bool masked() { return ask("board", "masked 2") != 0; }
-
-	size_t parent_interrupts()
-	{
-		const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
-		const size_t head = text.find("combiner2");
-		const size_t at = text.find("parent int cnt", head);
-
-		if (head == std::string::npos || at == std::string::npos) {
-			ADD_FAILURE() << "no combiner 2 in: " << text;
-			return 0;
-		}
-		return std::stoul(text.substr(text.find(':', at) + 1));
-	}
+	bool masked(u32 line) { return ask("board", "masked " + std::to_string(line)) != 0; }
 };
 
 // The leaf is masked until its thread is through. A parent that is enabled before
@@ -45,13 +32,13 @@ TEST_F(Direct, a_source_that_stays_up_waits_for_the_unmask_of_its_leaf)
 	for (size_t round = 1; round <= 20; round++) {
 		ASSERT_TRUE(wait_events(round));
 		EXPECT_EQ(depth("line:2"), 1);
-		EXPECT_TRUE(masked());
-		EXPECT_EQ(parent_interrupts(), round);
+		EXPECT_TRUE(masked(2));
+		EXPECT_EQ(parent_interrupts(c), round);
 		if (round == 20)
 			command("cpld", "deassert " + source.name);
 		command("client", "let_go");
 	}
-	EXPECT_TRUE(eventually([&] { return depth("line:2") == 0 && !masked(); }));
+	EXPECT_TRUE(eventually([&] { return depth("line:2") == 0 && !masked(2); }));
 	// Released while its source is up, and requested again.
 	for (int round = 0; round < 3; round++) {
 		clear_events();
@@ -65,6 +52,50 @@ TEST_F(Direct, a_source_that_stays_up_waits_for_the_unmask_of_its_leaf)
 		EXPECT_EQ(depth("line:2"), 0);
 	}
 	command("client", "let_go");
+}
+
+// The monitor's disable stands beside that of the leaf's mask: neither the handler nor
+// the unmask may take it back, nor a client.
+TEST_F(Direct, a_suppressed_parent_stays_disabled_over_the_unmask_of_its_leaf)
+{
+	combiner sync{.id = 3, .direct = 1, .leaves = {make_leaf(3, 0, 0)}};
+
+	sync.leaves[0].sync = 1;
+	for (combiner *storm : {&c, &sync}) {
+		storm->allow_max = 3;
+		storm->suppress_ms = 3000;
+	}
+	configure({c, sync});
+	load();
+	const auto is_suppressed = [&](const combiner &storm) {
+		return depth("line:" + std::to_string(storm.id)) == 1 && masked(storm.id);
+	};
+	for (const combiner &storm : {c, sync}) {
+		const leaf &up = storm.leaves[0];
+
+		clear_events();
+		ASSERT_EQ(regist(up), 0);
+		command("cpld", "assert " + up.name);
+		ASSERT_TRUE(wait_events(4));
+		EXPECT_TRUE(eventually([&] { return is_suppressed(storm); })) << up.name;
+		ASSERT_EQ(enable(up, 0), 0);
+		EXPECT_EQ(depth("line:" + std::to_string(storm.id)), 2);
+		ASSERT_EQ(enable(up), 0);
+		ASSERT_EQ(enable(up), 0); // one too many
+		EXPECT_TRUE(is_suppressed(storm)) << up.name;
+		expect_events(4); // the source is still up
+		EXPECT_TRUE(is_suppressed(storm)) << up.name;
+		command("cpld", "deassert " + up.name);
+	}
+	for (const combiner &storm : {c, sync}) {
+		const std::string line = "line:" + std::to_string(storm.id);
+
+		EXPECT_TRUE(eventually([&] { return depth(line) == 0 && !masked(storm.id); }));
+		clear_events();
+		command("cpld", "assert " + storm.leaves[0].name);
+		EXPECT_TRUE(wait_events(1));
+		command("cpld", "deassert " + storm.leaves[0].name);
+	}
 }
 
 } // namespace rig

@@ -429,6 +429,19 @@ std::string Scenario::report(u32 cmd, u32 virq)
 	return testbed::ioctl(cmd, &para) == 0 ? buffer.data() : "";
 }
 
+size_t Scenario::parent_interrupts(const combiner &combiner)
+{
+	const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
+	const size_t head = text.find("combiner" + std::to_string(combiner.id));
+	const size_t at = text.find("parent int cnt", head);
+
+	if (head == text.npos || at == text.npos) {
+		ADD_FAILURE() << "no combiner " << combiner.id << " in: " << text;
+		return 0;
+	}
+	return std::stoul(text.substr(text.find(':', at) + 1));
+}
+
 std::string Scenario::proc(const std::string &file)
 {
 	const int handle = testbed::proc_open(file);

@@ -165,6 +165,8 @@ protected:
 	int card_down(u32 inst);
 	// A report's text; empty when it is refused.
 	std::string report(u32 cmd, u32 virq = 0);
+	// How often the combiner's parent line has interrupted, as the report says.
+	size_t parent_interrupts(const combiner &combiner);
 	// The driver's proc file, read as cat does.
 	std::string proc(const std::string &file);
 	int set_proc(const std::string &file, const std::string &text);
