@@ -9,8 +9,14 @@
 
 namespace model {
 
+static int bad_chained(int virq, void * /*cookie*/)
+{
+	bug("chained irq %d should not call an action", virq);
+	return irq_none;
+}
+
 irqaction chained_action = {
-	.handler = nullptr,
+	.handler = bad_chained,
 	.thread_fn = nullptr,
 	.flags = 0,
 	.name = "chained",
