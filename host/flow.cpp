@@ -199,6 +199,7 @@ void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
 	real->irq_unmask = ops->irq_unmask;
 	real->irq_set_affinity = ops->irq_set_affinity;
 	real->affinity_pre_startup = true;
+	real->irq_retrigger = ops->irq_retrigger;
 }
 
 void plat_chained_irq_enter(struct irq_chip *chip, struct irq_desc *desc)

@@ -252,5 +252,6 @@ noinline void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
 		.irq_unmask = ops->irq_unmask,
 		.irq_set_affinity = ops->irq_set_affinity,
 		.flags = IRQCHIP_AFFINITY_PRE_STARTUP,
+		.irq_retrigger = ops->irq_retrigger,
 	};
 }

@@ -7,11 +7,21 @@
 // which scans and enables the line again: each handler invocation disables once,
 // each finished scan enables once. A leaf that turns active after its turn waits for
 // the next parent interrupt.
+//
+// The kernel keeps an edge that came while its leaf was disabled or not requested,
+// and replays it from a tasklet when the leaf is enabled. A handler that belongs in
+// a combiner's thread may sleep: those are replayed by the thread.
 #include "combiner/dispatch.h"
 
 #include "combiner/level.h"
 #include "combiner/parent.h"
 #include "core/log.h"
+
+// Takes the replay that the leaf is due. Pairs with drv_intr_replay_in_thread.
+static bool take_replay(drv_intr_irq_info &irq_info)
+{
+	return read_once(irq_info.replay_due) != 0 && exchange(irq_info.replay_due, 0u) != 0;
+}
 
 // Tests every leaf once, in configuration order, and dispatches the active
 // ones. The virq is read for the dispatch itself, with interrupts off from
@@ -21,7 +31,7 @@
 static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-		if (!drv_combiner_is_virq_active(irq_info))
+		if (!take_replay(irq_info) && !drv_combiner_is_virq_active(irq_info))
 			continue;
 		intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc,
 			   read_once(irq_info.virq));
@@ -74,6 +84,40 @@ void drv_combiner_irq_handler(irq_desc *desc)
 	drv_combiner_handler(irq_desc_get_irq(desc), desc, *combiner);
 }
 
+// Touches no register but those of the leaves that are due.
+static void replay_leaves(drv_intr_combiner &combiner)
+{
+	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
+		irqs_off_guard irqs_off; // from the look on: what is due belongs to this virq
+		if (take_replay(irq_info))
+			(void)generic_handle_irq(read_once(irq_info.virq));
+	}
+}
+
+bool drv_intr_replay_in_thread(drv_intr_irq_info &irq_info)
+{
+	drv_intr_irq_info *leaf = &irq_info;
+
+	if (irq_info.hwirq_cfg.sync == 0 || irq_info.combiner->threaded == 0)
+		return false;
+	for (;;) {
+		drv_intr_combiner &combiner = *leaf->combiner;
+		const raw_spinlock_guard guard(combiner.parent_lock);
+
+		if (combiner.quiesced != 0)
+			return true; // the leaf is about to be released
+		store_release(leaf->replay_due, 1u);
+		if (combiner.common_cfg.async != 0) {
+			if (!test_and_set_bit(DRV_INTR_REPLAY_PENDING, combiner.flags))
+				wake_up_process(combiner.thread);
+			return true;
+		}
+		// Threaded without a thread of its own: one further out has it, and reaches
+		// this leaf through the leaf that is the parent line.
+		leaf = combiner.parent_leaf;
+	}
+}
+
 int drv_intr_combiner_thread(void *data)
 {
 	static constexpr char desc[] = "drv_intr_combiner_thread";
@@ -87,6 +131,11 @@ int drv_intr_combiner_thread(void *data)
 		set_current_state_interruptible();
 		if (kthread_should_stop())
 			break;
+		if (test_and_clear_bit(DRV_INTR_REPLAY_PENDING, combiner.flags)) {
+			set_current_state_running();
+			replay_leaves(combiner);
+			continue;
+		}
 		if (!test_and_clear_bit(DRV_INTR_SCAN_PENDING, combiner.flags)) {
 			schedule();
 			continue;

@@ -15,4 +15,9 @@ extern "C" void drv_combiner_irq_handler(irq_desc *desc);
 // asked to stop, a pending scan or not.
 extern "C" int drv_intr_combiner_thread(void *data);
 
+// Has the thread in which the leaf's handler runs dispatch the leaf once more, active or
+// not. False, with nothing done, for a leaf whose handler runs elsewhere. Any context,
+// with the leaf's descriptor lock held.
+[[nodiscard]] bool drv_intr_replay_in_thread(drv_intr_irq_info &irq_info);
+
 #endif

@@ -10,6 +10,7 @@
 // fall back to enable and disable.
 #include "combiner/domain.h"
 
+#include "combiner/dispatch.h"
 #include "combiner/level.h"
 #include "combiner/parent.h"
 #include "core/log.h"
@@ -154,12 +155,18 @@ static int drv_intr_irq_set_affinity(irq_data *data, const cpumask *mask, bool f
 	return ret;
 }
 
+static int drv_intr_irq_retrigger(irq_data *data)
+{
+	return drv_intr_replay_in_thread(leaf_of(data).irq_info) ? 1 : 0;
+}
+
 static constexpr irq_chip_ops leaf_chip_ops = {
 	.irq_enable = drv_intr_irq_enable,
 	.irq_disable = drv_intr_irq_disable,
 	.irq_mask = drv_intr_irq_mask,
 	.irq_unmask = drv_intr_irq_unmask,
 	.irq_set_affinity = drv_intr_irq_set_affinity,
+	.irq_retrigger = drv_intr_irq_retrigger,
 };
 
 void drv_intr_init_combiner_chip(drv_intr_combiner &combiner)

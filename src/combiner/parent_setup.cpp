@@ -216,8 +216,11 @@ static void detach_handler(drv_intr_combiner &combiner)
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
 	// Not before the leaf is disabled: a scan that skips an active leaf comes
 	// back to it at once, and the task that disables it might never run.
-	if (combiner.parent_leaf)
+	// A replay that was due goes with the line; quiesced, it gets no other.
+	if (combiner.parent_leaf) {
 		write_once(combiner.parent_leaf->detached, 1u);
+		write_once(combiner.parent_leaf->replay_due, 0u);
+	}
 	synchronize_rcu();
 	irq_set_handler(virq, nullptr, 1, nullptr);
 	// Against a monitor that failed to forget the line and enables it later.

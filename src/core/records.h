@@ -115,6 +115,9 @@ struct drv_intr_irq_info {
 	// The task in which the handler runs, or which it interrupted; null while it
 	// does not run. Only compared.
 	const task_struct *handler_task;
+	// Not 0: to be dispatched once by the combiner's thread, active or not. Set
+	// under `parent_lock`, and by a new mapping cleared.
+	u32 replay_due;
 	// The last port that a message was refused by; 0: none, or its close was seen.
 	u32 refused_pid;
 	// Not 0: a subscriber's socket was closed, and whoever clears this releases the
@@ -147,7 +150,7 @@ struct drv_intr_combiner {
 	list<drv_intr_cpu_cfg> cpu_default_cfg_list;
 	list<drv_intr_hwirq_cfg> hwirq_cfg_list;
 	task_struct *thread; // null, a task, or the error value of its creation
-	unsigned long flags; // bit DRV_INTR_SCAN_PENDING only
+	unsigned long flags; // the bits below
 	plat_irq_chip chip;
 	list<drv_intr_irq_info> irq_info_list;
 
@@ -176,6 +179,8 @@ struct drv_intr_combiner {
 };
 
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
+// A leaf is due a replay; without a disable of the parent line.
+inline constexpr unsigned DRV_INTR_REPLAY_PENDING = 1;
 
 // Bring-up is through: its records do not change any more. Pairs with its last step.
 [[nodiscard]] inline bool drv_intr_is_ready(const drv_intr_combiner &combiner)

@@ -55,6 +55,7 @@ u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info)
 	{
 		const raw_spinlock_guard guard(irq_info.enable_lock);
 		irq_info.retiring = 0;
+		write_once(irq_info.replay_due, 0u); // of an earlier mapping
 		write_once(irq_info.virq, virq);
 	}
 	intr_info("[%s]clear irq int state, virq=%u", desc, virq);

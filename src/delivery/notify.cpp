@@ -238,7 +238,7 @@ void drv_intr_notify_all_pid(drv_intr_irq_info &irq_info)
 {
 	if (irq_info.pid_list.empty())
 		return;
-	// A hard interrupt, or the tasklet from which the kernel replays a line.
+	// A hard interrupt, or the tasklet from which the kernel replays such a leaf.
 	if (!in_task()) {
 		intr_err("[%s]not in task contex, just return",
 			 notify_all_desc); // spelt as people search it

@@ -224,13 +224,18 @@ int plat_request_threaded_irq(u32 virq, plat_irq_handler handler, plat_irq_handl
 			      unsigned long flags, const char *name, void *cookie);
 void plat_free_irq(u32 virq, void *cookie);
 
-/* Chip of a combiner's leaves: the five operations below, everything else empty. */
+/*
+ * Chip of a combiner's leaves: the operations below, everything else empty. irq_retrigger is
+ * asked for a pending line that is enabled, with the descriptor lock held: not 0 when it sees
+ * to the replay, 0 (or no operation) leaves that to the core, which does it in a softirq.
+ */
 struct plat_irq_chip_ops {
 	void (*irq_enable)(struct irq_data *data);
 	void (*irq_disable)(struct irq_data *data);
 	void (*irq_mask)(struct irq_data *data);
 	void (*irq_unmask)(struct irq_data *data);
 	int (*irq_set_affinity)(struct irq_data *data, const struct cpumask *mask, bool force);
+	int (*irq_retrigger)(struct irq_data *data);
 };
 /* name must outlive the chip. The core sets the affinity of its lines before it enables them. */
 void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,

@@ -250,7 +250,8 @@ TEST_F(Driver, lookups_give_the_first_in_list_order)
 TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
 {
 	static constexpr auto nothing = [](irq_data *) {};
-	static constexpr plat_irq_chip_ops ops = {nothing, nothing, nothing, nothing, nullptr};
+	static constexpr plat_irq_chip_ops ops = {nothing, nothing, nothing,
+						  nothing, nullptr, nullptr};
 	static plat_irq_chip chip;
 	static constexpr plat_irq_domain_ops domain_ops = {[](irq_domain *, unsigned virq,
 							      unsigned long) {

@@ -67,7 +67,7 @@ void op_unmask(irq_data *)
 {
 	seen.add("unmask");
 }
-constexpr plat_irq_chip_ops ops = {op_enable, op_disable, op_mask, op_unmask, nullptr};
+constexpr plat_irq_chip_ops ops = {op_enable, op_disable, op_mask, op_unmask, nullptr, nullptr};
 
 plat_irq_chip chip;
 
