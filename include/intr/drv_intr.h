@@ -20,10 +20,11 @@ extern "C" {
  * runs where the combiner dispatches: in hard-interrupt context, or in a
  * combiner's thread if that combiner, or one further out, is async. Otherwise
  * it runs in the leaf's own interrupt thread. In a thread it may sleep. It may
- * call drv_intr_enable, drv_intr_disable and the find functions, and must not add
- * or remove combiners. Registering or unregistering its own leaf is refused with
- * 22, as it would wait for itself; nor must it wait for the callback of another
- * leaf that waits for it, which nobody notices.
+ * call drv_intr_enable, drv_intr_disable and the find functions. Registering or
+ * unregistering its own leaf is refused with 22, as it would wait for itself. It
+ * must not wait for the callback of another leaf that waits for it, which nobody
+ * notices, nor add or remove combiners by whatever way (unregistering or unbinding
+ * the device of one, pulling a card): their tear-down waits for this callback.
  */
 typedef void (*drv_intr_handler)(u32 index_id, u32 type, void *data);
 
