@@ -89,7 +89,7 @@ static void replay_leaves(drv_intr_combiner &combiner)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
 		irqs_off_guard irqs_off; // from the look on: what is due belongs to this virq
-		if (take_replay(irq_info))
+		if (take_replay(irq_info) && read_once(irq_info.detached) == 0)
 			(void)generic_handle_irq(read_once(irq_info.virq));
 	}
 }
