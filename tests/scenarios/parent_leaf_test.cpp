@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // A leaf while it is the parent line of another combiner, and when it no longer is.
+#include <algorithm>
+
 #include "sources.h"
 
 namespace rig {
@@ -59,6 +61,130 @@ TEST_F(ParentLeaf, clients_neither_enable_nor_disable_it)
 	EXPECT_EQ(depth(parent), 1);
 	EXPECT_TRUE(eventually([&] { return depth(parent) == 0; }));
 	expect_delivery(inner.leaves[0]);
+}
+
+// A leaf that is a parent is enabled when the combiner behind it has its own leaves
+// disabled and its levels open, not before.
+TEST_F(ParentLeaf, is_enabled_when_the_inner_set_up_is_through)
+{
+	start();
+	ASSERT_EQ(ask("client", "map 0x401 3") > 0, true);
+	clear_trace();
+	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
+	const std::vector<std::string> lines = trace();
+	const auto at = [&](const std::string &line) {
+		return std::ranges::find(lines, "write inst=0xffffffff " + line) - lines.begin();
+	};
+	const auto enabled = at("chip=5 reg=0x40 shift=1 mask=0x1 value=0x1");
+	const auto inner_disabled = at("chip=10 reg=0x40 shift=0 mask=0x1 value=0x0");
+	const auto inner_level = at("chip=10 reg=0x10 shift=0 mask=0x1 value=0x1");
+	EXPECT_LT(inner_disabled, inner_level) << testing::PrintToString(lines);
+	EXPECT_LT(inner_level, enabled) << testing::PrintToString(lines);
+	EXPECT_LT(enabled, static_cast<long>(lines.size())) << testing::PrintToString(lines);
+	// It was claimed before that: nobody could request it in between.
+	EXPECT_EQ(regist(parent), 14);
+	EXPECT_EQ(depth(parent), 0);
+}
+
+// The inner combiner goes: the leaf is as its mapping left it, and any way to use it
+// is open again.
+TEST_F(ParentLeaf, can_be_enabled_and_requested_afterwards)
+{
+	start_both();
+	expect_delivery(inner.leaves[0]);
+	del_device("irq_combiner@9");
+	EXPECT_EQ(depth(parent), 1);
+	EXPECT_FALSE(field_is_set(parent, parent.levels.back().en));
+	EXPECT_EQ(ask("client", "enable 0x401 3"), 0);
+	EXPECT_EQ(depth(parent), 0);
+	EXPECT_TRUE(field_is_set(parent, parent.levels.back().en));
+	EXPECT_EQ(ask("client", "disable 0x401 3"), 0);
+	ASSERT_EQ(regist(parent), 0);
+	expect_delivery(parent);
+	EXPECT_EQ(unregist(parent), 0);
+	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
+	ASSERT_EQ(regist(inner.leaves[0]), 0);
+	expect_delivery(inner.leaves[0]);
+}
+
+// A combiner that was handed its parent leaf does not unmap it, even where its
+// configuration speaks of a leaf: only a card's combiner maps one by itself.
+TEST_F(ParentLeaf, that_was_handed_over_stays_mapped)
+{
+	combiner board = make_combiner(0, 1);
+
+	inner.int_type = 2;
+	inner.line = board.line;
+	inner.outer = board.leaves[0].levels;
+	configure({board, inner});
+	load();
+	const long virq = ask("client", "map 0 3");
+	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0:3"));
+	ASSERT_EQ(regist(inner.leaves[0]), 0);
+	expect_delivery(inner.leaves[0]);
+	del_device("irq_combiner@9");
+	EXPECT_EQ(ask("client", "find 0 3"), virq);
+	ASSERT_EQ(regist(board.leaves[0]), 0);
+	expect_delivery(board.leaves[0]);
+}
+
+// Three deep, torn down from the outermost: the innermost goes first, each takes
+// nothing that it does not have, and all can come again.
+TEST_F(ParentLeaf, three_deep_goes_from_the_inside)
+{
+	for (const u32 async : {0u, 1u}) {
+		SCOPED_TRACE(async ? "async outside" : "in the handler");
+		combiner third = make_combiner(12, 1), second = make_combiner(9, 2);
+
+		outer.async = async;
+		second.line = third.line = outer.line;
+		second.outer = parent.levels;
+		third.outer = second.outer;
+		third.outer.insert(third.outer.end(), second.leaves[1].levels.begin(),
+				   second.leaves[1].levels.end());
+		configure({outer, second, third});
+		if (!loaded())
+			load();
+		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
+		ASSERT_TRUE(add_device("irq_combiner@12", "leaf:0x901:3"));
+		for (const leaf *leaf : {&outer.leaves[0], &second.leaves[0], &third.leaves[0]}) {
+			ASSERT_EQ(regist(*leaf), 0);
+			expect_delivery(*leaf);
+		}
+		clear_log();
+		del_device("irq_combiner@4");
+		EXPECT_EQ(
+			log_with({"freed first", "combiner free]enter", "combiner free]success"}),
+			(std::vector<std::string>{
+				"2 [intr combiner free]enter, id=4",
+				"1 [intr combiner free]combiner 12 is cascaded to a leaf of "
+				"combiner 9, freed first",
+				"2 [intr combiner free]enter, id=12",
+				"2 [intr combiner free]success",
+				"1 [intr combiner free]combiner 9 is cascaded to a leaf of "
+				"combiner 4, freed first",
+				"2 [intr combiner free]enter, id=9",
+				"2 [intr combiner free]success", "2 [intr combiner free]success"}));
+		EXPECT_EQ(combiners(), (std::vector<u32>{0, 1, 2, 3}));
+		del_device("irq_combiner@12");
+		del_device("irq_combiner@9");
+		command("cpld", "reset");
+	}
+}
+
+// What somebody else enabled meanwhile is disabled again.
+TEST_F(ParentLeaf, levels_of_a_leaf_are_disabled_at_tear_down)
+{
+	start_both();
+	ASSERT_EQ(unregist(inner.leaves[0]), 0);
+	for (const auto &[chip, id] : {std::pair("10", "9"), std::pair("5", "4")}) {
+		command("cpld", std::string("poke 0xffffffff ") + chip + " 0x40 0xff");
+		del_device(std::string("irq_combiner@") + id);
+		// The bits that are no leaf's stay as they are.
+		EXPECT_EQ(command("cpld", std::string("peek 0xffffffff ") + chip + " 0x40"),
+			  *id == '9' ? "0xfe" : "0xfc");
+	}
 }
 
 } // namespace rig

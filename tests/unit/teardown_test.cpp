@@ -12,6 +12,15 @@
 #include "intr/drv_intr.h"
 #include "model_rig.h"
 #include "testbed.h"
+#include "uapi/intr.h"
+
+// The driver declares the kernel's errno values and string functions for itself.
+#undef EINVAL
+#undef ENOMEM
+#undef EFAULT
+#define strstr kernel_strstr
+#include "core/records.h"
+#undef strstr
 
 namespace {
 
@@ -57,13 +66,18 @@ protected:
 				      {"l0_wc", 1}};
 	}
 
-	void load()
+	static void install(const cfg::table &table)
 	{
 		cfg::bytes bytes;
 		std::string why;
 
-		ASSERT_TRUE(cfg::write_table(table_, bytes, why)) << why;
+		ASSERT_TRUE(cfg::write_table(table, bytes, why)) << why;
 		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
+	}
+
+	void load()
+	{
+		install(table_);
 		ASSERT_EQ(testbed::load(), 0);
 	}
 
@@ -175,4 +189,32 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 	EXPECT_EQ(host_wait_idle(10000), 0);
 	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 0);
 	EXPECT_EQ(host_line_masked(4), 0);
+}
+
+// The stop has freed all combiners and goes on: a card would stay for good. Its pin is
+// as good as ever, so that nothing else refuses it.
+TEST_F(Teardown, a_card_behind_a_pin_is_refused_while_the_driver_stops)
+{
+	cfg::table card{card_instance(1), {}};
+	drv_intr_ioctl_para para{};
+
+	card.nodes["global_cfg"]["common"] = {{"combiner_bitmap", 1}};
+	card.nodes["irq_combiner@0"]["global_cfg"] = {{"int_type", 1}, {"gpio", 400}};
+	install(card);
+	load();
+	para.inst_id = card_instance(1);
+	for (const u32 stopping : {1u, 0u}) {
+		{
+			const mutex_guard guard(g_drv_intr_lock);
+			g_drv_intr_ctrl.stopping = stopping;
+		}
+		const int depth = host_irq_depth(host_line_virq(32));
+		EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_INIT_CARD, &para), stopping ? -14 : 0);
+		EXPECT_EQ(host_irq_depth(host_line_virq(32)), stopping ? depth : 0);
+	}
+	EXPECT_THAT(read_control("log"),
+		    testing::Contains("62 1 [intr init card combiner]the driver is stopping, "
+				      "card_no=1"));
+	EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_DEINIT_CARD, &para), 0);
+	must("xml", "drop 0x1000000");
 }
