@@ -290,7 +290,8 @@ TEST_F(Card, does_not_take_a_leaf_in_use)
 	// Now it is the card's.
 	EXPECT_EQ(regist(parent), 14);
 	EXPECT_EQ(subscribe(parent, daemon.port()), REFUSED);
-	EXPECT_TRUE(logged("1 [intr request irq]leaf is the parent of combiner 37, index_id=0x1, type=7"));
+	EXPECT_TRUE(logged(
+		"1 [intr request irq]leaf is the parent of combiner 37, index_id=0x1, type=7"));
 	EXPECT_EQ(ask("client", "unregist 1 7"), 0);
 	expect_card_works();
 }

@@ -67,9 +67,10 @@ TEST_P(LeafTrace, mask_clear_handler_clear_unmask)
 	ASSERT_EQ(regist(leaf), 0);
 	clear_trace();
 	fire(leaf);
-	const std::vector<std::string> expected = {enable_write(leaf.levels.back(), 0), clear_write(leaf.levels.back()),
-						   handler_mark(leaf), clear_write(leaf.levels.back()),
-						   enable_write(leaf.levels.back(), 1)};
+	const std::vector<std::string> expected = {
+		enable_write(leaf.levels.back(), 0), clear_write(leaf.levels.back()),
+		handler_mark(leaf), clear_write(leaf.levels.back()),
+		enable_write(leaf.levels.back(), 1)};
 	EXPECT_TRUE(eventually([&] { return changes().size() >= expected.size(); }));
 	EXPECT_EQ(changes(), expected);
 	record("cpld", changes());

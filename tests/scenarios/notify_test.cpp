@@ -309,7 +309,8 @@ TEST_F(Notify, leaves_of_nested_combiners_reach_their_receiver)
 	// The leaf between the two is no one else's.
 	const std::string before = report(DRV_INTR_IOC_DBG_RUNTIME);
 	EXPECT_EQ(subscribe(outer.leaves[1], process.port()), REFUSED);
-	EXPECT_TRUE(logged("1 [intr request irq]leaf is the parent of combiner 9, index_id=0x401, type=3"));
+	EXPECT_TRUE(logged(
+		"1 [intr request irq]leaf is the parent of combiner 9, index_id=0x401, type=3"));
 	EXPECT_EQ(unsubscribe(outer.leaves[1], process.port()), REFUSED);
 	EXPECT_EQ(report(DRV_INTR_IOC_DBG_RUNTIME), before);
 	const std::vector<leaf> leaves = {outer.leaves[0], inner.leaves[0], inner.leaves[1]};

@@ -412,8 +412,9 @@ TEST(cfgc, sources_need_a_line_of_the_virtual_board)
 		  sources(combiner_on_pin(408)));
 	EXPECT_EQ("2: irq_combiner@1: gpio 399 is no pin of the virtual board; use 400 to 407\n",
 		  sources(card_combiner("int_type='gpio' gpio='399'")));
-	EXPECT_EQ(0u, sources(card_combiner("int_type='combiner'"))
-			      .find("2: irq_combiner@1: is cascaded to leaf 0x5/7 of another file"));
+	EXPECT_EQ(0u,
+		  sources(card_combiner("int_type='combiner'"))
+			  .find("2: irq_combiner@1: is cascaded to leaf 0x5/7 of another file"));
 	EXPECT_EQ("2: irq_combiner@1: has no parent line; set int_type to gpio\n",
 		  sources(card_combiner("")));
 }

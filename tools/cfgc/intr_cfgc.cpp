@@ -88,7 +88,7 @@ int compile(const cfg::document &document, const std::string &input, const std::
 		return cfg::io_error(output, "is the input itself; name another file behind -o");
 	if (!replace_file(output, bytes))
 		return cfg::io_error(output,
-				    std::string("cannot be written: ") + std::strerror(errno));
+				     std::string("cannot be written: ") + std::strerror(errno));
 	return cfg::print(output + ": " + std::to_string(bytes.size()) + " bytes, " +
 			  summary(document) + "\n");
 }
