@@ -124,7 +124,7 @@ TEST_F(Replay, in_the_thread_of_the_combiner_further_out)
 }
 
 // A replay that is due belongs to one mapping, and the line is in order after it.
-TEST_F(Replay, while_the_leaf_is_disabled_released_and_requested)
+TEST_F(Replay, while_leaves_are_disabled_released_and_requested)
 {
 	static constexpr int ROUNDS = 60;
 	combiner c = make_combiner(1, 2);
@@ -138,12 +138,13 @@ TEST_F(Replay, while_the_leaf_is_disabled_released_and_requested)
 	load();
 	testbed::expedite_rcu(true);
 	ASSERT_EQ(regist(c.leaves[1]), 0);
+	// Not the leaf that comes and goes: its start may fall between the look at the
+	// depth and the enable.
 	std::thread gating([&] {
-		while (!done)
-			for (const rig::leaf &edge : c.leaves) {
-				(void)enable(edge, 0);
-				(void)enable(edge);
-			}
+		while (!done) {
+			(void)enable(c.leaves[1], 0);
+			(void)enable(c.leaves[1]);
+		}
 	});
 	std::thread firing([&] {
 		while (!done)
