@@ -55,6 +55,7 @@ struct sampler {
 	u64 window_start_ns;
 	u32 window_count;	/* occurrences of all parents since then */
 	u32 series;		/* raised when sampling begins */
+	u64 last_storm_ns;	/* when a sampled line was last found to storm */
 	bool running;
 	struct port_timer timer;
 };
@@ -245,6 +246,7 @@ static struct watched_line *sample_bucket(struct watched_line *line, u64 now)
 		if (line->reported || !is_bounded(line) || !sample_line(line, now))
 			continue;
 		mark_suppressed(line);
+		sampler.last_storm_ns = now;
 		line->next_storm = storms;
 		storms = line;
 	}
@@ -253,13 +255,12 @@ static struct watched_line *sample_bucket(struct watched_line *line, u64 now)
 
 /*
  * Any context; the lock is dropped between buckets, as there may be many lines.
- * Return: how many storm and were disabled.
+ * Those that storm are disabled.
  */
-static u32 sample_lines(void)
+static void sample_lines(void)
 {
 	struct watched_line *line, *next;
 	unsigned long flags;
-	u32 storms = 0;
 	u32 i;
 
 	for (i = 0; i < BUCKETS; i++) {
@@ -269,10 +270,8 @@ static u32 sample_lines(void)
 		for (; line; line = next) {
 			next = line->next_storm;	/* the line may go once it is suppressed */
 			suppress(line);
-			storms++;
 		}
 	}
-	return storms;
 }
 
 static void sample(struct port_timer *timer)
@@ -289,16 +288,20 @@ static void sample(struct port_timer *timer)
 }
 
 /*
- * The parent has reached its bound and is counted in `checks`. Where it is a leaf
- * that storms, the leaf is disabled and the parent begins a new period.
+ * The parent has reached its bound and is counted in `checks`. Where a leaf was
+ * found to storm in its period, here or by the timer just before, the leaf is
+ * disabled and the parent begins a new period.
  */
 static void judge_parent(struct watched_line *line)
 {
-	u32 storms = sample_lines();
-	unsigned long flags = port_lock(&monitor_lock);
-	bool storm = !storms && !line->suppressed;
+	unsigned long flags;
+	bool leaf_storms, storm;
 
-	if (storms)
+	sample_lines();
+	flags = port_lock(&monitor_lock);
+	leaf_storms = sampler.last_storm_ns >= line->period_start_ns;
+	storm = !leaf_storms && !line->suppressed;
+	if (leaf_storms)
 		line->period_count = 0;
 	if (storm)
 		mark_suppressed(line);

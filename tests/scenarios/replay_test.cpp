@@ -168,23 +168,4 @@ TEST_F(Replay, while_leaves_are_disabled_released_and_requested)
 	EXPECT_EQ(events()[0].context, "thread:intr1-handler");
 }
 
-// The kernel's own replay only wakes the leaf's thread.
-TEST_F(Replay, in_the_leafs_own_thread)
-{
-	for (const u32 async : {0u, 1u}) {
-		combiner c = make_combiner(1, 1);
-
-		c.async = async;
-		make_edge(c.leaves[0], 0);
-		configure({c});
-		load();
-		const long virq = ask("client", "map " + pair_of(c.leaves[0]));
-		expect_replays(c, c.leaves[0],
-			       ("thread:irq/" + std::to_string(virq) + "-drv_irq_async")
-				       .substr(0, 7 + 15));
-		unload();
-		command("cpld", "reset");
-	}
-}
-
 } // namespace rig
