@@ -14,10 +14,10 @@ namespace rig {
 
 class Replay : public Scenario {
 protected:
-	static void make_edge(leaf &leaf, u32 sync)
+	static void make_edge(leaf &leaf)
 	{
 		leaf.irq_type = 1;
-		leaf.sync = sync;
+		leaf.sync = 1;
 	}
 
 	void poke(const leaf &leaf, u32 reg, bool on)
@@ -29,26 +29,17 @@ protected:
 					std::to_string(on ? 1u << own.shift : 0u));
 	}
 
-	unsigned long parent_interrupts(u32 id)
-	{
-		const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
-		const size_t at = text.find("parent int cnt",
-					    text.find("combiner" + std::to_string(id) + "\n"));
-
-		return strtoul(text.substr(text.find(": ", at) + 2).c_str(), nullptr, 10);
-	}
-
 	// The leaf is disabled. What is still active comes again, so the second
 	// interrupt says that the first is through.
 	void dispatch_disabled(const combiner &combiner, const leaf &leaf)
 	{
 		const level &own = leaf.levels.back();
-		const unsigned long before = parent_interrupts(combiner.id);
+		const size_t before = parent_interrupts(combiner);
 
 		poke(leaf, own.en, true);
 		fire(leaf);
 		EXPECT_TRUE(eventually([&] {
-			return parent_interrupts(combiner.id) >= before + 2;
+			return parent_interrupts(combiner) >= before + 2;
 		})) << leaf.name
 		    << " is not dispatched";
 		poke(leaf, own.en, false);
@@ -94,7 +85,7 @@ TEST_F(Replay, in_the_combiners_thread)
 	combiner c = make_combiner(1, 2);
 
 	c.async = 1;
-	make_edge(c.leaves[0], 1);
+	make_edge(c.leaves[0]);
 	configure({c});
 	load();
 	expect_replays(c, c.leaves[0], "thread:intr1-handler");
@@ -111,7 +102,7 @@ TEST_F(Replay, in_the_thread_of_the_combiner_further_out)
 	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 2);
 
 	outer.async = 1;
-	make_edge(inner.leaves[1], 1);
+	make_edge(inner.leaves[1]);
 	inner.line = outer.id;
 	inner.outer = outer.leaves[1].levels;
 	configure({outer, inner});
@@ -133,7 +124,7 @@ TEST_F(Replay, while_leaves_are_disabled_released_and_requested)
 
 	c.async = 1;
 	for (rig::leaf &edge : c.leaves)
-		make_edge(edge, 1);
+		make_edge(edge);
 	configure({c});
 	load();
 	testbed::expedite_rcu(true);

@@ -432,7 +432,7 @@ std::string Scenario::report(u32 cmd, u32 virq)
 size_t Scenario::parent_interrupts(const combiner &combiner)
 {
 	const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
-	const size_t head = text.find("combiner" + std::to_string(combiner.id));
+	const size_t head = text.find("combiner" + std::to_string(combiner.id) + "\n");
 	const size_t at = text.find("parent int cnt", head);
 
 	if (head == text.npos || at == text.npos) {
