@@ -38,10 +38,8 @@ protected:
 
 		poke(leaf, own.en, true);
 		fire(leaf);
-		EXPECT_TRUE(eventually([&] {
-			return parent_interrupts(combiner) >= before + 2;
-		})) << leaf.name
-		    << " is not dispatched";
+		EXPECT_TRUE(eventually([&] { return parent_interrupts(combiner) >= before + 2; }))
+			<< leaf.name << " is not dispatched";
 		poke(leaf, own.en, false);
 		poke(leaf, own.status, false);
 	}
