@@ -495,8 +495,10 @@ void plat_disable_irq_nosync(u32 virq)
 void plat_enable_irq(u32 virq)
 {
 	count_call(service::enable_irq);
-	if (host_irq_depth(virq) > 0)
+	if (host_irq_depth(virq) > 0) {
+		reached(HOST_DEPTH_SEEN);
 		host_enable_irq(virq);
+	}
 	reached(HOST_IRQ_ENABLED);
 }
 

@@ -215,6 +215,7 @@ void host_force_irq_threads(int forced);
 enum host_place {
 	HOST_LINE_MOVES, /* the root controller has masked a line to move it */
 	HOST_IRQ_ENABLED, /* the driver has enabled an interrupt */
+	HOST_DEPTH_SEEN, /* it has seen that the interrupt is disabled, and will enable it */
 	HOST_PLACES
 };
 void host_at(enum host_place place, void (*call)(void *arg), void *arg);

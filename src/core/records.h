@@ -107,6 +107,10 @@ struct drv_intr_irq_info {
 	// Not 0 once a release of the interrupt has begun: no client may enable or
 	// disable it meanwhile. Under `enable_lock`; a new mapping starts with 0.
 	u32 retiring;
+	// Not 0 while a request may start the leaf: enables that come meanwhile are
+	// counted, and made good after it. Both under `enable_lock`.
+	u32 starting;
+	u32 held_enables;
 	// Not 0 while the mask of this leaf keeps its direct parent disabled. Set by
 	// the mask, cleared by whoever enables the parent for it.
 	u32 parent_mask_disabled;

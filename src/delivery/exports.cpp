@@ -114,7 +114,8 @@ int drv_intr_set_unregist(u32 index_id, u32 type)
 	return drv_intr_unregist_leaf(*irq_info) == 0 ? 0 : FAILED;
 }
 
-static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 virq))
+static int gate_leaf(const char *desc, u32 index_id, u32 type,
+		     void (*gate)(drv_intr_irq_info &irq_info, u32 virq))
 {
 	const srcu_reader reader;
 	drv_intr_irq_info *irq_info = drv_intr_find_leaf(desc, index_id, type);
@@ -133,17 +134,22 @@ static int gate_leaf(const char *desc, u32 index_id, u32 type, void (*gate)(u32 
 		return NOT_USABLE;
 	}
 	intr_trace(virq, "[%s]enter, index_id=0x%x, type=%d", desc, index_id, type);
-	gate(virq);
+	gate(*irq_info, virq);
 	intr_trace(virq, "[%s]success", desc);
 	return 0;
 }
 
 int drv_intr_enable(u32 index_id, u32 type)
 {
-	return gate_leaf("intr enable", index_id, type, enable_irq);
+	return gate_leaf("intr enable", index_id, type, drv_intr_enable_leaf);
+}
+
+static void disable_leaf(drv_intr_irq_info &, u32 virq)
+{
+	disable_irq_nosync(virq);
 }
 
 int drv_intr_disable(u32 index_id, u32 type)
 {
-	return gate_leaf("intr disable", index_id, type, disable_irq_nosync);
+	return gate_leaf("intr disable", index_id, type, disable_leaf);
 }

@@ -13,6 +13,7 @@
 #include "delivery/notify.h"
 
 #include "core/log.h"
+#include "delivery/request.h"
 #include "delivery/subscription.h"
 #include "uapi/intr.h"
 
@@ -170,7 +171,7 @@ static void undo_disable(drv_intr_irq_info &irq_info, u32 virq)
 {
 	const raw_spinlock_guard guard(irq_info.enable_lock);
 
-	enable_irq(virq);
+	drv_intr_enable_leaf(irq_info, virq);
 }
 
 // One message, which leaves the leaf disabled once. 0, or a negative code with the

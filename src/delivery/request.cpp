@@ -161,12 +161,59 @@ static void release_request(drv_intr_irq_info &irq_info)
 		enable_irq(virq);
 }
 
+void drv_intr_enable_leaf(drv_intr_irq_info &irq_info, u32 virq)
+{
+	if (irq_info.starting != 0)
+		irq_info.held_enables++;
+	else
+		enable_irq(virq);
+}
+
+// A request starts the leaf and with that forgets all disables: an enable that has
+// seen one of them would come once too often.
+class [[nodiscard]] start_guard {
+public:
+	explicit start_guard(drv_intr_irq_info &irq_info) : irq_info_(irq_info)
+	{
+		const raw_spinlock_guard guard(irq_info_.enable_lock);
+
+		irq_info_.starting = 1;
+	}
+	~start_guard()
+	{
+		const raw_spinlock_guard guard(irq_info_.enable_lock);
+
+		irq_info_.starting = 0;
+		for (; irq_info_.held_enables > 0; irq_info_.held_enables--)
+			enable_irq(irq_info_.virq);
+	}
+	start_guard(const start_guard &) = delete;
+	start_guard &operator=(const start_guard &) = delete;
+
+private:
+	drv_intr_irq_info &irq_info_;
+};
+
+// A kernel that threads handlers by itself would run that of a leaf with `sync` with
+// bottom halves off: in a thread, by all that it can see, and yet unable to sleep.
+static int request_leaf(drv_intr_irq_info &irq_info)
+{
+	const u32 virq = irq_info.virq;
+	const start_guard starting(irq_info);
+
+	if (irq_info.hwirq_cfg.sync != 0)
+		return request_threaded_irq(virq, drv_intr_irq_handler, nullptr,
+					    IRQF_SHARED | IRQF_NO_THREAD, "drv_irq_sync_handler",
+					    &irq_info);
+	return request_threaded_irq(virq, nullptr, drv_intr_irq_handler, IRQF_SHARED | IRQF_ONESHOT,
+				    "drv_irq_async_handler", &irq_info);
+}
+
 int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 {
 	static constexpr char desc[] = "intr request irq";
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = irq_info.virq;
-	int ret;
 
 	intr_info("[%s]enter, index_id=0x%x, type=%u", desc, cfg.index_id, cfg.type);
 	if (irq_info.requested) {
@@ -178,16 +225,7 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 			 irq_info.cascaded->combiner_id, cfg.index_id, cfg.type);
 		return -EFAULT;
 	}
-	// A kernel that threads handlers by itself would run this one with bottom halves off:
-	// in a thread, by all that it can see, and yet unable to sleep.
-	if (cfg.sync != 0)
-		ret = request_threaded_irq(virq, drv_intr_irq_handler, nullptr,
-					   IRQF_SHARED | IRQF_NO_THREAD, "drv_irq_sync_handler",
-					   &irq_info);
-	else
-		ret = request_threaded_irq(virq, nullptr, drv_intr_irq_handler,
-					   IRQF_SHARED | IRQF_ONESHOT, "drv_irq_async_handler",
-					   &irq_info);
+	int ret = request_leaf(irq_info);
 	if (ret != 0) {
 		intr_err("[%s]request irq fail, ret=%d", desc, ret);
 		return -EFAULT;

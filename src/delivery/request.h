@@ -15,6 +15,10 @@
 // be waiting. Any context, without the lock.
 [[nodiscard]] bool drv_intr_may_wait(const char *desc, const drv_intr_irq_info &irq_info);
 
+// Takes one disable of the leaf back, or changes nothing where there is none. Any
+// context, with `enable_lock` held; `virq` is the leaf's.
+void drv_intr_enable_leaf(drv_intr_irq_info &irq_info, u32 virq);
+
 // The leaf is mapped. Requesting a requested leaf changes nothing. 0, or
 // -EFAULT with the leaf mapped and not requested.
 [[nodiscard]] int drv_intr_request_irq(drv_intr_irq_info &irq_info);

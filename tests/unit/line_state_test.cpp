@@ -113,6 +113,65 @@ TEST_F(LineState, parent_and_leaf_are_moved_at_the_same_time)
 	EXPECT_FALSE(host_line_masked(LINE));
 }
 
+struct starter {
+	u32 virq;
+	std::atomic<bool> seen{false};
+
+	// The first time. Gives the other thread the time that it needs, where nothing
+	// keeps it out.
+	static void on_depth_seen(void *arg)
+	{
+		auto &self = *static_cast<starter *>(arg);
+
+		if (self.seen.exchange(true))
+			return;
+		for (int turn = 0; turn < 2000 && host_irq_depth(self.virq) != 0; turn++)
+			std::this_thread::sleep_for(std::chrono::microseconds(100));
+	}
+};
+
+// A request starts its leaf, which enables it: an enable that has looked at the depth
+// before is then one too many.
+TEST_F(LineState, an_enable_never_meets_a_start_half_way)
+{
+	load();
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+	starter start{drv_mapping_irq(0, TYPE)};
+	host_at(HOST_DEPTH_SEEN, starter::on_depth_seen, &start);
+	std::thread enabler([] { EXPECT_EQ(drv_intr_enable(0, TYPE), 0); });
+	EXPECT_TRUE(eventually([&] { return start.seen.load(); }));
+	EXPECT_EQ(drv_intr_set_regist(
+			  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
+		  0);
+	enabler.join();
+	host_at(HOST_DEPTH_SEEN, nullptr, nullptr);
+	EXPECT_EQ(host_irq_depth(start.virq), 0);
+}
+
+// What came while the request was under way is made good after it.
+TEST_F(LineState, an_enable_while_a_request_starts_the_leaf_is_kept)
+{
+	load();
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+	const u32 virq = drv_mapping_irq(0, TYPE);
+	host_pause("plat_request_threaded_irq", 1);
+	std::thread requester([] {
+		EXPECT_EQ(drv_intr_set_regist(
+				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
+			  0);
+	});
+	EXPECT_TRUE(eventually([] { return host_paused("plat_request_threaded_irq") != 0; }));
+	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
+	EXPECT_EQ(host_irq_depth(virq), 1); // not before the start
+	host_pause_off("plat_request_threaded_irq");
+	requester.join();
+	EXPECT_EQ(host_irq_depth(virq), 0);
+	EXPECT_EQ(drv_intr_disable(0, TYPE), 0);
+	EXPECT_EQ(host_irq_depth(virq), 1);
+	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
+	EXPECT_EQ(host_irq_depth(virq), 0);
+}
+
 // A source that is up again interrupts the moment its parent is enabled. The leaf must
 // be masked anew for that, and disable the parent for its second invocation too.
 TEST_F(LineState, a_threaded_leaf_is_unmasked_when_its_parent_is_enabled)
