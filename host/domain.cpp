@@ -211,6 +211,9 @@ void plat_irq_domain_abandon(struct irq_domain *domain)
 		if (&desc_of(virq)->chip() != &no_chip)
 			bug("irq_domain_abandon: interrupt %u of %s has a chip", virq,
 			    domain->name.c_str());
+		if (desc_of(virq)->lock.cls != class_desc)
+			bug("irq_domain_abandon: interrupt %u of %s has a lock class of the driver",
+			    virq, domain->name.c_str());
 	}
 	domain->host_data = nullptr;
 	domain->map = nullptr;

@@ -580,6 +580,15 @@ void plat_irq_set_activated(u32 virq)
 		desc->set(irqd_activated);
 }
 
+void plat_irq_set_lasting_lockdep_class(u32 virq)
+{
+	count_call(service::irq_set_lasting_lockdep_class);
+	if (irq_desc *desc = desc_of(virq)) {
+		desc->lock.cls = class_desc;
+		desc->request_mutex.cls = class_request;
+	}
+}
+
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level)
 {
 	count_call(service::irq_set_lockdep_class);

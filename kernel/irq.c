@@ -6,8 +6,10 @@
 #include <linux/irq.h>
 #include <linux/irqchip/chained_irq.h>
 #include <linux/irqdesc.h>
+#include <linux/lockdep.h>
 #include <linux/minmax.h>
 #include <linux/rcupdate.h>
+#include <linux/slab.h>
 
 #include "platform/kernel_api.h"
 
@@ -219,6 +221,38 @@ noinline void plat_irq_set_lockdep_class(u32 virq, u32 nest_level)
 
 	irq_set_lockdep_class(virq, &desc_lock_keys[level], &request_mutex_keys[level]);
 }
+
+#ifdef CONFIG_LOCKDEP
+/* Made once and never freed: the lines that have them are looked at as long as the kernel runs. */
+struct lasting_keys {
+	struct lock_class_key desc_lock, request_mutex;
+};
+
+static struct lasting_keys *make_lasting_keys(void)
+{
+	struct lasting_keys *keys = kzalloc(sizeof(*keys), GFP_KERNEL);
+
+	if (!keys)
+		return NULL;
+	lockdep_register_key(&keys->desc_lock);
+	lockdep_register_key(&keys->request_mutex);
+	return keys;
+}
+
+noinline void plat_irq_set_lasting_lockdep_class(u32 virq)
+{
+	static struct lasting_keys *keys;
+
+	if (!keys)
+		keys = make_lasting_keys();
+	if (keys)
+		irq_set_lockdep_class(virq, &keys->desc_lock, &keys->request_mutex);
+}
+#else
+noinline void plat_irq_set_lasting_lockdep_class(u32 virq)
+{
+}
+#endif
 
 noinline bool plat_irq_has_action(u32 virq)
 {

@@ -51,6 +51,7 @@ static void orphan_leaf(const char *desc, drv_intr_irq_info &irq_info)
 		 irq_info.virq, irq_info.hwirq_cfg.index_id, irq_info.hwirq_cfg.type);
 	irq_set_chip_and_handler_name(irq_info.virq, nullptr, nullptr, nullptr);
 	(void)irq_set_chip_data(irq_info.virq, nullptr); // there is a descriptor
+	irq_set_lasting_lockdep_class(irq_info.virq);
 }
 
 // False: the domain has mappings that must stay.

@@ -261,6 +261,10 @@ inline void irq_set_lockdep_class(u32 virq, u32 nest_level)
 {
 	plat_irq_set_lockdep_class(virq, nest_level);
 }
+inline void irq_set_lasting_lockdep_class(u32 virq)
+{
+	plat_irq_set_lasting_lockdep_class(virq);
+}
 
 [[nodiscard]] inline bool irq_has_action(u32 virq)
 {

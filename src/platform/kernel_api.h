@@ -213,6 +213,9 @@ void plat_handle_level_irq(struct irq_desc *desc);
 void plat_irq_set_activated(u32 virq);
 /* A leaf's descriptor lock is taken inside its parent's callers: one class per nesting level. */
 void plat_irq_set_lockdep_class(u32 virq, u32 nest_level);
+/* That class goes with this module: a line that stays behind needs another. Process context, one
+ * caller at a time. */
+void plat_irq_set_lasting_lockdep_class(u32 virq);
 
 /* Whether anybody has the line: with a handler, or chained to it. False without a descriptor. */
 bool plat_irq_has_action(u32 virq);
