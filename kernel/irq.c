@@ -249,9 +249,7 @@ noinline void plat_irq_set_lasting_lockdep_class(u32 virq)
 		irq_set_lockdep_class(virq, &keys->desc_lock, &keys->request_mutex);
 }
 #else
-noinline void plat_irq_set_lasting_lockdep_class(u32 virq)
-{
-}
+noinline void plat_irq_set_lasting_lockdep_class(u32 virq) {}
 #endif
 
 noinline bool plat_irq_has_action(u32 virq)
@@ -259,7 +257,8 @@ noinline bool plat_irq_has_action(u32 virq)
 	return irq_has_action(virq);
 }
 
-/* The kernel's result type is an enumeration of the size of an int, so the handlers fit as they are. */
+/* The kernel's result type is an enumeration of the size of an int, so the handlers fit as they
+ * are. */
 static_assert(sizeof(irqreturn_t) == sizeof(int) && IRQ_HANDLED == 1);
 
 noinline int plat_request_threaded_irq(u32 virq, plat_irq_handler handler,
