@@ -339,7 +339,7 @@ static int line_set_affinity(irq_data *data, const cpumask *mask, bool /*force*/
 	if (!masked)
 		line_mask(data);
 	target.cpus.store(mask->bits, std::memory_order_relaxed);
-	reached(HOST_LINE_MOVES);
+	reached(moment::line_moves);
 	if (!masked)
 		line_unmask(data);
 	data->effective = mask->bits;

@@ -96,7 +96,10 @@ enum class service : u32 {
 void count_call(service which);
 [[nodiscard]] bool fails(service which, long &ret); // counts the call too
 void services_reset();
-void reached(host_place place); // for a test that waits for it with host_at
+
+// Moments of host_at that are no call of the driver's.
+enum class moment : u32 { line_moves, depth_seen, irq_enabled, count };
+void reached(moment here);
 
 // lock.cpp
 enum lock_class : u32 {

@@ -496,10 +496,10 @@ void plat_enable_irq(u32 virq)
 {
 	count_call(service::enable_irq);
 	if (host_irq_depth(virq) > 0) {
-		reached(HOST_DEPTH_SEEN);
+		reached(moment::depth_seen);
 		host_enable_irq(virq);
 	}
-	reached(HOST_IRQ_ENABLED);
+	reached(moment::irq_enabled);
 }
 
 int plat_generic_handle_irq(u32 virq)

@@ -79,16 +79,11 @@ int host_line_pending(uint32_t line);
 int host_line_masked(uint32_t line); /* at the controller, whatever the depth says */
 
 /*
- * Moments that a test forces. hold: the CPU that takes the line waits before it looks
- * for the line's handler, until hold is 0 again; taken: it does so now. pause: the nth
- * call from now of symbol (a "plat_..." name) waits before it does anything, until
- * pause_off; paused: it does so now.
+ * A moment that a test forces: the CPU that takes the line waits before it looks for the
+ * line's handler, until hold is 0 again. taken: it does so now.
  */
 void host_line_hold(uint32_t line, int hold);
 int host_line_taken(uint32_t line);
-void host_pause(const char *symbol, uint32_t nth);
-int host_paused(const char *symbol);
-void host_pause_off(const char *symbol);
 
 /*
  * Makes a GPIO pin of this global number, which interrupts on a line that was not
@@ -209,16 +204,13 @@ void host_fault_count(uint32_t *calls, int *hit);
 void host_force_irq_threads(int forced);
 
 /*
- * Calls call(arg) whenever a thread of the model reaches this place, in its
- * context and under the locks that it holds there. Null: nothing more.
+ * Calls call(arg) whenever a thread of the model comes to this place, in its context and
+ * under the locks that it holds there, until it is given null: "plat_...", this function
+ * is called and has done nothing yet; "line_moves", the root controller has masked a line
+ * to move it; "depth_seen", the driver has seen that an interrupt is disabled, and will
+ * enable it; "irq_enabled", it has done so. A bug for any other.
  */
-enum host_place {
-	HOST_LINE_MOVES, /* the root controller has masked a line to move it */
-	HOST_IRQ_ENABLED, /* the driver has enabled an interrupt */
-	HOST_DEPTH_SEEN, /* it has seen that the interrupt is disabled, and will enable it */
-	HOST_PLACES
-};
-void host_at(enum host_place place, void (*call)(void *arg), void *arg);
+void host_at(const char *place, void (*call)(void *arg), void *arg);
 
 /* Calls of one "plat_..." function since the start; a bug for a name that is none. */
 unsigned long host_calls(const char *symbol);

@@ -36,14 +36,6 @@ static std::atomic<long> fault_ret{0};
 static std::atomic<u32> fault_calls{0};
 static std::atomic<bool> fault_hit{false};
 
-// The pauses, by service.
-struct held_call {
-	std::atomic<u32> nth{0}; // the calls to the one that waits; 0: none
-	std::atomic<bool> off{true};
-	std::atomic<bool> waiting{false};
-};
-static held_call held_calls[service_count];
-
 static u32 find_service(const char *symbol)
 {
 	u32 index = 0;
@@ -53,19 +45,42 @@ static u32 find_service(const char *symbol)
 	return index;
 }
 
-static void pause_if_wanted(held_call &here)
+// Where tests step in: the calls, then the named moments.
+static constexpr const char *moment_names[] = {"line_moves", "depth_seen", "irq_enabled"};
+static constexpr u32 moment_count = static_cast<u32>(moment::count);
+static_assert(sizeof(moment_names) / sizeof(moment_names[0]) == moment_count);
+static constexpr u32 step_count = service_count + moment_count;
+
+static struct {
+	std::atomic<void (*)(void *)> call{nullptr};
+	std::atomic<void *> arg{nullptr};
+} steps[step_count];
+
+static void step_in(u32 index)
 {
-	if (here.nth.load(std::memory_order_relaxed) == 0 || here.nth.fetch_sub(1) != 1)
-		return;
-	here.waiting.store(true, std::memory_order_release);
-	wait_until([&] { return here.off.load(std::memory_order_acquire); }, "paused call");
-	here.waiting.store(false, std::memory_order_release);
+	if (auto *call = steps[index].call.load(std::memory_order_acquire))
+		call(steps[index].arg.load(std::memory_order_relaxed));
+}
+
+void reached(moment here)
+{
+	step_in(service_count + static_cast<u32>(here));
+}
+
+static u32 find_step(const char *name)
+{
+	u32 index = find_service(name);
+
+	while (index >= service_count && index < step_count &&
+	       strcmp(moment_names[index - service_count], name) != 0)
+		index++;
+	return index;
 }
 
 void count_call(service which)
 {
 	calls[static_cast<u32>(which)].fetch_add(1, std::memory_order_relaxed);
-	pause_if_wanted(held_calls[static_cast<u32>(which)]);
+	step_in(static_cast<u32>(which));
 }
 
 bool fails(service which, long &ret)
@@ -81,26 +96,11 @@ bool fails(service which, long &ret)
 	return true;
 }
 
-static struct {
-	std::atomic<void (*)(void *)> call{nullptr};
-	std::atomic<void *> arg{nullptr};
-} places[HOST_PLACES];
-
-void reached(host_place place)
-{
-	if (auto *call = places[place].call.load(std::memory_order_acquire))
-		call(places[place].arg.load(std::memory_order_relaxed));
-}
-
 void services_reset()
 {
 	host_fault_off();
-	for (auto &place : places)
-		place.call.store(nullptr, std::memory_order_relaxed);
-	for (held_call &call : held_calls) {
-		call.nth = 0;
-		call.off = true;
-	}
+	for (auto &step : steps)
+		step.call.store(nullptr, std::memory_order_relaxed);
 	for (auto &counter : calls)
 		counter.store(0, std::memory_order_relaxed);
 }
@@ -140,43 +140,16 @@ void host_fault_count(uint32_t *seen, int *hit)
 		*hit = fault_hit;
 }
 
-void host_at(enum host_place place, void (*call)(void *arg), void *arg)
+void host_at(const char *place, void (*call)(void *arg), void *arg)
 {
-	places[place].arg.store(arg, std::memory_order_relaxed);
-	places[place].call.store(call, std::memory_order_release);
-}
+	const u32 index = find_step(place);
 
-static held_call *find_held_call(const char *symbol)
-{
-	const u32 index = find_service(symbol);
-
-	if (index < service_count)
-		return &held_calls[index];
-	bug("host_pause: there is no function %s", symbol);
-	return nullptr;
-}
-
-void host_pause(const char *symbol, uint32_t nth)
-{
-	if (held_call *call = find_held_call(symbol)) {
-		call->off = false;
-		call->nth = nth;
+	if (index == step_count) {
+		bug("host_at: there is no place %s", place);
+		return;
 	}
-}
-
-int host_paused(const char *symbol)
-{
-	const held_call *call = find_held_call(symbol);
-
-	return call && call->waiting.load(std::memory_order_acquire);
-}
-
-void host_pause_off(const char *symbol)
-{
-	if (held_call *call = find_held_call(symbol)) {
-		call->nth = 0;
-		call->off.store(true, std::memory_order_release);
-	}
+	steps[index].arg.store(arg, std::memory_order_relaxed);
+	steps[index].call.store(call, std::memory_order_release);
 }
 
 unsigned long host_calls(const char *symbol)

@@ -37,7 +37,7 @@ protected:
 	}
 
 	// A direct combiner on line 2 with a registered leaf.
-	void load(u32 async = 0, u32 sync = 0)
+	void load(u32 async = 0, u32 sync = 0, u32 irq_type = 8)
 	{
 		cfg::table table{XML_TABLE_BOARD, {}};
 		cfg::entries &node = table.nodes["irq_combiner@2"];
@@ -45,8 +45,9 @@ protected:
 		std::string why;
 
 		node["global_cfg"] = {{"direct", 1}, {"async", async}, {"allow_max", 1000000}};
-		node["hwirq_cfg0"] = {{"index_id", 0}, {"type", TYPE},	{"hwirq", 0},
-				      {"sync", sync},  {"irq_type", 8}, {"allow_max", 1000000}};
+		node["hwirq_cfg0"] = {{"index_id", 0},	      {"type", TYPE},
+				      {"hwirq", 0},	      {"sync", sync},
+				      {"irq_type", irq_type}, {"allow_max", 1000000}};
 		ASSERT_TRUE(cfg::write_table(table, bytes, why)) << why;
 		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
 		ASSERT_EQ(testbed::load(), 0);
@@ -81,9 +82,9 @@ TEST_F(LineState, a_disable_while_the_line_is_moved_lasts)
 {
 	load();
 	disabler other{parent};
-	host_at(HOST_LINE_MOVES, disabler::on_move, &other);
+	host_at("line_moves", disabler::on_move, &other);
 	EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), 0);
-	host_at(HOST_LINE_MOVES, nullptr, nullptr);
+	host_at("line_moves", nullptr, nullptr);
 	other.thread.join();
 	EXPECT_EQ(host_irq_affinity(parent), 2u);
 	EXPECT_EQ(host_irq_depth(parent), 1);
@@ -137,14 +138,14 @@ TEST_F(LineState, an_enable_never_meets_a_start_half_way)
 	load();
 	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
 	starter start{drv_mapping_irq(0, TYPE)};
-	host_at(HOST_DEPTH_SEEN, starter::on_depth_seen, &start);
+	host_at("depth_seen", starter::on_depth_seen, &start);
 	std::thread enabler([] { EXPECT_EQ(drv_intr_enable(0, TYPE), 0); });
 	EXPECT_TRUE(eventually([&] { return start.seen.load(); }));
 	EXPECT_EQ(drv_intr_set_regist(
 			  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
 		  0);
 	enabler.join();
-	host_at(HOST_DEPTH_SEEN, nullptr, nullptr);
+	host_at("depth_seen", nullptr, nullptr);
 	EXPECT_EQ(host_irq_depth(start.virq), 0);
 }
 
@@ -154,16 +155,16 @@ TEST_F(LineState, an_enable_while_a_request_starts_the_leaf_is_kept)
 	load();
 	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
 	const u32 virq = drv_mapping_irq(0, TYPE);
-	host_pause("plat_request_threaded_irq", 1);
+	held_place request("plat_request_threaded_irq");
 	std::thread requester([] {
 		EXPECT_EQ(drv_intr_set_regist(
 				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
 			  0);
 	});
-	EXPECT_TRUE(eventually([] { return host_paused("plat_request_threaded_irq") != 0; }));
+	EXPECT_TRUE(request.reached());
 	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
 	EXPECT_EQ(host_irq_depth(virq), 1); // not before the start
-	host_pause_off("plat_request_threaded_irq");
+	request.open();
 	requester.join();
 	EXPECT_EQ(host_irq_depth(virq), 0);
 	EXPECT_EQ(drv_intr_disable(0, TYPE), 0);
@@ -193,15 +194,61 @@ TEST_F(LineState, a_threaded_leaf_is_unmasked_when_its_parent_is_enabled)
 	const auto until_taken = [](void *) {
 		eventually([] { return !host_line_pending(LINE); });
 	};
-	host_at(HOST_IRQ_ENABLED, until_taken, nullptr);
+	host_at("irq_enabled", until_taken, nullptr);
 	host_line_set_pending(LINE, 1);
 	EXPECT_TRUE(eventually([] { return calls == 2; }));
 	EXPECT_EQ(host_wait_idle(5000), 0);
-	host_at(HOST_IRQ_ENABLED, nullptr, nullptr);
+	host_at("irq_enabled", nullptr, nullptr);
 	EXPECT_EQ(depths[0], 1);
 	EXPECT_EQ(depths[1], 1);
 	EXPECT_EQ(host_irq_depth(parent), 0);
 	EXPECT_FALSE(host_line_masked(LINE));
+}
+
+// It belongs to the mapping whose edge it is: the next user of the leaf knows nothing of it.
+TEST_F(LineState, a_replay_that_is_due_goes_with_its_mapping)
+{
+	load(1, 1, 1);
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+	ASSERT_NE(drv_mapping_irq(0, TYPE), 0u);
+	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
+	host_enable_irq(parent); // the release had disabled it once more
+	held_place scanned("plat_cond_resched");
+	host_line_set_pending(LINE, 1); // and nobody is registered
+	ASSERT_TRUE(scanned.reached());
+	const auto regist = [] {
+		EXPECT_EQ(drv_intr_set_regist(
+				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
+			  0);
+	};
+	regist(); // the replay is the thread's, which has not come to it
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+	regist();
+	scanned.open();
+	EXPECT_EQ(host_wait_idle(5000), 0);
+	EXPECT_EQ(calls, 0u);
+}
+
+// The release resets the depth: what a client enabled or disabled meanwhile would meet
+// a line that is shut down already, or the next user's.
+TEST_F(LineState, a_leaf_is_left_alone_while_its_interrupt_is_released)
+{
+	constexpr int NOT_USABLE = 22;
+
+	load(1, 1);
+	const u32 leaf = drv_find_mapping_irq(0, TYPE);
+	held_place release("plat_free_irq");
+	std::thread owner([] { EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0); });
+	ASSERT_TRUE(release.reached());
+	EXPECT_EQ(drv_intr_disable(0, TYPE), NOT_USABLE);
+	EXPECT_EQ(drv_intr_enable(0, TYPE), NOT_USABLE);
+	// Its handler may sleep: free_irq must find it idle, and nothing may start it.
+	EXPECT_EQ(host_irq_depth(leaf), 1);
+	release.open();
+	owner.join();
+	// A new mapping can be used at once.
+	ASSERT_NE(drv_mapping_irq(0, TYPE), 0u);
+	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
 }
 
 // Forced, a handler would run in a thread with bottom halves off, where it sees a task

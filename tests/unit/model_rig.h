@@ -54,6 +54,35 @@ private:
 	std::atomic<bool> open_{false};
 };
 
+// Holds back the first thread that comes to a place of host_at.
+class held_place {
+public:
+	explicit held_place(const char *place) : place_(place) { host_at(place, pass, this); }
+	~held_place() { open(); }
+	held_place(const held_place &) = delete;
+	held_place &operator=(const held_place &) = delete;
+
+	bool reached() { return gate_.reached(); }
+	void open()
+	{
+		host_at(place_, nullptr, nullptr);
+		gate_.open();
+	}
+
+private:
+	static void pass(void *arg)
+	{
+		auto &self = *static_cast<held_place *>(arg);
+
+		if (!self.taken_.exchange(true))
+			self.gate_.pass();
+	}
+
+	const char *place_;
+	std::atomic<bool> taken_{false};
+	gate gate_;
+};
+
 // What happened, in order, from whatever thread.
 class journal {
 public:

@@ -2,8 +2,10 @@
 //
 // A parent line at the worst moments of its combiner: a CPU has taken it, or a
 // scan is about to dispatch it, and has not looked for its handler yet. The model
-// holds whoever is there, until the tear-down has come to its wait for readers.
+// holds whoever is there, until the tear-down has come to its wait for readers. And
+// changes that meet: one is held where it must have its lock, another must wait for it.
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -150,16 +152,16 @@ TEST_F(Teardown, a_scan_about_to_dispatch_the_parent_leaf_meets_no_bad_handler)
 	add(9, "leaf:0x400:3");
 	ASSERT_EQ(must("client", "regist 0x900 3"), "ret=0");
 	ASSERT_EQ(host_wait_idle(10000), 0);
-	host_pause("plat_irqs_disabled", 1);
+	held_place dispatch("plat_irqs_disabled");
 	must("cpld", "pulse inner");
-	ASSERT_TRUE(eventually([] { return host_paused("plat_irqs_disabled") != 0; }));
+	ASSERT_TRUE(dispatch.reached());
 	// The handler data goes right after the handler.
-	host_pause("plat_irq_set_handler_data", 1);
+	held_place detached("plat_irq_set_handler_data");
 	std::thread removal([] { remove(9); });
-	EXPECT_TRUE(eventually([] { return host_paused("plat_irq_set_handler_data") != 0; }));
-	host_pause_off("plat_irqs_disabled");
+	EXPECT_TRUE(detached.reached());
+	dispatch.open();
 	EXPECT_TRUE(eventually([] { return host_irq_depth(host_line_virq(4)) == 0; }));
-	host_pause_off("plat_irq_set_handler_data");
+	detached.open();
 	removal.join();
 	EXPECT_EQ(host_wait_idle(10000), 0);
 	EXPECT_THAT(kernel_log(), testing::Not(testing::HasSubstr("unexpected IRQ")));
@@ -178,13 +180,13 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 {
 	describe(4, 0);
 	load();
-	host_pause("plat___irq_domain_add", 1);
+	held_place domain("plat___irq_domain_add");
 	std::thread set_up([&] { add(4, "line:4"); });
-	EXPECT_TRUE(eventually([] { return host_paused("plat___irq_domain_add") != 0; }));
+	EXPECT_TRUE(domain.reached());
 	host_line_set_pending(4, 1);
 	EXPECT_EQ(host_line_masked(4), 1);
 	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 2);
-	host_pause_off("plat___irq_domain_add");
+	domain.open();
 	set_up.join();
 	EXPECT_EQ(host_wait_idle(10000), 0);
 	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 0);
@@ -217,4 +219,177 @@ TEST_F(Teardown, a_card_behind_a_pin_is_refused_while_the_driver_stops)
 				      "card_no=1"));
 	EXPECT_EQ(testbed::ioctl(DRV_INTR_IOC_DEINIT_CARD, &para), 0);
 	must("xml", "drop 0x1000000");
+}
+
+class Meeting : public Teardown {
+protected:
+	using change = std::function<void()>;
+
+	static constexpr u32 LEAF = 0x400;
+
+	void SetUp() override
+	{
+		cfg::table card{card_instance(1), {}};
+
+		Teardown::SetUp();
+		card.nodes["global_cfg"]["common"] = {{"combiner_bitmap", 1}};
+		card.nodes["irq_combiner@0"]["global_cfg"] = {{"int_type", 1}, {"gpio", 400}};
+		install(card);
+		describe(4, 0);
+		describe(5, 1);
+		describe(9, 0);
+		load();
+	}
+
+	void TearDown() override
+	{
+		must("xml", "drop 0x1000000");
+		Teardown::TearDown();
+	}
+
+	static change command(u32 cmd, u32 object, u32 type = TYPE, u32 pid = 0)
+	{
+		return [=] {
+			drv_intr_ioctl_para para{};
+
+			para.index_id = object;
+			para.type = type;
+			para.pid = pid;
+			EXPECT_EQ(testbed::ioctl(cmd, &para), 0) << cmd;
+		};
+	}
+
+	// The first is at `place`; the second begins then, and ends after it.
+	static void expect_waits(
+		const char *place, const change &first, const change &second,
+		const change &meanwhile = [] {})
+	{
+		SCOPED_TRACE(place);
+		std::atomic<bool> through = false;
+		held_place here(place);
+		std::thread holder(first);
+		EXPECT_TRUE(here.reached());
+		std::thread waiting([&] {
+			second();
+			through = true;
+		});
+		std::this_thread::sleep_for(std::chrono::milliseconds(20));
+		EXPECT_FALSE(through);
+		meanwhile();
+		here.open();
+		holder.join();
+		waiting.join();
+	}
+
+	// The combiner is alive, and its parent line untouched, while anybody uses a leaf of it.
+	void expect_kept(const char *place, const change &user)
+	{
+		expect_waits(
+			place, user, [] { remove(4); },
+			[] { EXPECT_EQ(host_irq_depth(host_line_virq(4)), 0); });
+		add(4, "line:4");
+	}
+
+	const change another_card = command(DRV_INTR_IOC_DEINIT_CARD, card_instance(9));
+	const change add_outer = [this] { add(4, "line:4"); };
+	const change map = [] { EXPECT_NE(drv_mapping_irq(LEAF, TYPE), 0u); };
+	const change regist = [] {
+		EXPECT_EQ(drv_intr_set_regist(
+				  LEAF, TYPE, [](u32, u32, void *) {}, nullptr),
+			  0);
+	};
+	const change unregist = [] { EXPECT_EQ(drv_intr_set_unregist(LEAF, TYPE), 0); };
+};
+
+TEST_F(Meeting, changes_of_combiners_wait_for_each_other)
+{
+	expect_waits("plat___irq_domain_add", add_outer, another_card);
+	expect_waits(
+		"plat_irq_domain_remove", [] { remove(4); }, another_card);
+	expect_waits("plat_gpiod_to_irq", command(DRV_INTR_IOC_INIT_CARD, card_instance(1)),
+		     another_card);
+	expect_waits("plat_irq_domain_remove", command(DRV_INTR_IOC_DEINIT_CARD, card_instance(1)),
+		     another_card);
+}
+
+TEST_F(Meeting, cards_wait_for_the_pins_of_the_board)
+{
+	ASSERT_EQ(testbed::unload(), 0);
+	table_.nodes["global_cfg"]["common"] = {{"cfg_type_bitmap", 4}, {"gpio_bitmap", 1}};
+	table_.nodes["irq_combiner@0"]["global_cfg"] = {{"gpio", 401}};
+	expect_waits(
+		"plat_gpiod_to_irq", [this] { load(); }, another_card);
+}
+
+TEST_F(Meeting, users_of_a_leaf_wait_for_each_other)
+{
+	static constexpr u32 PORT = 77;
+	const change subscribe = command(DRV_INTR_IOC_SET_PID, LEAF, TYPE, PORT);
+	const change unsubscribe = command(DRV_INTR_IOC_UNSET_PID, LEAF, TYPE, PORT);
+
+	add_outer();
+	expect_waits("plat_irq_create_mapping", map, map);
+	expect_waits("plat_request_threaded_irq", regist, subscribe);
+	unregist();
+	expect_waits("plat_free_irq", unsubscribe, regist);
+	unregist();
+	expect_waits("plat_irq_create_mapping", subscribe, regist);
+	unsubscribe();
+	expect_waits("plat_free_irq", unregist, regist);
+	unregist();
+	map();
+	// A leaf that becomes a parent line is enabled by nobody else from there on.
+	expect_waits(
+		"plat_disable_irq_nosync", [] { EXPECT_EQ(drv_intr_disable(LEAF, TYPE), 0); },
+		[this] { add(9, "leaf:0x400:3"); });
+}
+
+// Its process has gone: the message fails, and the disable before it is undone.
+TEST_F(Meeting, subscribers_wait_for_a_message_under_way)
+{
+	static constexpr u32 THREADED = 0x500;
+	const auto port = [](u32 cmd, u32 pid) { return command(cmd, THREADED, TYPE, pid); };
+
+	must("cpld", "source s 0xffffffff 5 5:0x40:0x60:0:1:latched");
+	add(5, "line:5");
+	const change fire = [] { must("cpld", "pulse s"); };
+	port(DRV_INTR_IOC_SET_PID, 1)();
+	expect_waits("plat_netlink_unicast", fire, port(DRV_INTR_IOC_SET_PID, 2));
+	ASSERT_EQ(host_wait_idle(10000), 0);
+	expect_waits("plat_netlink_unicast", fire, [] {
+		drv_intr_ioctl_para para{};
+
+		para.index_id = THREADED;
+		para.type = TYPE;
+		para.pid = 3;
+		EXPECT_NE(testbed::ioctl(DRV_INTR_IOC_UNSET_PID, &para), 0);
+	});
+	ASSERT_EQ(host_wait_idle(10000), 0);
+	port(DRV_INTR_IOC_SET_PID, 4)();
+	expect_waits("plat_enable_irq", fire,
+		     [] { EXPECT_EQ(drv_intr_enable(THREADED, TYPE), 0); });
+}
+
+TEST_F(Meeting, a_combiner_stays_while_its_leaf_is_in_use)
+{
+	char text[4096];
+	drv_intr_ioctl_para para{};
+
+	para.buf = reinterpret_cast<unsigned long long>(text);
+	para.buf_len = sizeof(text);
+	const auto report = [&](u32 cmd) {
+		return [&para, cmd] { EXPECT_EQ(testbed::ioctl(cmd, &para), 0); };
+	};
+	add_outer();
+	expect_kept("plat_irq_create_mapping", map);
+	expect_kept("plat_request_threaded_irq", regist);
+	regist();
+	expect_kept("plat_free_irq", unregist);
+	map();
+	expect_kept("plat_disable_irq_nosync", [] { EXPECT_EQ(drv_intr_disable(LEAF, TYPE), 0); });
+	map();
+	expect_kept("plat_irq_get_depth", report(DRV_INTR_IOC_DBG_RUNTIME));
+	regist();
+	para.virq = drv_find_mapping_irq(LEAF, TYPE);
+	expect_kept("plat_irq_get_depth", report(DRV_INTR_IOC_DBG_VIRQ));
 }
