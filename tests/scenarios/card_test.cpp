@@ -505,6 +505,7 @@ TEST_F(Card, failing_pin_of_one_combiner_refuses_the_whole_card)
 	// A pin that is wired as input may refuse to become one.
 	command("board", "fault plat_gpiod_direction_input 2 -5");
 	EXPECT_EQ(card_up(INST), 0);
+	EXPECT_NE(command("board", "fault count").find("hit=1"), std::string::npos);
 	ASSERT_EQ(regist(first.leaves[0]), 0);
 	ASSERT_EQ(regist(second.leaves[0]), 0);
 	expect_card_works();

@@ -86,21 +86,6 @@ TEST_F(Hardware, a_cpu_register_that_cannot_be_mapped_refuses_the_combiner)
 	EXPECT_EQ(peek(0x10), 0u);
 }
 
-TEST_F(Hardware, moving_a_leaf_moves_its_parent_line)
-{
-	const combiner c = make_combiner(0, 2);
-
-	load({c});
-	ASSERT_EQ(regist(c.leaves[0]), 0);
-	const long leaf = ask("client", "find 0 3");
-	for (const long cpus : {2l, 1l}) {
-		ASSERT_EQ(testbed::set_affinity(leaf, static_cast<unsigned long>(cpus)), 0);
-		EXPECT_EQ(ask("board", "cpus line:0"), cpus);
-		EXPECT_EQ(ask("board", "cpus leaf:0:3"), cpus);
-		expect_delivery(c.leaves[0]);
-	}
-}
-
 TEST_F(Hardware, leaves_of_the_backplane_slot_join_the_combiner_they_name)
 {
 	combiner c = make_combiner(4, 3);
@@ -109,11 +94,11 @@ TEST_F(Hardware, leaves_of_the_backplane_slot_join_the_combiner_they_name)
 	configure({c});
 	cfg::entries &node = table().nodes["irq_combiner@4"];
 	cfg::entries &slot_node = table().nodes["slot_isr_0x1a"];
-	slot_node["hwirq_cfg0"] = node["hwirq_cfg2"];
-	slot_node["hwirq_cfg0"]["combiner_id"] = 4;
-	slot_node["hwirq_cfg1"] = node["hwirq_cfg1"]; // names nobody
-	slot_node["hwirq_cfg2"] = node["hwirq_cfg1"];
-	slot_node["hwirq_cfg2"]["combiner_id"] = 5;
+	for (const char *entry : {"hwirq_cfg0", "hwirq_cfg1", "hwirq_cfg3"})
+		slot_node[entry] = node["hwirq_cfg1"]; // the second names nobody
+	slot_node["hwirq_cfg0"]["combiner_id"] = slot_node["hwirq_cfg3"]["combiner_id"] = 5;
+	slot_node["hwirq_cfg2"] = node["hwirq_cfg2"];
+	slot_node["hwirq_cfg2"]["combiner_id"] = 4;
 	node.erase("hwirq_cfg1");
 	node.erase("hwirq_cfg2");
 	install();

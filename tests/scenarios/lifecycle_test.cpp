@@ -274,30 +274,6 @@ TEST_F(Lifecycle, a_line_that_a_combiner_has_is_not_taken_from_it)
 	expect_delivery(witness.leaves[0]);
 }
 
-// Firmware left a leaf enabled, and it is up: interrupts come in the middle of
-// bring-up, and must leave neither a disabled nor an open line behind.
-TEST_F(Lifecycle, bring_up_under_an_asserted_line_leaves_the_line_enabled)
-{
-	for (const u32 async : {0u, 1u}) {
-		combiner c = make_combiner(4, 1, 1);
-		const leaf &leaf = c.leaves[0];
-
-		c.async = async;
-		configure({c});
-		if (!loaded())
-			load();
-		command("cpld", "poke 0xffffffff 5 " + std::to_string(leaf.levels[0].en) + " 1");
-		command("cpld", "assert " + leaf.name);
-		ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
-		EXPECT_TRUE(eventually([&] { return depth("line:4") == 0; }));
-		command("cpld", "deassert " + leaf.name);
-		ASSERT_EQ(regist(leaf), 0);
-		expect_delivery(leaf);
-		del_device("irq_combiner@4");
-		command("cpld", "reset");
-	}
-}
-
 // A leaf that was enabled without ever being requested is closed when its
 // mapping goes: nothing would be there to mask it.
 TEST_F(Lifecycle, unmapping_turns_the_enable_field_off)

@@ -357,6 +357,7 @@ TEST_F(Notify, a_client_and_a_process_share_the_leaf_until_the_last_has_left)
 	expect_served(leaf, {&process});
 }
 
+// A client that leaves may unload at once, whoever stays. What others hold needs no wait.
 TEST_F(Notify, last_user_to_leave_waits_for_the_callback)
 {
 	const combiner c = make_combiner(0, 1);
@@ -373,8 +374,13 @@ TEST_F(Notify, last_user_to_leave_waits_for_the_callback)
 	EXPECT_EQ(unsubscribe(leaf, process.port()), 0);
 	EXPECT_EQ(subscribe(leaf, process.port()), 0);
 	clear_log();
-	std::thread client([&] { EXPECT_EQ(unregist(leaf), 0); });
+	clear_trace();
+	std::thread client([&] {
+		EXPECT_EQ(unregist(leaf), 0);
+		command("cpld", "mark gone");
+	});
 	EXPECT_TRUE(eventually([&] { return logged("[intr set unregist]enter"); }));
+	testbed::sleep_ms(20);
 	std::thread leaving([&] { EXPECT_EQ(unsubscribe(leaf, process.port()), 0); });
 	EXPECT_TRUE(eventually([&] { return logged("[intr ioctl unset pid]enter"); }));
 	command("client", "let_go");
@@ -382,6 +388,9 @@ TEST_F(Notify, last_user_to_leave_waits_for_the_callback)
 	leaving.join();
 	EXPECT_FALSE(mapped(leaf));
 	expect_events(1);
+	std::vector<std::string> marks = trace();
+	std::erase_if(marks, [](const std::string &line) { return !line.starts_with("mark"); });
+	EXPECT_EQ(marks, (std::vector<std::string>{"mark done index=0x0 type=3", "mark gone"}));
 }
 
 struct no_socket {

@@ -324,6 +324,12 @@ TEST_F(Report, texts_for_every_kind_of_combiner_and_leaf_are_exact)
 	const auto virq = static_cast<u32>(numbers()["$L"]);
 	EXPECT_EQ(report(DRV_INTR_IOC_DBG_VIRQ, virq),
 		  fill(LEAF_TEXT, numbers()) + first_leaf_of(CFG_TEXT));
+	// Without a descriptor there is no depth to show.
+	std::string text = fill(LEAF_TEXT, numbers()) + first_leaf_of(CFG_TEXT);
+	text.erase(text.find("      virq depth"),
+		   text.find("\n    cfg info") - text.find("      virq depth"));
+	command("board", "fault plat_irq_get_depth 1 -22");
+	EXPECT_EQ(report(DRV_INTR_IOC_DBG_VIRQ, virq), text);
 }
 
 TEST_F(Report, shows_only_the_bitmaps_in_use)

@@ -94,6 +94,28 @@ TEST_F(Subscription, ends_with_its_socket)
 	expect_served(own, heir);
 }
 
+// A message that met the closed port first has ended the subscription already: the close
+// still takes along the leaf, which nobody else would release.
+TEST_F(Subscription, refused_before_its_socket_is_closed_leaves_no_leaf_behind)
+{
+	const combiner c = make_combiner(0, 1);
+	const leaf &leaf = c.leaves[0];
+
+	configure({c});
+	load();
+	subscriber early;
+	const u32 port = early.port();
+	early.close();
+	ASSERT_EQ(subscribe(leaf, port), 0);
+	fire_open(leaf);
+	EXPECT_TRUE(eventually([&] { return logged("]notify pid fail, ret=-111, del pid"); }));
+	EXPECT_TRUE(mapped(leaf));
+	subscriber late;
+	ASSERT_EQ(late.port(), port);
+	late.close();
+	EXPECT_FALSE(mapped(leaf));
+}
+
 // What was not answered keeps a leaf disabled that others use, and only that.
 TEST_F(Subscription, ends_with_its_socket_and_a_message_unanswered)
 {

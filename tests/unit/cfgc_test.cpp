@@ -67,6 +67,17 @@ std::string combiner(const std::string &entries, const std::string &common = "ch
 		     entries + "\n</node>");
 }
 
+// The settings of a whole instance.
+std::string common(const std::string &keys)
+{
+	return "<node name='global_cfg'><entry name='common' " + keys + "/></node>";
+}
+
+std::string card(const std::string &nodes)
+{
+	return "<irq_combiner instance='0x05000000'>\n" + nodes + "\n</irq_combiner>\n";
+}
+
 // A leaf that has nothing wrong, except for what is added.
 std::string leaf(int n, const std::string &more = "", int level_num = 1)
 {
@@ -113,6 +124,33 @@ TEST(cfgc, good_configurations_have_no_findings)
 		       "</node>"
 		       "<node name='slot_isr_0x2'>" +
 		       leaf(0, "combiner_id='0' l0_chip_id='1'") + "</node>"),
+		 {}},
+		{"alternative backplanes of a direct combiner",
+		 board("<node name='irq_combiner@0'><entry name='global_cfg' direct='1'/></node>"
+		       "<node name='slot_isr_0x1'>" +
+		       leaf(0, "combiner_id='0'") + "</node><node name='slot_isr_0x2'>" +
+		       leaf(0, "combiner_id='0'") + "</node>"),
+		 {}},
+		{"bitmaps of sources that are not in use",
+		 board(common("cfg_type_bitmap='2' acpi_bitmap='1' gpio_bitmap='1'")),
+		 {}},
+		{"one id in the bitmap of a source that is not in use",
+		 board("<node name='irq_combiner@0'/>" +
+		       common("cfg_type_bitmap='1' acpi_bitmap='1' gpio_bitmap='1'")),
+		 {}},
+		{"the device tree beside, with which no combiner comes from ACPI",
+		 board("<node name='irq_combiner@0'/>" +
+		       common("cfg_type_bitmap='7' acpi_bitmap='1' gpio_bitmap='1'")),
+		 {}},
+		{"slot leaf of a card",
+		 card(common("combiner_bitmap='2'") +
+		      "<node name='irq_combiner@1'><entry name='global_cfg' int_type='gpio'/>"
+		      "</node><node name='slot_isr_0x1'>" +
+		      leaf(0, "combiner_id='53' l0_chip_id='1'") + "</node>"),
+		 {}},
+		{"an outer level that is always enabled",
+		 combiner("<entry name='hwirq_cfg0' type='1' hwirq='0' level_num='2' "
+			  "l0_status='1' l0_shift='0' l1_en='2' l1_status='3' l1_shift='0'/>"),
 		 {}},
 	});
 }
@@ -190,14 +228,10 @@ TEST(cfgc, refuses_values_that_cannot_be_meant)
 			  "value='2'/>"),
 		 {"3: warning|outside the mask"}},
 		{"label", combiner(leaf(0, "label='Fan 1'")), {"3: error|\"Fan 1\" is no label"}},
-		{"netlink",
-		 board("<node name='global_cfg'><entry "
-		       "name='common'\nnetlink_id='32'/></node>"),
-		 {"3: warning|netlink_id 32"}},
+		{"netlink", board(common("\nnetlink_id='32'")), {"3: warning|netlink_id 32"}},
 		{"two sources for one id",
-		 board("<node name='irq_combiner@0'/><node name='global_cfg'><entry "
-		       "name='common' "
-		       "cfg_type_bitmap='5' acpi_bitmap='1' gpio_bitmap='1'/></node>"),
+		 board("<node name='irq_combiner@0'/>" +
+		       common("cfg_type_bitmap='5' acpi_bitmap='1' gpio_bitmap='1'")),
 		 {"2: error|0x1; give each"}},
 	});
 }
@@ -210,6 +244,9 @@ TEST(cfgc, finds_what_would_never_be_read)
 		{"gap",
 		 combiner(leaf(0) + leaf(2) + leaf(3)),
 		 {"4: error|hwirq_cfg2: never read, since hwirq_cfg1"}},
+		{"two gaps",
+		 combiner(leaf(0) + leaf(2) + leaf(4)),
+		 {"4: error|since hwirq_cfg1", "5: error|since hwirq_cfg1"}},
 		{"not from 0",
 		 combiner("<entry name='cpu_default_cfg1' " + cpu),
 		 {"3: error|cpu_default_cfg0 is missing"}},
@@ -239,9 +276,24 @@ TEST(cfgc, finds_what_would_never_be_read)
 		       "</node>"),
 		 {"2: error|0 to 31"}},
 		{"card combiner that is not in the bitmap",
-		 "<irq_combiner instance='0x05000000'>\n<node name='irq_combiner@1'>"
-		 "<entry name='global_cfg' int_type='gpio'/></node></irq_combiner>",
+		 card("<node name='irq_combiner@1'>"
+		      "<entry name='global_cfg' int_type='gpio'/></node>"),
 		 {"2: warning|bit 1 of combiner_bitmap"}},
+		{"card combiner without a parent line",
+		 card(common("combiner_bitmap='1'") + "\n<node name='irq_combiner@0'/>"),
+		 {"3: warning|without a parent line"}},
+		{"slot leaf of a card combiner without a node",
+		 card("<node name='slot_isr_0x1'>" + leaf(0, "combiner_id='52' l0_chip_id='1'") +
+		      "</node>"),
+		 {"2: warning|combiner_id 52 has no node"}},
+		{"bitmap bits that no card has, and keys of the board",
+		 card(common("\ncombiner_bitmap='0x30'\nnetlink_id='5'")),
+		 {"3: warning|only bits 0 to 3", "4: warning|for the board only"}},
+		{"bitmaps that name combiners without a node",
+		 board(common("cfg_type_bitmap='5'\nacpi_bitmap='0x40'\ngpio_bitmap='0x20'"
+			      "\ncombiner_bitmap='1'")),
+		 {"3: warning|acpi_bitmap names combiner 6",
+		  "4: warning|gpio_bitmap names combiner 5", "5: warning|read for a card only"}},
 	});
 }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 #include "control.h"
@@ -159,6 +160,165 @@ TEST_F(monitor, unset_while_suppressed_gives_the_line_back_exactly_once)
 	std::this_thread::sleep_for(std::chrono::milliseconds(150)); // where its timer would strike
 	EXPECT_EQ(held(), 0);
 	EXPECT_EQ(drv_intr_monitor_do_check(virq, nullptr, virq), -ENOENT);
+}
+
+// The period is counted from its first occurrence to its whole length.
+TEST_F(monitor, occurrences_far_apart_in_one_period_add_up)
+{
+	using clock = std::chrono::steady_clock;
+	constexpr std::chrono::milliseconds period(300);
+	bool in_time = false;
+
+	while (!in_time) { // not where the machine let it sleep too long
+		ASSERT_EQ(set(2, period.count()), 0);
+		const auto begin = clock::now();
+		occur(2);
+		std::this_thread::sleep_for(period * 2 / 3);
+		occur(1);
+		in_time = clock::now() - begin < period;
+		if (in_time) {
+			EXPECT_EQ(suppressions(), 1u);
+			EXPECT_TRUE(wait_until_open());
+			EXPECT_LT(clock::now() - begin, period * 3 / 2 + std::chrono::seconds(2));
+		}
+		EXPECT_EQ(unset(), 0);
+	}
+}
+
+// A leaf beside the parent: nobody reports it, the kernel counts it.
+class monitor_samples : public monitor {
+protected:
+	static constexpr u32 LEAF_LINE = 6, SAMPLES_MS = 40;
+
+	void SetUp() override
+	{
+		monitor::SetUp();
+		leaf = host_line_virq(LEAF_LINE);
+		ASSERT_EQ(host_irq_request(
+				  leaf, [](int, void *) { return 1; }, "leaf", this),
+			  0);
+	}
+	void TearDown() override
+	{
+		drv_intr_monitor_unset_param(leaf, leaf);
+		unset();
+		host_irq_free(leaf, this);
+		monitor::TearDown();
+	}
+	int watch_leaf(u32 allow_max, u32 suppress_ms)
+	{
+		return drv_intr_monitor_set_param(leaf, leaf, allow_max, suppress_ms, 1, nullptr);
+	}
+	void fire_leaf(u32 times)
+	{
+		while (times--) {
+			const u32 before = host_irq_count(leaf);
+
+			host_line_set_pending(LEAF_LINE, 1);
+			while (host_irq_count(leaf) == before)
+				std::this_thread::yield();
+		}
+	}
+	bool leaf_held() const { return host_irq_depth(leaf) == 1; }
+	std::string leaf_line() const
+	{
+		for (const std::string &line : read_control("monitor"))
+			if (line.starts_with("virq=" + std::to_string(leaf) + " "))
+				return line;
+		return "";
+	}
+	static void wait_for_samples()
+	{
+		std::this_thread::sleep_for(std::chrono::milliseconds(SAMPLES_MS));
+	}
+	static bool soon(const std::function<bool()> &condition)
+	{
+		for (int turn = 0; turn < 20000 && !condition(); turn++)
+			std::this_thread::sleep_for(std::chrono::milliseconds(1));
+		return condition();
+	}
+
+	u32 leaf = 0;
+};
+
+// What the leaf did before the parent was busy enough to look is not held against it.
+TEST_F(monitor_samples, a_leaf_is_judged_by_what_it_does_while_its_parent_is_busy)
+{
+	ASSERT_EQ(set(100, never_ms), 0);
+	ASSERT_EQ(watch_leaf(3, never_ms), 0);
+	fire_leaf(10);
+	occur(3);
+	wait_for_samples();
+	EXPECT_NE(leaf_line().find(" count=0 "), std::string::npos) << leaf_line();
+	occur(1); // one more than the leaf may: sampling begins
+	fire_leaf(3);
+	EXPECT_TRUE(soon([&] { return leaf_line().find(" count=3 ") != std::string::npos; }))
+		<< leaf_line();
+	EXPECT_FALSE(leaf_held());
+	fire_leaf(1);
+	EXPECT_TRUE(soon([&] { return leaf_held(); }));
+	EXPECT_NE(leaf_line().find(" count=4 suppressed=1 suppress_cnt=1"), std::string::npos);
+	EXPECT_EQ(held(), 0);
+	EXPECT_EQ(suppressions(), 0u);
+}
+
+// The leaf is disabled instead of the parent, once: a parent that storms by itself
+// afterwards is disabled as any other.
+TEST_F(monitor_samples, a_parent_at_its_bound_is_spared_where_a_leaf_storms)
+{
+	ASSERT_EQ(set(20, never_ms), 0);
+	ASSERT_EQ(watch_leaf(3, never_ms), 0);
+	occur(4);
+	fire_leaf(4);
+	occur(17);
+	EXPECT_TRUE(leaf_held());
+	EXPECT_EQ(held(), 0);
+	occur(20);
+	EXPECT_EQ(held(), 0);
+	occur(1);
+	EXPECT_EQ(held(), 1);
+	EXPECT_EQ(suppressions(), 1u);
+}
+
+TEST_F(monitor_samples, quiet_parents_end_the_sampling)
+{
+	ASSERT_EQ(watch_leaf(3, 30), 0);
+	ASSERT_EQ(set(100, 1), 0);
+	for (u32 round = 1; round <= 2; round++) {
+		occur(4);
+		fire_leaf(1);
+		const std::string counted = " count=" + std::to_string(round) + " ";
+		EXPECT_TRUE(soon([&] { return leaf_line().find(counted) != std::string::npos; }))
+			<< leaf_line();
+		std::this_thread::sleep_for(std::chrono::milliseconds(100)); // two windows
+		fire_leaf(5);
+		occur(1);
+		wait_for_samples();
+		EXPECT_NE(leaf_line().find(counted), std::string::npos) << leaf_line();
+	}
+	EXPECT_FALSE(leaf_held());
+}
+
+// Which line was set first, and which went, does not matter.
+TEST_F(monitor_samples, begin_at_the_smallest_bound_of_those_that_have_one)
+{
+	constexpr u32 OTHER = 0x7000; // a number without an interrupt
+
+	ASSERT_EQ(drv_intr_monitor_set_param(OTHER, OTHER, 1, 1, 1, nullptr), 0);
+	ASSERT_EQ(drv_intr_monitor_unset_param(OTHER, OTHER), 0);
+	ASSERT_EQ(set(5, never_ms, 0), 0); // no bound: not one to go by
+	ASSERT_EQ(watch_leaf(7, never_ms), 0);
+	ASSERT_EQ(drv_intr_monitor_set_param(OTHER, OTHER, 9, 1, 1, nullptr), 0);
+	occur(7);
+	fire_leaf(1);
+	wait_for_samples();
+	EXPECT_NE(leaf_line().find(" count=0 "), std::string::npos) << leaf_line();
+	occur(1);
+	fire_leaf(1);
+	EXPECT_TRUE(soon([&] { return leaf_line().find(" count=1 ") != std::string::npos; }))
+		<< leaf_line();
+	EXPECT_EQ(drv_intr_monitor_unset_param(OTHER, OTHER), 0);
+	EXPECT_EQ(held(), 0);
 }
 
 std::atomic<bool> print_entered, print_may_end;

@@ -246,6 +246,7 @@ std::vector<wrong_word> wrong_words(const cfg::bytes &good)
 		{"entries moved", XML_HDR_ENTRIES * 4, word(good, XML_HDR_ENTRIES * 4) + 4,
 		 "entries"},
 		{"keys behind the end", XML_HDR_KEYS * 4, 0xfffffff0, "keys"},
+		{"strings too short", XML_HDR_STRING_SIZE * 4, string_size - 1, "strings"},
 		{"strings too long", XML_HDR_STRING_SIZE * 4, string_size + 1, "strings"},
 		{"last string unterminated", last_string, 0x41414141, "not terminated"},
 		{"control character", last_string, 0x0041410a, "visible"},
