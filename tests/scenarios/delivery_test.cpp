@@ -385,27 +385,6 @@ TEST_F(Delivery, enable_replays_an_edge_and_clears_a_level)
 	EXPECT_EQ(events().front().index, c.leaves[0].index);
 }
 
-// A storm ends in the monitor, and the line comes back.
-TEST_F(Delivery, a_storm_is_bounded_and_the_line_comes_back)
-{
-	combiner c = make_combiner(0, 1);
-
-	c.allow_max = 20;
-	c.suppress_ms = 3000;
-	c.leaves[0].sync = 1;
-	load({c});
-	ASSERT_EQ(regist(c.leaves[0]), 0);
-	command("cpld", "assert " + c.leaves[0].name); // and nobody takes it away
-	EXPECT_TRUE(eventually([&] { return depth("line:0") == 1; }));
-	EXPECT_LE(events().size(), 21u);
-	command("cpld", "deassert " + c.leaves[0].name);
-	EXPECT_TRUE(eventually([&] { return depth("line:0") == 0; }));
-	// What was latched at the end of the storm may still come, too.
-	clear_events();
-	fire_open(c.leaves[0]);
-	EXPECT_TRUE(wait_events(1));
-}
-
 } // namespace
 
 } // namespace rig

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0
 //
 // A combiner whose parent line is a leaf of another combiner.
+#include <gmock/gmock.h>
+
 #include "rig.h"
 
 namespace rig {
@@ -73,6 +75,26 @@ TEST_P(Nested, parent_leaf_is_free_once_the_inner_one_has_gone)
 	ASSERT_EQ(regist(outer.leaves[1]), 0);
 	expect_delivery(outer.leaves[1]);
 	EXPECT_EQ(unregist(outer.leaves[1]), 0);
+}
+
+// It may sleep wherever a thread further out dispatches it, and is waited for.
+TEST_P(Nested, a_leaf_is_released_during_its_callback)
+{
+	bring_up();
+	for (const leaf &leaf : {inner.leaves[0], inner.leaves[1]}) {
+		clear_events();
+		ASSERT_EQ(unregist(leaf), 0);
+		const bool sleeps = GetParam().outer_async || GetParam().inner_async || !leaf.sync;
+		ASSERT_EQ(regist(leaf, sleeps ? "sleep_ms=30" : ""), 0);
+		clear_trace();
+		fire(leaf);
+		ASSERT_TRUE(wait_events(1));
+		EXPECT_EQ(unregist(leaf), 0);
+		if (sleeps) {
+			EXPECT_THAT(trace(), testing::Contains(testing::StartsWith("mark done")));
+		}
+	}
+	expect_delivery(inner.leaves[2]);
 }
 
 // The inner one goes while a handler of its own keeps a pass of it open.

@@ -417,24 +417,6 @@ TEST_F(Report, shows_that_a_leaf_is_suppressed)
 		<< report(DRV_INTR_IOC_DBG_VIRQ, virq);
 }
 
-TEST_F(Report, counts_parent_interrupts)
-{
-	const combiner c = make_combiner(0, 1);
-	const auto count = [&] {
-		const std::string text = report(DRV_INTR_IOC_DBG_RUNTIME);
-		return std::stoul(text.substr(text.find("parent int cnt") + 24));
-	};
-
-	load({c});
-	ASSERT_EQ(regist(c.leaves[0]), 0);
-	for (size_t fired = 1; fired <= 3; fired++) {
-		const unsigned long before = count();
-		fire_open(c.leaves[0]);
-		ASSERT_TRUE(wait_events(fired));
-		EXPECT_GT(count(), before);
-	}
-}
-
 class ReportTrace : public Report {
 protected:
 	void trace_only(long virq)

@@ -202,9 +202,15 @@ TEST_F(Driver, lists_end_at_their_limit_and_at_the_first_gap)
 		table_.nodes["n"]["full" + std::to_string(i)] =
 			table_.nodes["n"]["gap" + std::to_string(i)] = write;
 	table_.nodes["n"]["gap3"].erase("mask");
-	for (u32 i = 0; i < 130; i++)
-		table_.nodes["n"]["hwirq_cfg" + std::to_string(i)] = leaf_keys(i);
+	for (u32 i = 0; i < 130; i++) {
+		const std::string entry = "hwirq_cfg" + std::to_string(i);
+
+		table_.nodes["n"][entry] = table_.nodes["slot_isr_0x1a"][entry] = leaf_keys(i);
+		table_.nodes["slot_isr_0x1a"][entry]["combiner_id"] = 3;
+	}
 	install();
+	ASSERT_EQ(testbed::load_backplane(), 0);
+	write_control("backplane", "type 0x1a");
 	writes.init();
 	EXPECT_EQ(drv_intr_get_xml_cpu_cfg("n", "full", BOARD, writes), 0);
 	EXPECT_EQ(length(writes), 16u);
@@ -215,7 +221,10 @@ TEST_F(Driver, lists_end_at_their_limit_and_at_the_first_gap)
 	leaves.init();
 	EXPECT_EQ(drv_intr_get_xml_hwirq_cfg("n", BOARD, CHIP, leaves), 0);
 	EXPECT_EQ(length(leaves), 128u);
+	EXPECT_EQ(drv_intr_get_xml_slot_hwirq_cfg(BOARD, CHIP, 3, leaves), 0);
+	EXPECT_EQ(length(leaves), 256u);
 	drv_intr_free_hwirq_cfg_list(leaves);
+	EXPECT_EQ(testbed::unload_backplane(), 0);
 }
 
 TEST_F(Driver, lookups_give_the_first_in_list_order)

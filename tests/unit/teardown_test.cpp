@@ -336,7 +336,10 @@ TEST_F(Meeting, users_of_a_leaf_wait_for_each_other)
 	expect_waits("plat_irq_create_mapping", subscribe, regist);
 	unsubscribe();
 	expect_waits("plat_free_irq", unregist, regist);
-	unregist();
+	// A scan has read the virq: it must not become another leaf's before the dispatch.
+	must("cpld", "source t 0xffffffff 4 4:0x40:0x60:0:1:latched");
+	expect_waits(
+		"plat_generic_handle_irq", [] { must("cpld", "pulse t"); }, unregist);
 	map();
 	// A leaf that becomes a parent line is enabled by nobody else from there on.
 	expect_waits(
