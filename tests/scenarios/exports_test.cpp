@@ -2,8 +2,6 @@
 //
 // The interface for other kernel modules, and what its users may do to each
 // other.
-#include <atomic>
-#include <thread>
 
 #include <gmock/gmock.h>
 
@@ -181,37 +179,6 @@ TEST_F(Exports, unregister_waits_for_a_running_callback)
 	ASSERT_EQ(regist(c.leaves[2]), 0);
 	fire(c.leaves[2]);
 	expect_events(1);
-}
-
-TEST_F(Exports, registration_races_leave_no_mapping_and_spare_others)
-{
-	combiner c = make_combiner(0, 2);
-
-	c.leaves[0].sync = 1;
-	load({c});
-	ASSERT_EQ(regist(c.leaves[1]), 0);
-	std::vector<std::thread> threads;
-	std::atomic<int> registered = 0;
-	for (int t = 0; t < 3; t++) {
-		threads.emplace_back([&] {
-			for (int round = 0; round < 15; round++) {
-				registered +=
-					testbed::control("client", "regist 0 3").reply == "ret=0";
-				testbed::control("client", "disable 0 3");
-				testbed::control("client", "enable 0 3");
-				testbed::control("client", "unregist 0 3");
-			}
-		});
-	}
-	for (size_t shot = 0; shot < 40; shot++) {
-		fire(c.leaves[0]);
-		testbed::sleep_ms(1);
-	}
-	for (std::thread &thread : threads)
-		thread.join();
-	EXPECT_EQ(registered, 3 * 15);
-	EXPECT_EQ(ask("client", "find 0 3"), 0);
-	expect_delivery(c.leaves[1]);
 }
 
 } // namespace

@@ -182,43 +182,6 @@ TEST_F(Stress, meddling_from_all_sides_loses_no_interrupt_of_others)
 	expect_all_works();
 }
 
-// Cards and devices from several processes at once: each change is whole, and a
-// card that another process just brought up is refused, not doubled.
-TEST_F(Stress, concurrent_changes_of_cards_and_devices_are_whole)
-{
-	std::atomic<int> up = 0, down = 0;
-
-	start();
-	clear_events();
-	std::vector<std::thread> threads;
-	for (int process = 0; process < 2; process++) {
-		threads.emplace_back([&] {
-			for (int round = 0; round < 12; round++) {
-				const int code = card_up(INST);
-				EXPECT_TRUE(code == 0 || code == REFUSED) << code;
-				up += code == 0;
-				down += card_down(INST) == 0;
-			}
-		});
-	}
-	threads.emplace_back([&] {
-		for (int round = 0; round < 8; round++) {
-			EXPECT_EQ(testbed::unbind("irq_combiner", "soc:irq_combiner@2"), 0);
-			EXPECT_EQ(testbed::bind("irq_combiner", "soc:irq_combiner@2"), 0);
-		}
-	});
-	std::thread storm([&] { fire_all(); });
-	for (std::thread &thread : threads)
-		thread.join();
-	stop = true;
-	storm.join();
-	EXPECT_GT(up, 0);
-	EXPECT_EQ(down, 24);
-	EXPECT_EQ(cards(), std::vector<u32>{});
-	expect_delivered(witness, fired);
-	expect_all_works();
-}
-
 } // namespace
 
 } // namespace rig

@@ -51,9 +51,22 @@ protected:
 		ASSERT_TRUE(cfg::write_table(table, bytes, why)) << why;
 		ASSERT_EQ(testbed::write_blob("xml_table", bytes), 0);
 		ASSERT_EQ(testbed::load(), 0);
+		regist();
+	}
+
+	static void regist()
+	{
 		ASSERT_EQ(drv_intr_set_regist(
 				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
 			  0);
+	}
+
+	void enable_without_client()
+	{
+		EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+		ASSERT_NE(drv_mapping_irq(0, TYPE), 0u);
+		EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
+		host_enable_irq(parent); // the release had disabled it once more
 	}
 
 	u32 parent = 0;
@@ -205,22 +218,34 @@ TEST_F(LineState, a_threaded_leaf_is_unmasked_when_its_parent_is_enabled)
 	EXPECT_FALSE(host_line_masked(LINE));
 }
 
+// Wherever the leaf's handler belongs.
+TEST_F(LineState, an_edge_that_nobody_could_take_is_replayed_once)
+{
+	for (const u32 async : {0u, 1u}) {
+		for (const u32 sync : {0u, 1u}) {
+			load(async, sync, 1);
+			enable_without_client();
+			host_line_set_pending(LINE, 1);
+			EXPECT_EQ(host_wait_idle(5000), 0);
+			calls = 0;
+			regist();
+			EXPECT_TRUE(eventually([] { return calls > 0; }));
+			EXPECT_EQ(host_wait_idle(5000), 0);
+			EXPECT_EQ(calls, 1u) << async << sync;
+			EXPECT_EQ(testbed::unload(), 0);
+		}
+	}
+	load();
+}
+
 // It belongs to the mapping whose edge it is: the next user of the leaf knows nothing of it.
 TEST_F(LineState, a_replay_that_is_due_goes_with_its_mapping)
 {
 	load(1, 1, 1);
-	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
-	ASSERT_NE(drv_mapping_irq(0, TYPE), 0u);
-	EXPECT_EQ(drv_intr_enable(0, TYPE), 0);
-	host_enable_irq(parent); // the release had disabled it once more
+	enable_without_client();
 	held_place scanned("plat_cond_resched");
 	host_line_set_pending(LINE, 1); // and nobody is registered
 	ASSERT_TRUE(scanned.reached());
-	const auto regist = [] {
-		EXPECT_EQ(drv_intr_set_regist(
-				  0, TYPE, [](u32, u32, void *) { calls++; }, nullptr),
-			  0);
-	};
 	regist(); // the replay is the thread's, which has not come to it
 	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
 	regist();

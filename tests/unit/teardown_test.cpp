@@ -186,8 +186,14 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 	host_line_set_pending(4, 1);
 	EXPECT_EQ(host_line_masked(4), 1);
 	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 2);
+	// Nor does it interrupt this CPU before all is done that comes with the handler.
+	bool irqs_off = false;
+	const auto note = [](void *off) { *static_cast<bool *>(off) = host_irqs_disabled(); };
+	host_at("plat_irq_chip_unmask", note, &irqs_off);
 	domain.open();
 	set_up.join();
+	host_at("plat_irq_chip_unmask", nullptr, nullptr);
+	EXPECT_TRUE(irqs_off);
 	EXPECT_EQ(host_wait_idle(10000), 0);
 	EXPECT_EQ(host_irq_depth(host_line_virq(4)), 0);
 	EXPECT_EQ(host_line_masked(4), 0);
@@ -333,6 +339,9 @@ TEST_F(Meeting, users_of_a_leaf_wait_for_each_other)
 	unregist();
 	expect_waits("plat_free_irq", unsubscribe, regist);
 	unregist();
+	expect_waits("plat_irq_create_mapping", subscribe, subscribe);
+	unsubscribe(); // the one that there is
+	EXPECT_EQ(drv_find_mapping_irq(LEAF, TYPE), 0u);
 	expect_waits("plat_irq_create_mapping", subscribe, regist);
 	unsubscribe();
 	expect_waits("plat_free_irq", unregist, regist);
