@@ -186,7 +186,15 @@ TEST_F(Card, whose_id_is_none_reads_nothing)
 
 TEST_F(Card, combiners_are_those_of_the_bitmap)
 {
-	start();
+	combiner last = make_card_combiner(2, 3, 1);
+
+	place_at_gpio(last, 1);
+	load({board, first, second, last});
+	ASSERT_EQ(card_up(last.inst), 0);
+	EXPECT_EQ(card_up(last.inst), REFUSED);
+	EXPECT_EQ(cards(), std::vector<u32>{43});
+	ASSERT_EQ(card_down(last.inst), 0);
+	EXPECT_EQ(cards(), std::vector<u32>{});
 	set_bitmap(0x12);
 	ASSERT_EQ(card_up(INST), 0);
 	EXPECT_TRUE(logged("2 [intr init card combiner]enter, bitmap=0x12"));
@@ -464,6 +472,7 @@ TEST_P(CardStep, fails_and_the_whole_card_is_gone)
 	EXPECT_TRUE(logged("1 [intr ioctl init card combiner]card combiner init fail, ret=-14"));
 	EXPECT_FALSE(testbed::thread_exists("intr36-handler"));
 	EXPECT_FALSE(testbed::thread_exists("intr37-handler"));
+	EXPECT_FALSE(logged("skip free irq")) << "the parent leaf is given back once";
 	record();
 	command("board", "fault off");
 	command("monitor", "off");

@@ -74,6 +74,11 @@ TEST_P(LeafTrace, mask_clear_handler_clear_unmask)
 	EXPECT_TRUE(eventually([&] { return changes().size() >= expected.size(); }));
 	EXPECT_EQ(changes(), expected);
 	record("cpld", changes());
+	// Released it is disabled, and at no moment enabled again.
+	clear_trace();
+	EXPECT_EQ(unregist(leaf), 0);
+	EXPECT_EQ(changes(), (std::vector<std::string>{enable_write(leaf.levels.back(), 0),
+						       clear_write(leaf.levels.back())}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, LeafTrace,
@@ -337,6 +342,7 @@ TEST_F(Delivery, direct_leaf_that_fired_before_its_request_is_delivered_after_it
 		command("cpld", "deassert " + leaf.name);
 		if (given_back) {
 			EXPECT_EQ(unregist(leaf), 0);
+			EXPECT_EQ(depth("line:2"), 2);
 		}
 		clear_events();
 		ASSERT_EQ(regist(leaf, "quiesce=" + leaf.name), 0);

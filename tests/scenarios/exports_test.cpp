@@ -21,8 +21,11 @@ TEST_F(Exports, mapping_lasts_from_first_demand_to_last_user)
 	clear_log();
 	EXPECT_EQ(ask("client", "find 0 3"), 0);
 	EXPECT_TRUE(log().empty());
+	clear_trace();
 	const long virq = ask("client", "map 0 3");
 	ASSERT_GT(virq, 0);
+	// What was latched before is nobody's.
+	EXPECT_EQ(changes(), std::vector<std::string>{clear_write(c.leaves[0].levels.back())});
 	const std::vector<std::string> expected = {
 		"2 [mapping irq]index_id=0x0, type=3",
 		"2 [mapping irq]clear irq int state, virq=" + std::to_string(virq),

@@ -111,21 +111,27 @@ TEST_F(ParentLeaf, can_be_enabled_and_requested_afterwards)
 // configuration speaks of a leaf: only a card's combiner maps one by itself.
 TEST_F(ParentLeaf, that_was_handed_over_stays_mapped)
 {
-	combiner board = make_combiner(0, 1);
+	for (const auto &[int_type, type] : {std::pair(2u, 3u), std::pair(0u, 0u)}) {
+		combiner board = make_combiner(0, 1);
+		const leaf &handed_over = board.leaves[0];
 
-	inner.int_type = 2;
-	inner.line = board.line;
-	inner.outer = board.leaves[0].levels;
-	configure({board, inner});
-	load();
-	const long virq = ask("client", "map 0 3");
-	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0:3"));
-	ASSERT_EQ(regist(inner.leaves[0]), 0);
-	expect_delivery(inner.leaves[0]);
-	del_device("irq_combiner@9");
-	EXPECT_EQ(ask("client", "find 0 3"), virq);
-	ASSERT_EQ(regist(board.leaves[0]), 0);
-	expect_delivery(board.leaves[0]);
+		board.leaves[0].type = type;
+		inner.int_type = int_type;
+		inner.line = board.line;
+		inner.outer = handed_over.levels;
+		configure({board, inner});
+		load();
+		const long virq = ask("client", "map " + pair_of(handed_over));
+		ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0:" + std::to_string(type)));
+		ASSERT_EQ(regist(inner.leaves[0]), 0);
+		expect_delivery(inner.leaves[0]);
+		del_device("irq_combiner@9");
+		EXPECT_EQ(ask("client", "find " + pair_of(handed_over)), virq);
+		ASSERT_EQ(regist(handed_over), 0);
+		expect_delivery(handed_over);
+		unload();
+		command("cpld", "reset");
+	}
 }
 
 // Three deep, torn down from the outermost: the innermost goes first, each takes

@@ -197,13 +197,15 @@ class SourceTrigger : public Source, public testing::WithParamInterface<trigger>
 TEST_P(SourceTrigger, of_a_pin_is_set_or_fails_the_load)
 {
 	const auto &[irq_type, known] = GetParam();
+	combiner last = make_combiner(BOARD_COMBINERS - 1, 1);
 
-	pin.irq_type = irq_type;
-	configure({pin});
-	use_sources(GPIO, 1u << 8);
+	place_at_gpio(last, 0);
+	last.irq_type = irq_type;
+	configure({last});
+	use_sources(GPIO, 1u << last.id);
 	if (known) {
 		load();
-		expect_works(pin.leaves[0]);
+		expect_works(last.leaves[0]);
 		return;
 	}
 	EXPECT_EQ(testbed::load(), REFUSED);

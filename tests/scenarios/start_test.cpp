@@ -303,6 +303,7 @@ TEST_F(Start, that_fails_waits_for_a_process_inside)
 			para.inst_id = card_inst(1);
 			EXPECT_EQ(testbed::device_ioctl(handle, DRV_INTR_IOC_INIT_CARD, &para),
 				  REFUSED);
+			EXPECT_TRUE(logged("]the driver is stopping, card_no=1"));
 			EXPECT_FALSE(over);
 			testbed::device_close(handle);
 		}

@@ -94,6 +94,9 @@ struct disabler {
 TEST_F(LineState, a_disable_while_the_line_is_moved_lasts)
 {
 	load();
+	host_fault("plat_irq_get_irq_data", 1, 0); // a parent that has gone cannot be moved
+	EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), -EINVAL);
+	host_fault_off();
 	disabler other{parent};
 	host_at("line_moves", disabler::on_move, &other);
 	EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), 0);
