@@ -101,6 +101,9 @@ TEST_F(Card, coming_and_going_log_exactly_these_lines)
 	EXPECT_EQ(cards(), (std::vector<u32>{36, 37}));
 	EXPECT_FALSE(logged("1 [")) << "an error line in a clean bring-up";
 	record();
+	EXPECT_NE(report(DRV_INTR_IOC_DBG_RUNTIME)
+			  .find("  index_id              : 1\n  type                  : 7\n"),
+		  std::string::npos);
 	ASSERT_EQ(regist(first.leaves[0]), 0);
 	ASSERT_EQ(regist(second.leaves[0]), 0);
 	EXPECT_EQ(unregist(first.leaves[0]), 0);

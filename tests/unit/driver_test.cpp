@@ -245,6 +245,7 @@ TEST_F(Driver, lookups_give_the_first_in_list_order)
 	EXPECT_EQ(drv_intr_get_irq_info_by_index_type(1, TYPE + 1), nullptr);
 	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 0), of(0, 0));
 	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 1), nullptr);
+	EXPECT_EQ(plat_irq_create_mapping(drv_intr_get_combiner(0)->domain, 1), 0u);
 	const u32 virq = drv_mapping_irq(0, TYPE);
 	ASSERT_NE(virq, 0u);
 	EXPECT_EQ(drv_intr_get_irq_info_by_virq(virq), of(0, 0));

@@ -190,7 +190,11 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 	bool irqs_off = false;
 	const auto note = [](void *off) { *static_cast<bool *>(off) = host_irqs_disabled(); };
 	host_at("plat_irq_chip_unmask", note, &irqs_off);
+	held_place handler("plat___irq_set_handler");
 	domain.open();
+	ASSERT_TRUE(handler.reached());
+	EXPECT_EQ(drv_mapping_irq(0x400, TYPE), 0u) << "its leaf is still being set up";
+	handler.open();
 	set_up.join();
 	host_at("plat_irq_chip_unmask", nullptr, nullptr);
 	EXPECT_TRUE(irqs_off);
