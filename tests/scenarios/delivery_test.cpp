@@ -354,21 +354,6 @@ TEST_F(Delivery, direct_leaf_that_fired_before_its_request_is_delivered_after_it
 	}
 }
 
-TEST_F(Delivery, direct_leaf_with_sync_is_delivered_every_time)
-{
-	combiner c{.id = 2, .direct = 1, .leaves = {make_leaf(2, 0, 0)}};
-
-	c.leaves[0].sync = 1;
-	load({c});
-	ASSERT_EQ(regist(c.leaves[0], "quiesce=" + c.leaves[0].name), 0);
-	for (size_t round = 1; round <= 20; round++) {
-		command("cpld", "assert " + c.leaves[0].name);
-		ASSERT_TRUE(wait_events(round));
-	}
-	expect_events(20);
-	EXPECT_EQ(depth("line:2"), 0);
-}
-
 // An edge leaf that fires while it is disabled is not lost, and a level leaf's
 // stale status is not delivered: enabling clears it.
 TEST_F(Delivery, enable_replays_an_edge_and_clears_a_level)

@@ -379,44 +379,6 @@ TEST_F(Report, is_cut_at_the_size_of_the_largest_buffer)
 	EXPECT_GT(leaves, 40u); // one after the other, up to the cut
 }
 
-// The leaf between two combiners is the parent line that the monitor bounds.
-TEST_F(Report, shows_that_a_leaf_is_suppressed)
-{
-	combiner outer = make_combiner(4, 2), inner = make_combiner(9, 1);
-
-	inner.allow_max = 20;
-	inner.suppress_ms = 2000;
-	inner.leaves[0].sync = 1;
-	inner.line = outer.id;
-	inner.outer = outer.leaves[1].levels;
-	load({outer, inner});
-	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
-	ASSERT_TRUE(add_device("irq_combiner@9", "leaf:0x401:3"));
-	ASSERT_EQ(regist(inner.leaves[0]), 0);
-	const auto virq = static_cast<u32>(ask("client", "find 0x401 3"));
-	const auto head = [&](int count, int state, int depth) {
-		return fill("    runtime info\n"
-			    "      Suppress count    : $C\n"
-			    "      Suppress state    : $S(0=normal, 1=suppressed)\n"
-			    "      index_id          : 0x401\n"
-			    "      type              : 3\n"
-			    "      hwirq             : 1\n"
-			    "      virq              : $V\n"
-			    "      virq depth        : $D\n",
-			    {{"$C", count}, {"$S", state}, {"$V", virq}, {"$D", depth}});
-	};
-	const auto reads = [&](const std::string &text) {
-		return report(DRV_INTR_IOC_DBG_VIRQ, virq).starts_with(text);
-	};
-	EXPECT_TRUE(reads(head(0, 0, 0))) << report(DRV_INTR_IOC_DBG_VIRQ, virq);
-	command("cpld", "assert " + inner.leaves[0].name); // and nobody takes it away
-	EXPECT_TRUE(eventually([&] { return reads(head(1, 1, 1)); }))
-		<< report(DRV_INTR_IOC_DBG_VIRQ, virq);
-	command("cpld", "deassert " + inner.leaves[0].name);
-	EXPECT_TRUE(eventually([&] { return reads(head(1, 0, 0)); }))
-		<< report(DRV_INTR_IOC_DBG_VIRQ, virq);
-}
-
 class ReportTrace : public Report {
 protected:
 	void trace_only(long virq)

@@ -194,6 +194,16 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 	domain.open();
 	ASSERT_TRUE(handler.reached());
 	EXPECT_EQ(drv_mapping_irq(0x400, TYPE), 0u) << "its leaf is still being set up";
+	for (const u32 cmd : {DRV_INTR_IOC_DBG_RUNTIME, DRV_INTR_IOC_DBG_CFG}) {
+		char text[8192];
+		drv_intr_ioctl_para para{};
+
+		para.buf = reinterpret_cast<unsigned long long>(text);
+		para.buf_len = sizeof(text);
+		EXPECT_EQ(testbed::ioctl(cmd, &para), 0);
+		EXPECT_THAT(text, testing::Not(testing::AnyOf(testing::HasSubstr("combiner4"),
+							      testing::HasSubstr("intr4"))));
+	}
 	handler.open();
 	set_up.join();
 	host_at("plat_irq_chip_unmask", nullptr, nullptr);
