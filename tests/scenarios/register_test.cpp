@@ -27,7 +27,10 @@ TEST_F(Registers, enable_is_1_in_a_field_of_any_width)
 {
 	own.levels.back().mask = 0x7;
 	own.levels.back().shift = 4;
+	own.levels.front().mask = 0x7;
+	own.levels.front().shift = 4;
 	load({board});
+	EXPECT_EQ(command("cpld", "peek 0xffffffff 1 0x10"), "0x11"); // and its neighbour's
 	ASSERT_EQ(regist(own), 0);
 	EXPECT_EQ(command("cpld", "peek 0xffffffff 1 0x40"), "0x10");
 	clear_trace();

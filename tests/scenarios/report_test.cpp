@@ -341,9 +341,10 @@ TEST_F(Report, shows_only_the_bitmaps_in_use)
 		configure({});
 		table().nodes["global_cfg"]["common"] = {{"cfg_type_bitmap", bitmap},
 							 {"acpi_bitmap", 0x100},
-							 {"gpio_bitmap", 0x200}};
+							 {"gpio_bitmap", 0x20f}};
 		install();
 		load();
+		EXPECT_FALSE(logged("set irq type fail")) << "of a line that is no pin's";
 		const std::string head = "global cfg\n  cfg_type_bitmap       : 0x" +
 					 std::to_string(bitmap) +
 					 "(bit0=acpi, bit1=dts, bit2=gpio)\n" + lines + netlink;
