@@ -396,6 +396,38 @@ TEST_F(Meeting, subscribers_wait_for_a_message_under_way)
 		     [] { EXPECT_EQ(drv_intr_enable(THREADED, TYPE), 0); });
 }
 
+// The second would be told of a leaf that is enabled already.
+TEST_F(Meeting, an_answer_between_two_messages_does_not_enable_the_leaf)
+{
+	static constexpr u32 THREADED = 0x500;
+	struct walk {
+		u32 messages = 0;
+		int depth = -1;
+	} walk;
+	const auto answer = [](void *arg) {
+		auto &seen = *static_cast<struct walk *>(arg);
+
+		if (++seen.messages != 2)
+			return;
+		EXPECT_EQ(drv_intr_enable(THREADED, TYPE), 0);
+		seen.depth = host_irq_depth(drv_find_mapping_irq(THREADED, TYPE));
+	};
+
+	must("cpld", "source s 0xffffffff 5 5:0x40:0x60:0:1:latched");
+	add(5, "line:5");
+	const int sockets[] = {testbed::netlink_open(30), testbed::netlink_open(30)};
+	for (const int socket : sockets)
+		command(DRV_INTR_IOC_SET_PID, THREADED, TYPE, testbed::netlink_port(socket))();
+	host_at("plat_nlmsg_new", answer, &walk);
+	must("cpld", "pulse s");
+	EXPECT_TRUE(eventually([&] { return host_calls("plat_netlink_unicast") == 2; }));
+	EXPECT_EQ(host_wait_idle(10000), 0);
+	host_at("plat_nlmsg_new", nullptr, nullptr);
+	EXPECT_EQ(walk.depth, 1);
+	for (const int socket : sockets)
+		testbed::netlink_close(socket);
+}
+
 TEST_F(Meeting, a_combiner_stays_while_its_leaf_is_in_use)
 {
 	char text[4096];
