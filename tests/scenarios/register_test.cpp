@@ -46,6 +46,7 @@ TEST_F(Registers, enable_is_1_in_a_field_of_any_width)
 TEST_F(Registers, are_cleared_from_the_leaf_outwards)
 {
 	latch_outer_level();
+	board.leaves[1].levels.back().latched = false;
 	load({board});
 	ASSERT_EQ(regist(own), 0);
 	clear_trace();
@@ -54,6 +55,13 @@ TEST_F(Registers, are_cleared_from_the_leaf_outwards)
 	EXPECT_THAT(changes(),
 		    ElementsAre(enable_write(inner, 0), clear_write(inner), clear_write(outer)));
 	record("cpld", changes());
+	// A level that only follows is left out, and no more than that.
+	const leaf &follows = board.leaves[1];
+	ASSERT_EQ(regist(follows), 0);
+	clear_trace();
+	command("client", "disable " + pair_of(follows));
+	EXPECT_THAT(changes(), ElementsAre(enable_write(follows.levels.back(), 0),
+					   clear_write(follows.levels.front())));
 }
 
 TEST_F(Registers, that_fail_to_be_cleared_leave_the_outer_ones_alone)

@@ -86,6 +86,9 @@ TEST_F(Storm, of_one_leaf_disables_that_leaf_and_spares_its_neighbours)
 	ASSERT_EQ(regist(stuck), 0);
 	expect_neighbour_served("a quiet leaf");
 	EXPECT_EQ(suppressions(line_of(stuck)), 0);
+	for (const char *bound : {" allow_max=250 suppress_ms=1000 policy=1 ",
+				  " allow_max=2500 suppress_ms=1000 policy=1 "})
+		EXPECT_NE(testbed::read("monitor").find(bound), std::string::npos) << bound;
 
 	command("cpld", "assert " + stuck.name); // and nobody takes it away
 	expect_neighbour_served("a stuck leaf");

@@ -232,9 +232,12 @@ protected:
 	}
 	static bool soon(const std::function<bool()> &condition)
 	{
-		for (int turn = 0; turn < 5000 && !condition(); turn++)
+		for (int turn = 0; turn < 5000; turn++) {
+			if (condition())
+				return true;
 			std::this_thread::sleep_for(std::chrono::milliseconds(1));
-		return condition();
+		}
+		return false;
 	}
 
 	u32 leaf = 0;
