@@ -385,6 +385,12 @@ void *plat_irq_desc_get_handler_data(struct irq_desc *desc)
 	return desc->handler_data.load(std::memory_order_acquire);
 }
 
+struct irq_data *plat_irq_desc_get_irq_data(struct irq_desc *desc)
+{
+	count_call(service::irq_desc_get_irq_data);
+	return &desc->data;
+}
+
 struct irq_data *plat_irq_get_irq_data(u32 virq)
 {
 	long ret;
@@ -405,6 +411,12 @@ unsigned long plat_irqd_to_hwirq(const struct irq_data *data)
 {
 	count_call(service::irqd_to_hwirq);
 	return data->hwirq;
+}
+
+u32 plat_irqd_get_trigger_type(const struct irq_data *data)
+{
+	count_call(service::irqd_get_trigger_type);
+	return static_cast<u32>(data->desc->settings & irq_type_mask);
 }
 
 struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data)

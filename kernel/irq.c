@@ -29,6 +29,11 @@ noinline void *plat_irq_desc_get_handler_data(struct irq_desc *desc)
 	return irq_desc_get_handler_data(desc);
 }
 
+noinline struct irq_data *plat_irq_desc_get_irq_data(struct irq_desc *desc)
+{
+	return irq_desc_get_irq_data(desc);
+}
+
 noinline struct irq_data *plat_irq_get_irq_data(u32 virq)
 {
 	return irq_get_irq_data(virq);
@@ -42,6 +47,11 @@ noinline u32 plat_irq_data_irq(const struct irq_data *data)
 noinline unsigned long plat_irqd_to_hwirq(const struct irq_data *data)
 {
 	return data->hwirq;
+}
+
+noinline u32 plat_irqd_get_trigger_type(const struct irq_data *data)
+{
+	return irqd_get_trigger_type((struct irq_data *)data);
 }
 
 noinline struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data)

@@ -15,6 +15,7 @@
 
 #include "combiner/level.h"
 #include "combiner/parent.h"
+#include "combiner/scan_plan.h"
 #include "core/log.h"
 
 // Takes the replay that the leaf is due. Pairs with drv_intr_replay_in_thread.
@@ -23,23 +24,63 @@ static bool take_replay(drv_intr_irq_info &irq_info)
 	return read_once(irq_info.replay_due) != 0 && exchange(irq_info.replay_due, 0u) != 0;
 }
 
-// Tests every leaf once, in configuration order, and dispatches the active
-// ones. The virq is read for the dispatch itself, with interrupts off from
-// there on: a release clears it and waits for such regions, so that a virq
-// that another leaf got meanwhile is never used. So does whoever takes the
-// chained handler off a leaf: marks it, waits, and then leaves it without one.
+using leaf_iterator = list<drv_intr_irq_info>::iterator;
+
+// The virq is read for the dispatch itself, with interrupts off from there on: a
+// release clears it and waits for such regions, so that a virq that another leaf got
+// meanwhile is never used. So does whoever takes the chained handler off a leaf: marks
+// it, waits, and then leaves it without one.
+static void dispatch_leaf(drv_intr_irq_info &irq_info, u32 trace_virq, const char *desc)
+{
+	intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc, read_once(irq_info.virq));
+	irqs_off_guard irqs_off;
+	if (read_once(irq_info.detached) == 0)
+		(void)generic_handle_irq(read_once(irq_info.virq));
+}
+
+// Tests leaf after leaf from `at` on, each with reads of its own.
+static void walk_leaves(drv_intr_combiner &combiner, leaf_iterator at, u32 trace_virq,
+			const char *desc)
+{
+	for (; at != combiner.irq_info_list.end(); ++at) {
+		if (take_replay(*at) || drv_combiner_is_virq_active(*at))
+			dispatch_leaf(*at, trace_virq, desc);
+	}
+}
+
+// Up to the end, or to where a replay is due: the plan knows nothing of those. One that
+// a handler of this scan causes is in time for its leaf's turn. Returns the first leaf
+// that had no turn.
+static leaf_iterator scan_by_plan(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
+{
+	drv_intr_scan_plan &plan = *combiner.scan_plan;
+	leaf_iterator rest = combiner.irq_info_list.begin();
+
+	drv_intr_start_scan(plan);
+	while (!test_bit(DRV_INTR_REPLAY_PENDING, combiner.flags)) {
+		drv_intr_irq_info *irq_info = drv_intr_next_active(plan, trace_virq);
+
+		if (!irq_info)
+			return combiner.irq_info_list.end();
+		(void)take_replay(*irq_info); // due since a moment ago
+		dispatch_leaf(*irq_info, trace_virq, desc);
+		rest = ++leaf_iterator(&irq_info->node);
+	}
+	return rest;
+}
+
+// Tests every leaf once, in configuration order, and dispatches the active ones. A
+// plan serves one scan at a time; a second one, of a line that somebody enables while
+// its handler runs, walks.
 static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char *desc)
 {
-	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-		if (!take_replay(irq_info) && !drv_combiner_is_virq_active(irq_info))
-			continue;
-		intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc,
-			   read_once(irq_info.virq));
-		irqs_off_guard irqs_off;
-		if (read_once(irq_info.detached) != 0)
-			continue;
-		(void)generic_handle_irq(read_once(irq_info.virq));
+	leaf_iterator rest = combiner.irq_info_list.begin();
+
+	if (combiner.scan_plan && !test_and_set_bit(DRV_INTR_PLAN_IN_USE, combiner.flags)) {
+		rest = scan_by_plan(combiner, trace_virq, desc);
+		(void)test_and_clear_bit(DRV_INTR_PLAN_IN_USE, combiner.flags);
 	}
+	walk_leaves(combiner, rest, trace_virq, desc);
 }
 
 static void defer_scan(drv_intr_combiner &combiner, u32 virq, const char *desc)
@@ -54,13 +95,14 @@ static void defer_scan(drv_intr_combiner &combiner, u32 virq, const char *desc)
 static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &combiner)
 {
 	static constexpr char text[] = "combiner handler";
-	irq_data *data = irq_get_irq_data(virq);
-	irq_chip *chip = data ? irq_data_get_irq_chip(data) : nullptr;
-	const u32 hwirq = data ? irqd_to_hwirq(data) : 0;
+	irq_data *data = irq_desc_get_irq_data(desc);
+	irq_chip *chip = irq_data_get_irq_chip(data);
+	const bool traced = drv_intr_trace_enabled(virq);
+	const u32 hwirq = traced ? irqd_to_hwirq(data) : 0;
 
-	intr_trace(virq, "[%s]enter, virq=%u, hwirq=%u", text, virq, hwirq);
+	intr_trace_if(traced, "[%s]enter, virq=%u, hwirq=%u", text, virq, hwirq);
 	if (!chip) {
-		intr_trace(virq, "null irq chip");
+		intr_trace_if(traced, "null irq chip");
 		return;
 	}
 	chained_irq_enter(chip, desc);
@@ -72,7 +114,7 @@ static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &co
 	else
 		scan_leaves(combiner, virq, text);
 	chained_irq_exit(chip, desc);
-	intr_trace(virq, "[%s]success, virq=%u, hwirq=%u", text, virq, hwirq);
+	intr_trace_if(traced, "[%s]success, virq=%u, hwirq=%u", text, virq, hwirq);
 }
 
 void drv_combiner_irq_handler(irq_desc *desc)

@@ -11,39 +11,46 @@
 #include "combiner/domain.h"
 
 #include "combiner/dispatch.h"
-#include "combiner/level.h"
+#include "combiner/level_access.h"
 #include "combiner/parent.h"
-#include "core/log.h"
 
-struct leaf_line {
-	drv_intr_irq_info &irq_info;
-	drv_intr_combiner &combiner;
-	u32 virq;
-	bool direct;
-};
-
-static leaf_line leaf_of(irq_data *data)
+static inline drv_intr_irq_info &leaf_of(irq_data *data)
 {
-	auto &irq_info = *static_cast<drv_intr_irq_info *>(irq_data_get_irq_chip_data(data));
-
-	return {irq_info, *irq_info.combiner, irq_data_irq(data),
-		irq_info.combiner->common_cfg.direct != 0};
+	return *static_cast<drv_intr_irq_info *>(irq_data_get_irq_chip_data(data));
 }
 
-static void drv_intr_irq_clear(const leaf_line &leaf)
+static bool is_direct(const drv_intr_irq_info &irq_info)
+{
+	return irq_info.combiner->common_cfg.direct != 0;
+}
+
+// Of the operations there are two of each, with and without lines in the log: this is
+// looked at once.
+static inline bool is_traced(const irq_data *data)
+{
+	return drv_intr_is_tracing() && drv_intr_trace_enabled(irq_data_irq(data));
+}
+
+template <bool TRACED> static inline u32 traced_virq(const irq_data *data)
+{
+	return TRACED ? irq_data_irq(data) : 0;
+}
+
+template <bool TRACED> static inline void drv_intr_irq_clear(drv_intr_irq_info &irq_info, u32 virq)
 {
 	static constexpr char desc[] = "intr irq clear";
 
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	drv_intr_clear_irqinfo(leaf.irq_info);
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
+	drv_intr_clear_levels<TRACED>(irq_info, virq);
+	intr_trace_if(TRACED, "[%s]success, virq=%u", desc, virq);
 }
 
-static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
+template <bool TRACED>
+static inline bool set_leaf_enable(drv_intr_irq_info &irq_info, u32 en, const char *desc)
 {
-	const int ret = drv_intr_set_irq_leaf_int_en(leaf.irq_info, en);
+	const int ret = drv_intr_write_leaf_enable<TRACED>(irq_info, en);
 
-	if (ret == 0)
+	if (ret == 0) [[likely]]
 		return true;
 	intr_err("[%s]set leaf int fail, ret=0x%x", desc, ret);
 	return false;
@@ -52,26 +59,33 @@ static bool set_leaf_enable(const leaf_line &leaf, u32 en, const char *desc)
 // What masking and disabling share; they differ in how a direct leaf disables its
 // parent. Enable field off first: nothing new gets past it while the status is
 // cleared.
-static void silence_leaf(irq_data *data, const char *desc,
-			 void (*disable_direct_parent)(drv_intr_irq_info &))
+template <bool TRACED> static inline void
+silence_leaf(irq_data *data, const char *desc, void (*disable_direct_parent)(drv_intr_irq_info &))
 {
-	const leaf_line leaf = leaf_of(data);
+	drv_intr_irq_info &irq_info = leaf_of(data);
+	const u32 virq = traced_virq<TRACED>(data);
 
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	if (leaf.direct) {
-		intr_trace(leaf.virq, "[%s]disable parent irq, virq=%u", desc, leaf.combiner.virq);
-		disable_direct_parent(leaf.irq_info);
+	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
+	if (is_direct(irq_info)) {
+		intr_trace_if(TRACED, "[%s]disable parent irq, virq=%u", desc,
+			      irq_info.combiner->virq);
+		disable_direct_parent(irq_info);
 	} else {
-		if (!set_leaf_enable(leaf, 0, desc))
+		if (!set_leaf_enable<TRACED>(irq_info, 0, desc))
 			return;
-		drv_intr_irq_clear(leaf);
+		drv_intr_irq_clear<TRACED>(irq_info, virq);
 	}
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+	intr_trace_if(TRACED, "[%s]success, virq=%u", desc, virq);
 }
 
 static void drv_intr_irq_mask(irq_data *data)
 {
-	silence_leaf(data, "intr irq mask", drv_intr_mask_disable_parent);
+	static constexpr char desc[] = "intr irq mask";
+
+	if (is_traced(data)) [[unlikely]]
+		silence_leaf<true>(data, desc, drv_intr_mask_disable_parent);
+	else
+		silence_leaf<false>(data, desc, drv_intr_mask_disable_parent);
 }
 
 static void disable_parent(drv_intr_irq_info &irq_info)
@@ -81,24 +95,38 @@ static void disable_parent(drv_intr_irq_info &irq_info)
 
 static void drv_intr_irq_disable(irq_data *data)
 {
-	silence_leaf(data, "intr irq disable", disable_parent);
+	static constexpr char desc[] = "intr irq disable";
+
+	if (is_traced(data)) [[unlikely]]
+		silence_leaf<true>(data, desc, disable_parent);
+	else
+		silence_leaf<false>(data, desc, disable_parent);
+}
+
+template <bool TRACED> static inline void unmask_leaf(irq_data *data)
+{
+	static constexpr char desc[] = "intr irq unmask";
+	drv_intr_irq_info &irq_info = leaf_of(data);
+	const u32 virq = traced_virq<TRACED>(data);
+
+	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
+	if (is_direct(irq_info)) {
+		// Unless the leaf's handler has done it.
+		drv_intr_mask_enable_parent(irq_info);
+	} else {
+		drv_intr_irq_clear<TRACED>(irq_info, virq);
+		if (!set_leaf_enable<TRACED>(irq_info, 1, desc))
+			return;
+	}
+	intr_trace_if(TRACED, "[%s]success, virq=%u", desc, virq);
 }
 
 static void drv_intr_irq_unmask(irq_data *data)
 {
-	static constexpr char desc[] = "intr irq unmask";
-	const leaf_line leaf = leaf_of(data);
-
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	if (leaf.direct) {
-		// Unless the leaf's handler has done it.
-		drv_intr_mask_enable_parent(leaf.irq_info);
-	} else {
-		drv_intr_irq_clear(leaf);
-		if (!set_leaf_enable(leaf, 1, desc))
-			return;
-	}
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+	if (is_traced(data)) [[unlikely]]
+		unmask_leaf<true>(data);
+	else
+		unmask_leaf<false>(data);
 }
 
 static bool is_level_type(const drv_intr_hwirq_cfg &cfg)
@@ -106,24 +134,34 @@ static bool is_level_type(const drv_intr_hwirq_cfg &cfg)
 	return (cfg.irq_type & (DRV_INTR_TYPE_LEVEL_HIGH | DRV_INTR_TYPE_LEVEL_LOW)) != 0;
 }
 
-static void drv_intr_irq_enable(irq_data *data)
+template <bool TRACED> static inline void enable_leaf(irq_data *data)
 {
 	static constexpr char desc[] = "intr irq enable";
-	const leaf_line leaf = leaf_of(data);
+	drv_intr_irq_info &irq_info = leaf_of(data);
+	const u32 virq = traced_virq<TRACED>(data);
 
-	intr_trace(leaf.virq, "[%s]enter, virq=%u", desc, leaf.virq);
-	if (leaf.direct) {
-		intr_trace(leaf.virq, "[%s]enable parent irq, virq=%u", desc, leaf.combiner.virq);
-		drv_intr_enable_parent(leaf.combiner);
+	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
+	if (is_direct(irq_info)) {
+		intr_trace_if(TRACED, "[%s]enable parent irq, virq=%u", desc,
+			      irq_info.combiner->virq);
+		drv_intr_enable_parent(*irq_info.combiner);
 		// The kernel takes an enabled line for unmasked, and will not unmask it.
-		drv_intr_mask_enable_parent(leaf.irq_info);
+		drv_intr_mask_enable_parent(irq_info);
 	} else {
-		if (is_level_type(leaf.irq_info.hwirq_cfg))
-			drv_intr_irq_clear(leaf);
-		if (!set_leaf_enable(leaf, 1, desc))
+		if (is_level_type(irq_info.hwirq_cfg))
+			drv_intr_irq_clear<TRACED>(irq_info, virq);
+		if (!set_leaf_enable<TRACED>(irq_info, 1, desc))
 			return;
 	}
-	intr_trace(leaf.virq, "[%s]success, virq=%u", desc, leaf.virq);
+	intr_trace_if(TRACED, "[%s]success, virq=%u", desc, virq);
+}
+
+static void drv_intr_irq_enable(irq_data *data)
+{
+	if (is_traced(data)) [[unlikely]]
+		enable_leaf<true>(data);
+	else
+		enable_leaf<false>(data);
 }
 
 // A leaf in between knows only of its own moves, not of those of its siblings.
@@ -142,7 +180,7 @@ static int copy_outermost_affinity(irq_data *data, const drv_intr_combiner &comb
 // parent where that is, as somebody may have put it there through another leaf.
 static int drv_intr_irq_set_affinity(irq_data *data, const cpumask *mask, bool force)
 {
-	const drv_intr_combiner &combiner = leaf_of(data).combiner;
+	const drv_intr_combiner &combiner = *leaf_of(data).combiner;
 	irq_data *parent = irq_get_irq_data(combiner.virq);
 
 	if (!parent)
@@ -157,7 +195,7 @@ static int drv_intr_irq_set_affinity(irq_data *data, const cpumask *mask, bool f
 
 static int drv_intr_irq_retrigger(irq_data *data)
 {
-	return drv_intr_replay_in_thread(leaf_of(data).irq_info) ? 1 : 0;
+	return drv_intr_replay_in_thread(leaf_of(data)) ? 1 : 0;
 }
 
 static constexpr irq_chip_ops leaf_chip_ops = {

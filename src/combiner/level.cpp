@@ -3,26 +3,13 @@
 // Operations on a leaf's chain of level registers.
 #include "combiner/level.h"
 
-#include "core/log.h"
-#include "core/registers.h"
+#include "combiner/level_access.h"
 
 int drv_intr_set_irq_leaf_int_en(drv_intr_irq_info &irq_info, u32 en)
 {
-	static constexpr char desc[] = "intr set irq leaf int en";
-	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
-	const drv_intr_level_cfg &level = cfg.level[cfg.level_num - 1];
-	const u32 virq = read_once(irq_info.virq);
-
-	intr_trace(virq, "[%s]enter, index_id=0x%x, type=%u, en=%u", desc, cfg.index_id, cfg.type,
-		   en);
-	const int ret = drv_intr_cpld_write(irq_info.combiner->inst_id, level.chip_id, level.en_reg,
-					    level.shift, level.mask, en);
-	if (ret != 0) {
-		intr_err("[%s]write cpld fail, ret=0x%x", desc, ret);
-		return -EFAULT;
-	}
-	intr_trace(virq, "[%s]success, index_id=0x%x, type=%u", desc, cfg.index_id, cfg.type);
-	return 0;
+	return drv_intr_trace_enabled(read_once(irq_info.virq))
+		       ? drv_intr_write_leaf_enable<true>(irq_info, en)
+		       : drv_intr_write_leaf_enable<false>(irq_info, en);
 }
 
 static int drv_intr_enable_irq_not_leaf_int(const drv_intr_combiner &combiner,
@@ -81,49 +68,14 @@ int drv_intr_enable_not_leaf_int(drv_intr_combiner &combiner)
 	return 0;
 }
 
-// One write-to-clear level. The whole register is written with this leaf's bits
-// only: a 0 leaves other leaves' pending bits as they are.
-static int clear_level(u32 inst_id, const drv_intr_level_cfg &level, u32 virq, u32 &status)
-{
-	static constexpr char desc[] = "intr clear irqinfo";
-	const u32 bits = drv_intr_shift_mask(level.mask, level.shift);
-
-	(void)drv_cpld_reg_read(inst_id, level.chip_id, level.status_reg, &status); // trace only
-	intr_trace(virq, "[%s]virq=%u, before clr, status(0x%x)=0x%x, wr-value=0x%x", desc, virq,
-		   level.status_reg, status, bits);
-	const int ret = drv_cpld_reg_write(inst_id, level.chip_id, level.status_reg, bits);
-	if (ret != 0) {
-		intr_err("[%s]write cpld fail, ret=0x%x", desc, ret);
-		return ret;
-	}
-	(void)drv_cpld_reg_read(inst_id, level.chip_id, level.status_reg, &status); // trace only
-	intr_trace(virq, "[%s]virq=%u, after clr, status(0x%x)=0x%x", desc, virq, level.status_reg,
-		   status);
-	return 0;
-}
-
 void drv_intr_clear_irqinfo(drv_intr_irq_info &irq_info)
 {
-	static constexpr char desc[] = "intr clear irqinfo";
-	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = read_once(irq_info.virq);
-	u32 status = 0;
 
-	intr_trace(virq, "[%s]enter, virq=%u", desc, virq);
-	for (u32 i = cfg.level_num; i-- > 0;) {
-		const drv_intr_level_cfg &level = cfg.level[i];
-
-		intr_trace(virq,
-			   "[%s]virq=%u, chip_id=%u, en_reg=0x%x, status_reg=0x%x, shift=%u, "
-			   "mask=%u, status_wc=%u",
-			   desc, virq, level.chip_id, level.en_reg, level.status_reg, level.shift,
-			   level.mask, level.status_wc);
-		if (level.status_wc == 0)
-			continue;
-		if (clear_level(irq_info.combiner->inst_id, level, virq, status) != 0)
-			return;
-	}
-	intr_trace(virq, "[%s]success, virq=%u", desc, virq);
+	if (drv_intr_trace_enabled(virq))
+		drv_intr_clear_levels<true>(irq_info, virq);
+	else
+		drv_intr_clear_levels<false>(irq_info, virq);
 }
 
 void drv_combiner_clr_int(drv_intr_combiner &combiner)

@@ -9,6 +9,7 @@
 #include "combiner/level.h"
 #include "combiner/parent.h"
 #include "combiner/parent_setup.h"
+#include "combiner/scan_plan.h"
 #include "config/combiner_cfg.h"
 #include "core/log.h"
 #include "core/registers.h"
@@ -170,6 +171,17 @@ static int init_records(const char *desc, drv_intr_combiner &combiner)
 	return ret;
 }
 
+// Once the parent's trigger type is set. A direct combiner tests no register.
+static int init_scan(const char *desc, drv_intr_combiner &combiner)
+{
+	if (combiner.common_cfg.direct != 0 || !drv_intr_parent_comes_back(combiner))
+		return 0;
+	const int ret = drv_intr_compile_scan_plan(combiner);
+	if (ret != 0)
+		intr_err("[%s]compile scan plan fail, ret=%d", desc, ret);
+	return ret;
+}
+
 int drv_intr_combiner_init(drv_intr_combiner &combiner, platform_device *device, u32 virq)
 {
 	static constexpr char desc[] = "intr combiner init";
@@ -193,6 +205,9 @@ int drv_intr_combiner_init(drv_intr_combiner &combiner, platform_device *device,
 		intr_err("[%s]combiner init virq fail", desc);
 		return ret;
 	}
+	ret = init_scan(desc, combiner);
+	if (ret != 0)
+		return ret;
 	ret = drv_intr_domain_alloc(device, combiner);
 	if (ret != 0) {
 		intr_err("[%s]alloc combiner fail, ret=%d", desc, ret);

@@ -61,6 +61,15 @@ void drv_intr_quiesce_parent(drv_intr_combiner &combiner)
 	combiner.quiesced = 1;
 }
 
+bool drv_intr_parent_comes_back(const drv_intr_combiner &combiner)
+{
+	irq_data *data = irq_get_irq_data(combiner.virq);
+	const u32 trigger = data ? irqd_get_trigger_type(data) : 0;
+
+	return !combiner.parent_leaf && combiner.common_cfg.int_type != DRV_INTR_COMBINER &&
+	       (trigger == DRV_INTR_TYPE_LEVEL_HIGH || trigger == DRV_INTR_TYPE_LEVEL_LOW);
+}
+
 u32 drv_intr_get_hwirq(u32 virq)
 {
 	irq_data *data = irq_get_irq_data(virq);

@@ -23,6 +23,10 @@ void drv_intr_mask_enable_parent(drv_intr_irq_info &irq_info);
 void drv_intr_defer_parent_enable(drv_intr_combiner &combiner);
 void drv_intr_run_deferred_enables(drv_intr_combiner &combiner);
 
+// Whether the line interrupts again by itself while a leaf is active: level-triggered at
+// an interrupt controller, as the kernel knows it, and no leaf of another combiner.
+[[nodiscard]] bool drv_intr_parent_comes_back(const drv_intr_combiner &combiner);
+
 // From here on nothing enables the parent line. Process context.
 void drv_intr_quiesce_parent(drv_intr_combiner &combiner);
 

@@ -111,6 +111,7 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 	// interrupts on while a leaf handler ran. Those are gone, so this waits for the
 	// rest of it.
 	synchronize_rcu();
+	kfree(combiner.scan_plan);
 	drv_intr_free_irq_info_list(combiner.irq_info_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_cfg_list);
 	drv_intr_free_cpu_cfg_list(combiner.cpu_default_cfg_list);

@@ -41,6 +41,11 @@ template <typename T> inline T exchange(T &word, T value)
 	return __atomic_exchange_n(&word, value, __ATOMIC_SEQ_CST);
 }
 
+[[nodiscard]] inline bool test_bit(unsigned bit, const unsigned long &word)
+{
+	return (read_once(word) >> bit & 1) != 0;
+}
+
 // Both return whether the bit was set before.
 inline bool test_and_set_bit(unsigned bit, unsigned long &word)
 {

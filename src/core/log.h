@@ -20,16 +20,23 @@ inline constexpr u32 DRV_LOG_INFO = 2;
 
 #define intr_err(...) drv_log_record(DRV_INTR_MODULE_ID, DRV_LOG_ERROR, 0, __VA_ARGS__)
 #define intr_info(...) drv_log_record(DRV_INTR_MODULE_ID, DRV_LOG_INFO, 0, __VA_ARGS__)
-#define intr_trace(virq, ...) \
+#define intr_trace(virq, ...) intr_trace_if(drv_intr_trace_enabled(virq), __VA_ARGS__)
+// With the gate looked at before, once for all lines of a function.
+#define intr_trace_if(traced, ...) \
 	do { \
-		if (drv_intr_trace_enabled(virq)) \
+		if (traced) [[unlikely]] \
 			intr_info(__VA_ARGS__); \
 	} while (0)
 
 // The switches are plain words that process context may change at any time.
+[[nodiscard]] inline bool drv_intr_is_tracing()
+{
+	return read_once(g_drv_intr_ctrl.int_debug_switch) != 0;
+}
+
 [[nodiscard]] inline bool drv_intr_trace_enabled(u32 virq)
 {
-	if (read_once(g_drv_intr_ctrl.int_debug_switch) == 0)
+	if (!drv_intr_is_tracing()) [[likely]]
 		return false;
 	const u32 only = read_once(g_drv_intr_ctrl.debug_irq);
 	return only == 0 || only == virq;

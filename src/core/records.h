@@ -86,6 +86,7 @@ struct drv_intr_pid_info {
 };
 
 struct drv_intr_combiner;
+struct drv_intr_scan_plan; // combiner/scan_plan.h
 
 struct drv_intr_irq_info {
 	u32 virq; // 0: no mapping. Written under `lock` and `enable_lock`
@@ -157,6 +158,8 @@ struct drv_intr_combiner {
 	unsigned long flags; // the bits below
 	plat_irq_chip chip;
 	list<drv_intr_irq_info> irq_info_list;
+	// Null: the leaves are walked. Like them complete before the parent's handler exists.
+	drv_intr_scan_plan *scan_plan;
 
 	// The device whose probe made this combiner, or null. Only compared.
 	platform_device *owner;
@@ -185,6 +188,8 @@ struct drv_intr_combiner {
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
 // A leaf is due a replay; without a disable of the parent line.
 inline constexpr unsigned DRV_INTR_REPLAY_PENDING = 1;
+// A scan runs by the plan, which remembers for one at a time.
+inline constexpr unsigned DRV_INTR_PLAN_IN_USE = 2;
 
 // Bring-up is through: its records do not change any more. Pairs with its last step.
 [[nodiscard]] inline bool drv_intr_is_ready(const drv_intr_combiner &combiner)

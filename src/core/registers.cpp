@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// CPU-side register access and the wrappers of the CPLD access module.
+// CPU-side register access.
 #include "core/registers.h"
 
 #include "platform/kernel.h"
-#include "intr/siblings.h"
 
 static constexpr size_t REG_WINDOW = 16;
 
@@ -44,14 +43,4 @@ int drv_intr_cpu_reg_conf(u32 reg_addr, u32 shift, u32 mask, u32 value)
 	word = (word & ~drv_intr_shift_mask(mask, shift)) |
 	       drv_intr_shift_mask(mask & value, shift);
 	return irq_combiner_reg32_write(reg_addr, word);
-}
-
-int drv_intr_cpld_read(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask, u32 *value)
-{
-	return drv_cpld_read(inst_id, chip_id, {reg, static_cast<u16>(shift)}, mask, value);
-}
-
-int drv_intr_cpld_write(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask, u32 value)
-{
-	return drv_cpld_write(inst_id, chip_id, {reg, static_cast<u16>(shift)}, mask, value);
 }

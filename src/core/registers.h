@@ -5,6 +5,7 @@
 #ifndef INTR_CORE_REGISTERS_H
 #define INTR_CORE_REGISTERS_H
 
+#include "intr/siblings.h"
 #include "intr/types.h"
 
 [[nodiscard]] inline u32 drv_intr_shift_mask(u32 mask, u32 shift)
@@ -23,9 +24,16 @@
 [[nodiscard]] int drv_intr_cpu_reg_conf(u32 reg_addr, u32 shift, u32 mask, u32 value);
 
 // CPLD fields. Any context; the CPLD module's result unchanged, 0 = success.
-[[nodiscard]] int drv_intr_cpld_read(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask,
-				     u32 *value);
-[[nodiscard]] int drv_intr_cpld_write(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask,
-				      u32 value);
+// Inline: they are most of what a scan does.
+[[nodiscard]] inline int drv_intr_cpld_read(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask,
+					    u32 *value)
+{
+	return drv_cpld_read(inst_id, chip_id, {reg, static_cast<u16>(shift)}, mask, value);
+}
+[[nodiscard]] inline int drv_intr_cpld_write(u32 inst_id, u32 chip_id, u32 reg, u32 shift, u32 mask,
+					     u32 value)
+{
+	return drv_cpld_write(inst_id, chip_id, {reg, static_cast<u16>(shift)}, mask, value);
+}
 
 #endif

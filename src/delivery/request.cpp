@@ -20,7 +20,8 @@
 // and finds them off again.
 class [[nodiscard]] may_sleep_guard {
 public:
-	may_sleep_guard() : enabled_(in_task() && irqs_disabled())
+	explicit may_sleep_guard(const drv_intr_combiner &combiner)
+		: enabled_(combiner.threaded != 0 && in_task() && irqs_disabled())
 	{
 		if (enabled_)
 			local_irq_enable();
@@ -89,7 +90,7 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	drv_intr_combiner &combiner = *irq_info.combiner;
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = static_cast<u32>(virq_arg);
-	const may_sleep_guard may_sleep;
+	const may_sleep_guard may_sleep(combiner);
 	const running_mark running(irq_info);
 
 	intr_trace(virq, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,

@@ -39,6 +39,10 @@ template <typename T> [[nodiscard]] inline T *kzalloc()
 {
 	return static_cast<T *>(plat_kzalloc(sizeof(T)));
 }
+[[nodiscard]] inline void *kzalloc_size(size_t size)
+{
+	return plat_kzalloc(size);
+}
 inline void kfree(const void *object)
 {
 	plat_kfree(object);
@@ -166,6 +170,10 @@ using irq_flow_handler = plat_flow_handler;
 {
 	return plat_irq_desc_get_handler_data(desc);
 }
+[[nodiscard]] inline irq_data *irq_desc_get_irq_data(irq_desc *desc)
+{
+	return plat_irq_desc_get_irq_data(desc);
+}
 [[nodiscard]] inline irq_data *irq_get_irq_data(u32 virq)
 {
 	return plat_irq_get_irq_data(virq);
@@ -177,6 +185,10 @@ using irq_flow_handler = plat_flow_handler;
 [[nodiscard]] inline u32 irqd_to_hwirq(const irq_data *data)
 {
 	return static_cast<u32>(plat_irqd_to_hwirq(data));
+}
+[[nodiscard]] inline u32 irqd_get_trigger_type(const irq_data *data)
+{
+	return plat_irqd_get_trigger_type(data);
 }
 [[nodiscard]] inline irq_chip *irq_data_get_irq_chip(irq_data *data)
 {

@@ -145,9 +145,11 @@ typedef void (*plat_flow_handler)(struct irq_desc *desc);
 
 u32 plat_irq_desc_get_irq(struct irq_desc *desc);
 void *plat_irq_desc_get_handler_data(struct irq_desc *desc);
+struct irq_data *plat_irq_desc_get_irq_data(struct irq_desc *desc);
 struct irq_data *plat_irq_get_irq_data(u32 virq); /* null without a descriptor */
 u32 plat_irq_data_irq(const struct irq_data *data);
 unsigned long plat_irqd_to_hwirq(const struct irq_data *data);
+u32 plat_irqd_get_trigger_type(const struct irq_data *data); /* 0: the kernel does not know it */
 struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data); /* may be null */
 void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
 

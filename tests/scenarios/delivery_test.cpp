@@ -177,43 +177,6 @@ TEST_F(Delivery, a_full_combiner_loses_and_doubles_nothing)
 	EXPECT_EQ(sync.size(), 64u);
 }
 
-// Two reads for a leaf whose shared outer level is quiet, and never more than
-// two a level: the cost that the interrupt path is allowed.
-TEST_F(Delivery, quiet_branches_cost_two_reads)
-{
-	combiner c = make_combiner(0, 8, 4);
-
-	for (leaf &leaf : c.leaves) {
-		leaf.sync = 1;
-		for (size_t n = 0; n + 1 < leaf.levels.size(); n++)
-			leaf.levels[n].shift = 8 * static_cast<u32>(n) + leaf.hwirq / 4;
-	}
-	load({c});
-	ASSERT_EQ(regist(c.leaves[0]), 0);
-	clear_trace();
-	fire(c.leaves[0]);
-	expect_events(1);
-	EXPECT_EQ(unregist(c.leaves[0]), 0); // waits until the scan is through
-	size_t quiet = 0, busy = 0, scans = 0;
-	for (const std::string &line : trace()) {
-		if (!line.starts_with("read "))
-			continue;
-		const bool outer_enable = line.find("reg=0x10 ") != std::string::npos;
-		const bool outer_status = line.find("reg=0x20 ") != std::string::npos;
-		if (line.find("shift=1 ") != std::string::npos && (outer_enable || outer_status))
-			quiet++;
-		else
-			busy++;
-		scans += outer_enable && line.find("shift=0 ") != std::string::npos;
-	}
-	ASSERT_EQ(scans % 4, 0u);
-	scans /= 4;
-	EXPECT_GE(scans, 1u);
-	EXPECT_EQ(quiet, scans * 4 * 2);
-	EXPECT_LE(busy, scans * 4 * 4 * 2);
-	EXPECT_GT(busy, 4u * 2);
-}
-
 TEST_F(Delivery, a_level_without_enable_register_counts_as_enabled)
 {
 	combiner c = make_combiner(0, 1, 2);
@@ -226,19 +189,6 @@ TEST_F(Delivery, a_level_without_enable_register_counts_as_enabled)
 	expect_events(1);
 	for (const std::string &line : trace())
 		EXPECT_EQ(line.find("reg=0xffffffff"), std::string::npos) << line;
-}
-
-// A read failure hides a leaf only as long as it lasts: the line is still up.
-TEST_F(Delivery, a_failed_read_does_not_lose_the_interrupt)
-{
-	combiner c = make_combiner(0, 2, 2);
-
-	load({c});
-	ASSERT_EQ(regist(c.leaves[1]), 0);
-	command("cpld", "fail read 1 6 -5");
-	fire(c.leaves[1]);
-	expect_events(1);
-	EXPECT_EQ(events().size(), 1u);
 }
 
 TEST_F(Delivery, parent_is_disabled_only_during_an_async_scan)

@@ -186,8 +186,8 @@ TEST_F(Lifecycle, every_allocation_of_bring_up_fails_in_turn)
 		if (!hit)
 			break;
 	}
-	EXPECT_EQ(nth, 1 + 1 + 3 + 3); // record, leaf configurations, leaf records
-	EXPECT_EQ(refused, 1 + 3);
+	EXPECT_EQ(nth, 1 + 1 + 3 + 3 + 2); // record, leaf configurations, leaf records, scan plan
+	EXPECT_EQ(refused, 1 + 3 + 2);
 }
 
 TEST_F(Lifecycle, a_missing_key_keeps_the_leaves_before_it)

@@ -459,7 +459,7 @@ INSTANTIATE_TEST_SUITE_P(
 			acpi_step{"interrupt", 0x5, "board", "fault plat_platform_get_irq 2 -22",
 				  "1 [intr acpi dev probe]get virq fail, virq=-22, combiner_id=2",
 				  REFUSED},
-			acpi_step{"record", 0x5, "board", "fault plat_kzalloc 6 0",
+			acpi_step{"record", 0x5, "board", "fault plat_kzalloc 8 0",
 				  "1 [intr acpi dev probe]combiner init soft fail", REFUSED},
 			acpi_step{"domain", 0x5, "board", "fault plat___irq_domain_add 2 0",
 				  "1 [intr acpi dev probe]combiner init fail", -12},

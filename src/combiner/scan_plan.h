@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: GPL-2.0
+//
+// A combiner's scan, compiled from the level chains of its leaves.
+//
+// The plan finds the leaves that drv_combiner_is_virq_active finds, in the same
+// order, with fewer reads: a level that leaves in a row share is tested once, the
+// leaves behind a quiet one are jumped over, and a register is read once for all its
+// fields. What was read is forgotten when a leaf is handed out, since its dispatch
+// writes registers, and when a read fails: a failed read makes the one leaf quiet.
+//
+// The values of one look at the registers serve many leaves, so a leaf that turns
+// active after the look waits for the parent's next interrupt. That comes by itself
+// only from a level-triggered line of an interrupt controller; other combiners have
+// no plan.
+#ifndef INTR_COMBINER_SCAN_PLAN_H
+#define INTR_COMBINER_SCAN_PLAN_H
+
+#include "core/records.h"
+
+// Compiles the plan, which stays with the combiner's leaf records and is freed with
+// kfree. Once they are complete, before the parent line is started; process context.
+// 0 or -ENOMEM.
+[[nodiscard]] int drv_intr_compile_scan_plan(drv_intr_combiner &combiner);
+
+// The plan remembers for one scan at a time: between its start and the last use nobody
+// else may start one. Any context.
+void drv_intr_start_scan(drv_intr_scan_plan &plan);
+
+// The next active leaf of the scan, or null. Nothing is remembered from before. A leaf
+// without a mapping is passed over while `trace_virq` is not traced.
+[[nodiscard]] drv_intr_irq_info *drv_intr_next_active(drv_intr_scan_plan &plan, u32 trace_virq);
+
+#endif
