@@ -26,6 +26,7 @@ struct proc_dir_entry;
  *
  * A field is (register >> bit_offset) & mask. drv_cpld_write changes the field
  * and keeps every other bit, atomically against other accesses of the chip.
+ * drv_cpld_read is also called for a field that spans several levels' fields.
  */
 struct drv_intr_reg_desc {
 	u32 address;

@@ -5,8 +5,8 @@
 // A combiner without `async` scans its leaves in the chained handler. One with
 // `async` disables its parent line, marks a scan pending and wakes its thread,
 // which scans and enables the line again: each handler invocation disables once,
-// each finished scan enables once. A leaf that turns active after its turn waits for
-// the next parent interrupt.
+// each finished scan enables once. A leaf that turns active after its turn, or after
+// the plan looked at its registers, waits for the next parent interrupt.
 //
 // The kernel keeps an edge that came while its leaf was disabled or not requested,
 // and replays it from a tasklet when the leaf is enabled. A handler that belongs in
@@ -30,12 +30,21 @@ using leaf_iterator = list<drv_intr_irq_info>::iterator;
 // release clears it and waits for such regions, so that a virq that another leaf got
 // meanwhile is never used. So does whoever takes the chained handler off a leaf: marks
 // it, waits, and then leaves it without one.
-static void dispatch_leaf(drv_intr_irq_info &irq_info, u32 trace_virq, const char *desc)
+static inline void handle_leaf(drv_intr_irq_info &irq_info)
 {
-	intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc, read_once(irq_info.virq));
-	irqs_off_guard irqs_off;
 	if (read_once(irq_info.detached) == 0)
 		(void)generic_handle_irq(read_once(irq_info.virq));
+}
+
+static inline void dispatch_leaf(drv_intr_irq_info &irq_info, u32 trace_virq, const char *desc)
+{
+	intr_trace(trace_virq, "[%s]chained irq valid, virq=%u", desc, read_once(irq_info.virq));
+	if (irq_info.combiner->common_cfg.async == 0) {
+		handle_leaf(irq_info); // from a chained handler
+		return;
+	}
+	const irqs_off_guard irqs_off;
+	handle_leaf(irq_info);
 }
 
 // Tests leaf after leaf from `at` on, each with reads of its own.
@@ -57,16 +66,18 @@ static leaf_iterator scan_by_plan(drv_intr_combiner &combiner, u32 trace_virq, c
 	leaf_iterator rest = combiner.irq_info_list.begin();
 
 	drv_intr_start_scan(plan);
-	while (!test_bit(DRV_INTR_REPLAY_PENDING, combiner.flags)) {
+	while (drv_intr_scan_goes_on(plan)) {
+		if (test_bit(DRV_INTR_REPLAY_PENDING, combiner.flags))
+			return rest;
 		drv_intr_irq_info *irq_info = drv_intr_next_active(plan, trace_virq);
 
 		if (!irq_info)
-			return combiner.irq_info_list.end();
+			break;
 		(void)take_replay(*irq_info); // due since a moment ago
 		dispatch_leaf(*irq_info, trace_virq, desc);
 		rest = ++leaf_iterator(&irq_info->node);
 	}
-	return rest;
+	return combiner.irq_info_list.end();
 }
 
 // Tests every leaf once, in configuration order, and dispatches the active ones. A
@@ -131,8 +142,8 @@ static void replay_leaves(drv_intr_combiner &combiner)
 {
 	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
 		irqs_off_guard irqs_off; // from the look on: what is due belongs to this virq
-		if (take_replay(irq_info) && read_once(irq_info.detached) == 0)
-			(void)generic_handle_irq(read_once(irq_info.virq));
+		if (take_replay(irq_info))
+			handle_leaf(irq_info);
 	}
 }
 

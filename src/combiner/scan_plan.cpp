@@ -30,9 +30,8 @@ struct plan_register {
 	u64 epoch; // 0: to be read
 	u32 value;
 	u32 chip_id;
-	u32 reg;
+	drv_intr_reg_desc field;
 	u32 mask;
-	u16 shift;
 };
 
 // An enable and a status register, both read.
@@ -48,31 +47,22 @@ struct plan_source {
 	u16 status;
 };
 
+// Steps with the same outer level whose fields are single bits of one pair, each the bit
+// after the one before it, and which lie equally far apart, are a run: one look at its
+// bits finds the first active one.
 struct plan_step {
 	u32 bits; // of the level's field
+	u32 run; // bits of the run from here on; 0: a field of several bits
 	u16 pair;
 	u16 quiet_next; // the first step that is not behind this level
+	u16 run_end; // the same of the last step of the run
+	u16 stride;
 };
 
 // What a step has besides, apart: a quiet level has no use for it.
 struct plan_place {
 	drv_intr_irq_info *leaf; // whose own level this is, or null
 	u16 outer; // the step of the next level further out, or NONE
-};
-
-struct drv_intr_scan_plan {
-	u64 epoch;
-	plan_step *steps; // the last one is the end
-	plan_place *places; // of the steps
-	plan_pair *pairs;
-	plan_source *sources; // of the pairs
-	plan_register *registers;
-	u32 at; // the step that the scan has got to
-	u32 inst_id;
-	u32 end;
-	// Counted while the plan is compiled.
-	u32 pair_count;
-	u32 register_count;
 };
 
 static_assert(sizeof(drv_intr_scan_plan) % alignof(u64) == 0 &&
@@ -117,20 +107,20 @@ static u32 count_shared(const drv_intr_hwirq_cfg &leaf, const drv_intr_hwirq_cfg
 // Whether the register can be read for this level's field as well.
 static bool takes(const plan_register &found, const drv_intr_level_cfg &level, u32 reg)
 {
-	if (found.chip_id != level.chip_id || found.reg != reg)
+	if (found.chip_id != level.chip_id || found.field.address != reg)
 		return false;
-	if (found.shift == shift_of(level) && found.mask == level.mask)
+	if (found.field.bit_offset == shift_of(level) && found.mask == level.mask)
 		return true;
-	return found.shift < REGISTER_BITS && !is_alone(level);
+	return found.field.bit_offset < REGISTER_BITS && !is_alone(level);
 }
 
 static void widen(plan_register &found, const drv_intr_level_cfg &level)
 {
-	if (found.shift == shift_of(level) && found.mask == level.mask)
+	if (found.field.bit_offset == shift_of(level) && found.mask == level.mask)
 		return;
-	found.mask = drv_intr_shift_mask(found.mask, found.shift) |
+	found.mask = drv_intr_shift_mask(found.mask, found.field.bit_offset) |
 		     drv_intr_shift_mask(level.mask, shift_of(level));
-	found.shift = 0;
+	found.field.bit_offset = 0;
 }
 
 // From the newest on: leaves in a row mostly lie in the same registers.
@@ -145,9 +135,8 @@ static u16 register_of(drv_intr_scan_plan &plan, const drv_intr_level_cfg &level
 	plan_register &added = plan.registers[plan.register_count];
 
 	added.chip_id = level.chip_id;
-	added.reg = reg;
+	added.field = {reg, shift_of(level)};
 	added.mask = level.mask;
-	added.shift = shift_of(level);
 	return static_cast<u16>(plan.register_count++);
 }
 
@@ -196,6 +185,33 @@ static void compile_leaf(drv_intr_scan_plan &plan, plan_path &path, drv_intr_irq
 	}
 }
 
+static bool is_single_bit(u32 bits)
+{
+	return bits != 0 && (bits & (bits - 1)) == 0;
+}
+
+// From the last step to the first, each knowing the run behind it.
+static void link_runs(drv_intr_scan_plan &plan)
+{
+	for (u32 i = plan.end; i-- > 0;) {
+		plan_step &step = plan.steps[i];
+		const plan_step &next = plan.steps[step.quiet_next];
+		const u16 stride = static_cast<u16>(step.quiet_next - i);
+
+		step.run_end = step.quiet_next;
+		if (!is_single_bit(step.bits))
+			continue;
+		step.run = step.bits;
+		step.stride = stride;
+		if (next.run == 0 || next.pair != step.pair || next.bits != step.bits << 1 ||
+		    plan.places[step.quiet_next].outer != plan.places[i].outer ||
+		    (next.run != next.bits && next.stride != stride))
+			continue;
+		step.run |= next.run;
+		step.run_end = next.run_end;
+	}
+}
+
 static void compile_leaves(drv_intr_scan_plan &plan, list<drv_intr_irq_info> &irq_info_list)
 {
 	const drv_intr_hwirq_cfg *previous = nullptr;
@@ -211,6 +227,7 @@ static void compile_leaves(drv_intr_scan_plan &plan, list<drv_intr_irq_info> &ir
 	close_levels(plan, path, 0, static_cast<u16>(plan.end));
 	plan.steps[plan.end].pair = NEVER_ACTIVE;
 	plan.places[plan.end].outer = NONE;
+	link_runs(plan);
 }
 
 // The end included.
@@ -295,11 +312,10 @@ int drv_intr_compile_scan_plan(drv_intr_combiner &combiner)
 static inline bool read_register(const drv_intr_scan_plan &plan, plan_register &reg)
 {
 	reg.value = 0;
-	if (drv_intr_cpld_read(plan.inst_id, reg.chip_id, reg.reg, reg.shift, reg.mask,
-			       &reg.value) != 0)
+	if (drv_cpld_read(plan.inst_id, reg.chip_id, reg.field, reg.mask, &reg.value) != 0)
 		return false;
-	if (reg.shift < REGISTER_BITS)
-		reg.value <<= reg.shift;
+	if (reg.field.bit_offset < REGISTER_BITS) [[likely]]
+		reg.value <<= reg.field.bit_offset;
 	else if (reg.value != 0)
 		reg.value = ~0u;
 	reg.epoch = plan.epoch;
@@ -398,9 +414,17 @@ static u32 enter(drv_intr_scan_plan &plan, u32 at, u32 trace_virq)
 	return at;
 }
 
-void drv_intr_start_scan(drv_intr_scan_plan &plan)
+// Whether this step, or one behind it in its run, is active: `at` becomes that one.
+static inline bool is_active(const plan_step &step, const plan_pair &pair, u32 &at)
 {
-	plan.at = 0;
+	const u32 active = pair.status & pair.enabled & step.run;
+
+	if (active != 0) {
+		at += step.stride *
+		      static_cast<u32>(__builtin_ctz(active) - __builtin_ctz(step.bits));
+		return true;
+	}
+	return step.run == 0 && (pair.status & step.bits) != 0 && (pair.enabled & step.bits) != 0;
 }
 
 drv_intr_irq_info *drv_intr_next_active(drv_intr_scan_plan &plan, u32 trace_virq)
@@ -417,22 +441,25 @@ drv_intr_irq_info *drv_intr_next_active(drv_intr_scan_plan &plan, u32 trace_virq
 		const plan_pair &pair = plan.pairs[step.pair];
 
 		if (pair.epoch != epoch) [[unlikely]] {
-			if (at == plan.end)
+			if (at == plan.end) {
+				plan.at = at;
 				return nullptr;
+			}
 			at = test_level(plan, at, at, trace_virq);
 			if (plan.epoch != epoch) [[unlikely]] {
 				at = enter(plan, at, trace_virq);
 				epoch = plan.epoch;
 			}
-		} else if ((pair.status & step.bits) == 0 || (pair.enabled & step.bits) == 0) {
-			at = step.quiet_next;
-		} else {
-			drv_intr_irq_info *leaf = plan.places[at++].leaf;
-
-			if (leaf && is_wanted(*leaf, trace_virq)) {
-				plan.at = at;
-				return leaf;
-			}
+			continue;
+		}
+		if (!is_active(step, pair, at)) {
+			at = step.run_end;
+			continue;
+		}
+		drv_intr_irq_info *leaf = plan.places[at++].leaf;
+		if (leaf && is_wanted(*leaf, trace_virq)) {
+			plan.at = at;
+			return leaf;
 		}
 	}
 }

@@ -17,14 +17,43 @@
 
 #include "core/records.h"
 
+struct plan_pair;
+struct plan_place;
+struct plan_register;
+struct plan_source;
+struct plan_step;
+
+struct drv_intr_scan_plan {
+	u64 epoch;
+	plan_step *steps; // the last one is the end
+	plan_place *places; // of the steps
+	plan_pair *pairs;
+	plan_source *sources; // of the pairs
+	plan_register *registers;
+	u32 at; // the step that the scan has got to
+	u32 end;
+	u32 inst_id;
+	// Counted while the plan is compiled.
+	u32 pair_count;
+	u32 register_count;
+};
+
 // Compiles the plan, which stays with the combiner's leaf records and is freed with
 // kfree. Once they are complete, before the parent line is started; process context.
 // 0 or -ENOMEM.
 [[nodiscard]] int drv_intr_compile_scan_plan(drv_intr_combiner &combiner);
 
-// The plan remembers for one scan at a time: between its start and the last use nobody
+// The plan remembers for one scan at a time: between its start and its last use nobody
 // else may start one. Any context.
-void drv_intr_start_scan(drv_intr_scan_plan &plan);
+inline void drv_intr_start_scan(drv_intr_scan_plan &plan)
+{
+	plan.at = 0;
+}
+
+[[nodiscard]] inline bool drv_intr_scan_goes_on(const drv_intr_scan_plan &plan)
+{
+	return plan.at != plan.end;
+}
 
 // The next active leaf of the scan, or null. Nothing is remembered from before. A leaf
 // without a mapping is passed over while `trace_virq` is not traced.

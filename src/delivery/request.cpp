@@ -59,16 +59,16 @@ private:
 	drv_intr_irq_info &irq_info_;
 };
 
-static void run_callback(const char *desc, drv_intr_irq_info &irq_info, u32 virq)
+static void run_callback(const char *desc, drv_intr_irq_info &irq_info, bool traced)
 {
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const drv_intr_handler handler = load_ordered(irq_info.handler);
 
 	if (!handler)
 		return;
-	intr_trace(virq, "[%s]begin callback", desc);
+	intr_trace_if(traced, "[%s]begin callback", desc);
 	handler(cfg.index_id, cfg.type, read_once(irq_info.handler_data));
-	intr_trace(virq, "[%s]end callback", desc);
+	intr_trace_if(traced, "[%s]end callback", desc);
 }
 
 // A threaded leaf is still masked when its handler returns: with the parent enabled
@@ -90,20 +90,22 @@ static int drv_intr_irq_handler(int virq_arg, void *cookie)
 	drv_intr_combiner &combiner = *irq_info.combiner;
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 virq = static_cast<u32>(virq_arg);
+	const bool traced = drv_intr_trace_enabled(virq);
 	const may_sleep_guard may_sleep(combiner);
 	const running_mark running(irq_info);
 
-	intr_trace(virq, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
-		   cfg.type);
-	drv_intr_notify_all_pid(irq_info);
-	run_callback(desc, irq_info, virq);
+	intr_trace_if(traced, "[%s]enter, virq=%u, index_id=0x%x, type=%d", desc, virq,
+		      cfg.index_id, cfg.type);
+	if (!irq_info.pid_list.empty())
+		drv_intr_notify_all_pid(irq_info);
+	run_callback(desc, irq_info, traced);
 	if (combiner.common_cfg.direct != 0) {
-		intr_trace(virq, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
+		intr_trace_if(traced, "[%s]enable parent irq, virq=%u", desc, combiner.virq);
 		if (!unmask_enables_parent(irq_info, virq))
 			drv_intr_mask_enable_parent(irq_info);
 	}
-	intr_trace(virq, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq, cfg.index_id,
-		   cfg.type);
+	intr_trace_if(traced, "[%s]success, virq=%u, index_id=0x%x, type=%d", desc, virq,
+		      cfg.index_id, cfg.type);
 	return IRQ_HANDLED;
 }
 }
