@@ -14,8 +14,8 @@
 // A register is read through drv_cpld_read as one field that spans all fields that the
 // plan tests in it, and kept as it lies in the register. A level's enable and status lie
 // at the same bits of two registers: once both are read, the same words serve all levels
-// that lie in them. Values are valid while their epoch is the plan's;
-// to forget everything takes one increment.
+// that lie in them. Values are valid while their epoch is the plan's; to forget everything
+// takes one increment.
 #include "combiner/scan_plan.h"
 
 #include "core/log.h"
