@@ -183,10 +183,10 @@ struct embedded_lock {
 	u32 magic = initialised;
 	lock base;
 };
-static_assert(sizeof(embedded_lock) <= sizeof(plat_mutex));
-static_assert(sizeof(embedded_lock) <= sizeof(plat_raw_spinlock));
-static_assert(alignof(embedded_lock) <= alignof(plat_mutex));
-static_assert(alignof(embedded_lock) <= alignof(plat_raw_spinlock));
+static_assert(sizeof(embedded_lock) == sizeof(plat_mutex));
+static_assert(sizeof(embedded_lock) == sizeof(plat_raw_spinlock));
+static_assert(alignof(embedded_lock) == alignof(plat_mutex));
+static_assert(alignof(embedded_lock) == alignof(plat_raw_spinlock));
 
 static lock *lock_in(void *storage, const char *what)
 {

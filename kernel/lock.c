@@ -19,10 +19,10 @@
 
 #include "platform/kernel_api.h"
 
-static_assert(sizeof(struct mutex) <= sizeof(struct plat_mutex));
-static_assert(__alignof__(struct mutex) <= __alignof__(struct plat_mutex));
-static_assert(sizeof(raw_spinlock_t) <= sizeof(struct plat_raw_spinlock));
-static_assert(__alignof__(raw_spinlock_t) <= __alignof__(struct plat_raw_spinlock));
+static_assert(sizeof(struct mutex) == sizeof(struct plat_mutex));
+static_assert(__alignof__(struct mutex) == __alignof__(struct plat_mutex));
+static_assert(sizeof(raw_spinlock_t) == sizeof(struct plat_raw_spinlock));
+static_assert(__alignof__(raw_spinlock_t) == __alignof__(struct plat_raw_spinlock));
 
 static struct lock_class_key mutex_keys[PLAT_MUTEX_KINDS];
 static const char *const mutex_names[PLAT_MUTEX_KINDS] = {

@@ -64,22 +64,35 @@ static int check_leaf_levels(const char *desc, drv_intr_combiner &combiner)
 	return 0;
 }
 
+// The record takes over the configuration, in place of the item that had been read.
+static int make_leaf(drv_intr_combiner &combiner, drv_intr_hwirq_cfg &cfg)
+{
+	auto *irq_info = kzalloc<drv_intr_irq_info>();
+
+	if (!irq_info)
+		return -ENOMEM;
+	irq_info->combiner = &combiner;
+	mutex_init(&irq_info->pid_list_lock, PLAT_MUTEX_PID_LIST);
+	irq_info->pid_list.init();
+	(void)memcpy_s(&irq_info->hwirq_cfg, sizeof(irq_info->hwirq_cfg), &cfg,
+		       sizeof(cfg)); // both sizes are the same
+	list<drv_intr_hwirq_cfg>::replace(cfg, irq_info->hwirq_cfg);
+	kfree(&cfg);
+	mutex_init(&irq_info->lock, PLAT_MUTEX_LEAF);
+	raw_spin_lock_init(&irq_info->enable_lock, PLAT_SPIN_LEAF_ENABLE, combiner.nest_level);
+	combiner.irq_info_list.append(*irq_info);
+	return 0;
+}
+
 static int drv_intr_init_combiner_irq_info(drv_intr_combiner &combiner)
 {
-	for (const drv_intr_hwirq_cfg &cfg : combiner.hwirq_cfg_list) {
-		auto *irq_info = kzalloc<drv_intr_irq_info>();
+	list<drv_intr_hwirq_cfg> &cfgs = combiner.hwirq_cfg_list;
 
-		if (!irq_info)
+	for (auto at = cfgs.begin(); at != cfgs.end();) {
+		drv_intr_hwirq_cfg &cfg = *at;
+		++at;
+		if (make_leaf(combiner, cfg) != 0)
 			return -ENOMEM;
-		irq_info->combiner = &combiner;
-		mutex_init(&irq_info->pid_list_lock, PLAT_MUTEX_PID_LIST);
-		irq_info->pid_list.init();
-		(void)memcpy_s(&irq_info->hwirq_cfg, sizeof(irq_info->hwirq_cfg), &cfg,
-			       sizeof(cfg)); // both sizes are the same
-		mutex_init(&irq_info->lock, PLAT_MUTEX_LEAF);
-		raw_spin_lock_init(&irq_info->enable_lock, PLAT_SPIN_LEAF_ENABLE,
-				   combiner.nest_level);
-		combiner.irq_info_list.append(*irq_info);
 	}
 	return 0;
 }

@@ -87,6 +87,7 @@ static void free_domain(drv_intr_combiner &combiner, bool unmapped)
 static void drv_intr_free_irq_info_list(list<drv_intr_irq_info> &irq_info_list)
 {
 	while (drv_intr_irq_info *irq_info = irq_info_list.first()) {
+		list<drv_intr_hwirq_cfg>::unlink(irq_info->hwirq_cfg);
 		irq_info_list.unlink(*irq_info);
 		kfree(irq_info);
 	}

@@ -62,6 +62,14 @@ template <typename T> struct list {
 		item.node.next->prev = item.node.prev;
 	}
 
+	// `by` takes the place of an item that is still in the list.
+	static void replace(T &item, T &by)
+	{
+		by.node = item.node;
+		__atomic_store_n(&by.node.prev->next, &by.node, __ATOMIC_RELEASE);
+		by.node.next->prev = &by.node;
+	}
+
 	// The first item, or null. For owners that empty the list.
 	[[nodiscard]] T *first() { return empty() ? nullptr : record(head.next); }
 

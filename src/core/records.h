@@ -96,7 +96,7 @@ struct drv_intr_irq_info {
 	list<drv_intr_pid_info> pid_list; // in order of subscription; under pid_list_lock
 	drv_intr_handler handler; // written under `lock`, after handler_data
 	void *handler_data;
-	drv_intr_hwirq_cfg hwirq_cfg; // a copy; its own `node` is never used
+	drv_intr_hwirq_cfg hwirq_cfg; // an item of the combiner's hwirq_cfg_list
 	list_node node;
 
 	// Serialises mapping, request, release, registration and subscription.
@@ -136,6 +136,10 @@ struct drv_intr_irq_info {
 	drv_intr_combiner *cascaded;
 };
 
+// A board has more of these than of anything else. Where locks are not checked, and
+// an allocation is rounded to a power of two, it takes 512 bytes, configuration included.
+static_assert(sizeof(mutex) > 32 || sizeof(drv_intr_irq_info) <= 512);
+
 struct drv_intr_combiner {
 	list_node node;
 	u32 combiner_id;
@@ -153,7 +157,7 @@ struct drv_intr_combiner {
 	drv_intr_common_cfg common_cfg;
 	list<drv_intr_cpu_cfg> cpu_cfg_list;
 	list<drv_intr_cpu_cfg> cpu_default_cfg_list;
-	list<drv_intr_hwirq_cfg> hwirq_cfg_list;
+	list<drv_intr_hwirq_cfg> hwirq_cfg_list; // soon parts of the leaves' records
 	task_struct *thread; // null, a task, or the error value of its creation
 	unsigned long flags; // the bits below
 	plat_irq_chip chip;

@@ -10,9 +10,9 @@
  * (plat_X is X). A comment stands only where this boundary promises more.
  *
  * Handles are the kernel's own types, never looked into by the driver. Objects
- * that the driver embeds are storage with room for the largest kernel
- * configuration (lock checking grows a mutex fivefold); each home asserts size
- * and alignment.
+ * that the driver embeds are storage; each home asserts size and alignment. Locks,
+ * of which a leaf has three, are of the exact size of the kernel that is built for
+ * (lock checking grows a mutex fivefold): the home provides it in a header.
  *
  * A further kernel function X takes:
  *	here			the prototype plat_X, and what it promises beyond X
@@ -28,6 +28,8 @@
  */
 #ifndef INTR_PLATFORM_KERNEL_API_H
 #define INTR_PLATFORM_KERNEL_API_H
+
+#include <platform/lock_sizes.h>
 
 #include "intr/types.h"
 
@@ -53,11 +55,11 @@ struct task_struct;
 
 /* Storage of embedded objects. */
 struct plat_mutex {
-	unsigned long storage[24];
-};
+	unsigned char storage[PLAT_MUTEX_SIZE];
+} __attribute__((aligned(PLAT_MUTEX_ALIGN)));
 struct plat_raw_spinlock {
-	unsigned long storage[12];
-};
+	unsigned char storage[PLAT_RAW_SPINLOCK_SIZE];
+} __attribute__((aligned(PLAT_RAW_SPINLOCK_ALIGN)));
 struct plat_irq_chip {
 	unsigned long storage[48];
 };
