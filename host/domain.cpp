@@ -92,7 +92,7 @@ static void dispose(irq_desc &desc)
 	{
 		const sleeping_guard guard(domains_mutex, "irq_dispose_mapping");
 
-		desc.data.domain->mappings.erase(desc.data.hwirq);
+		desc.data.domain.load()->mappings.erase(desc.data.hwirq);
 		if (is_line(desc))
 			line_bind(static_cast<u32>(desc.data.hwirq - first_line), nullptr);
 		{
@@ -222,7 +222,9 @@ void plat_irq_domain_abandon(struct irq_domain *domain)
 
 bool model::is_abandoned(const irq_data &data)
 {
-	return data.domain && data.domain->abandoned;
+	const irq_domain *domain = data.domain;
+
+	return domain && domain->abandoned;
 }
 
 u32 plat_irq_create_mapping(struct irq_domain *domain, unsigned long hwirq)

@@ -376,8 +376,8 @@ struct irq_chip {
 
 struct irq_data {
 	u32 irq = 0;
-	unsigned long hwirq = 0;
-	irq_domain *domain = nullptr;
+	std::atomic<unsigned long> hwirq{0};
+	std::atomic<irq_domain *> domain{nullptr};
 	irq_desc *desc = nullptr;
 	std::atomic<irq_chip *> chip{nullptr};
 	std::atomic<void *> chip_data{nullptr};

@@ -353,8 +353,8 @@ static std::string interrupt_row(irq_desc &desc)
 	if (!action || action == &chained_action)
 		return row;
 	snprintf(text, sizeof(text), "%3u: %10u %10u  %8s  %3lu %-8s", desc.data.irq,
-		 desc.counts[0].load(), desc.counts[1].load(), desc.chip().name, desc.data.hwirq,
-		 desc.settings & irq_level ? "Level" : "Edge");
+		 desc.counts[0].load(), desc.counts[1].load(), desc.chip().name,
+		 desc.data.hwirq.load(), desc.settings & irq_level ? "Level" : "Edge");
 	row = text;
 	for (const char *separator = "  "; action; separator = ", ") {
 		row += separator + action->name;
@@ -496,6 +496,18 @@ int plat_irq_get_depth(u32 virq, u32 *depth)
 		*depth = desc->depth.load(std::memory_order_relaxed);
 	irqs_restore(flags);
 	return desc ? 0 : -einval;
+}
+
+int plat_irq_get_mapping(u32 virq, const struct irq_domain **domain, u32 *hwirq)
+{
+	count_call(service::irq_get_mapping);
+	const bool flags = irqs_save();
+	const irq_desc *desc = desc_of(virq);
+
+	*domain = desc ? desc->data.domain.load(std::memory_order_relaxed) : nullptr;
+	*hwirq = desc ? static_cast<u32>(desc->data.hwirq.load(std::memory_order_relaxed)) : 0;
+	irqs_restore(flags);
+	return *domain ? 0 : -einval;
 }
 
 void plat_disable_irq_nosync(u32 virq)

@@ -167,6 +167,18 @@ noinline int plat_irq_get_depth(u32 virq, u32 *depth)
 	return disable_depth(virq, depth);
 }
 
+noinline int plat_irq_get_mapping(u32 virq, const struct irq_domain **domain, u32 *hwirq)
+{
+	struct irq_data *data;
+
+	rcu_read_lock();
+	data = irq_get_irq_data(virq);
+	*domain = data ? READ_ONCE(data->domain) : NULL;
+	*hwirq = data ? (u32)READ_ONCE(data->hwirq) : 0;
+	rcu_read_unlock();
+	return *domain ? 0 : -EINVAL;
+}
+
 noinline void plat_enable_irq(u32 virq)
 {
 	u32 depth;

@@ -231,6 +231,7 @@ void drv_intr_reset_leaf_line(drv_intr_irq_info &irq_info)
 static int drv_intr_domain_map(irq_domain *domain, unsigned int virq, unsigned long hwirq)
 {
 	auto &combiner = *static_cast<drv_intr_combiner *>(irq_domain_host_data(domain));
+	const srcu_reader reader; // the mapping may be another driver's demand
 	drv_intr_irq_info *irq_info =
 		drv_intr_get_irq_info_by_hwirq(combiner, static_cast<u32>(hwirq));
 
@@ -267,7 +268,8 @@ int drv_intr_domain_alloc(platform_device *device, drv_intr_combiner &combiner)
 		}
 		combiner.fwnode = fwnode;
 	}
-	combiner.domain = irq_domain_add(fwnode, 0, ~0ul, 0, &drv_intr_domain_ops, &combiner);
+	write_once(combiner.domain,
+		   irq_domain_add(fwnode, 0, ~0ul, 0, &drv_intr_domain_ops, &combiner));
 	if (!combiner.domain) {
 		intr_err("[%s]alloc domain fail", desc);
 		if (combiner.fwnode) {

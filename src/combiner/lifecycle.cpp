@@ -11,6 +11,7 @@
 #include "combiner/parent_setup.h"
 #include "combiner/scan_plan.h"
 #include "config/combiner_cfg.h"
+#include "core/leaf_index.h"
 #include "core/log.h"
 #include "core/registers.h"
 
@@ -87,14 +88,18 @@ static int make_leaf(drv_intr_combiner &combiner, drv_intr_hwirq_cfg &cfg)
 static int drv_intr_init_combiner_irq_info(drv_intr_combiner &combiner)
 {
 	list<drv_intr_hwirq_cfg> &cfgs = combiner.hwirq_cfg_list;
+	u32 count = 0;
 
-	for (auto at = cfgs.begin(); at != cfgs.end();) {
+	for (auto at = cfgs.begin(); at != cfgs.end(); count++) {
 		drv_intr_hwirq_cfg &cfg = *at;
 		++at;
 		if (make_leaf(combiner, cfg) != 0)
 			return -ENOMEM;
 	}
-	return 0;
+	const int ret = drv_intr_index_reserve(count);
+	if (ret == 0)
+		drv_intr_index_leaves(combiner);
+	return ret;
 }
 
 static int write_cpu_list(const char *desc, list<drv_intr_cpu_cfg> &cpu_list)

@@ -8,6 +8,7 @@
 #include "combiner/lifecycle.h"
 #include "combiner/parent_setup.h"
 #include "config/combiner_cfg.h"
+#include "core/leaf_index.h"
 #include "core/log.h"
 
 static drv_intr_combiner *nested_combiner(drv_intr_combiner &combiner)
@@ -98,7 +99,9 @@ void drv_intr_combiner_free(drv_intr_combiner &combiner)
 	static constexpr char desc[] = "intr combiner free";
 
 	intr_info("[%s]enter, id=%u", desc, combiner.combiner_id);
+	drv_intr_unindex_leaves(combiner);
 	synchronize_srcu();
+	drv_intr_free_replaced_tables();
 	free_nested(desc, combiner);
 	drv_intr_combiner_close_virq(combiner);
 	if (combiner.common_cfg.direct == 0) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0
 //
-// The control block and the lookups.
+// The control block and the look-up of combiners; leaves are found in leaf_index.cpp.
 #include "core/records.h"
 
 #include "core/atomic.h"
@@ -38,39 +38,6 @@ drv_intr_combiner *drv_intr_get_combiner(u32 combiner_id)
 	for (drv_intr_combiner &combiner : g_drv_intr_ctrl.combiner_list) {
 		if (combiner.combiner_id == combiner_id)
 			return &combiner;
-	}
-	return nullptr;
-}
-
-drv_intr_irq_info *drv_intr_get_irq_info_by_virq(u32 virq)
-{
-	for (drv_intr_combiner &combiner : g_drv_intr_ctrl.combiner_list) {
-		for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-			if (read_once(irq_info.virq) == virq)
-				return &irq_info;
-		}
-	}
-	return nullptr;
-}
-
-drv_intr_irq_info *drv_intr_get_irq_info_by_hwirq(drv_intr_combiner &combiner, u32 hwirq)
-{
-	for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-		if (irq_info.hwirq_cfg.hwirq == hwirq)
-			return &irq_info;
-	}
-	return nullptr;
-}
-
-drv_intr_irq_info *drv_intr_get_irq_info_by_index_type(u32 index_id, u32 type)
-{
-	for (drv_intr_combiner &combiner : g_drv_intr_ctrl.combiner_list) {
-		for (drv_intr_irq_info &irq_info : combiner.irq_info_list) {
-			const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
-
-			if (cfg.index_id == index_id && cfg.type == type)
-				return &irq_info;
-		}
 	}
 	return nullptr;
 }

@@ -23,15 +23,17 @@ drv_intr_irq_info *drv_intr_find_leaf_to_map(u32 index_id, u32 type)
 }
 
 // Two leaves of one hwirq would share one virq, and the release of one would
-// take it from under the other: only the first of them can be mapped.
+// take it from under the other: only the first of them can be mapped. None can be
+// whose combiner is about to go.
 static bool owns_hwirq(drv_intr_irq_info &irq_info)
 {
 	const u32 hwirq = irq_info.hwirq_cfg.hwirq;
 
-	if (drv_intr_get_irq_info_by_hwirq(*irq_info.combiner, hwirq) == &irq_info)
-		return true;
-	intr_err("[%s]hwirq=%u is another leaf's", mapping_desc, hwirq);
-	return false;
+	const drv_intr_irq_info *first = drv_intr_get_irq_info_by_hwirq(*irq_info.combiner, hwirq);
+
+	if (first && first != &irq_info)
+		intr_err("[%s]hwirq=%u is another leaf's", mapping_desc, hwirq);
+	return first == &irq_info;
 }
 
 u32 drv_intr_map_leaf(drv_intr_irq_info &irq_info)

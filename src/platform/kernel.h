@@ -227,6 +227,10 @@ inline void chained_irq_exit(irq_chip *chip, irq_desc *desc)
 {
 	return plat_irq_get_depth(virq, depth);
 }
+[[nodiscard]] inline int irq_get_mapping(u32 virq, const irq_domain **domain, u32 *hwirq)
+{
+	return plat_irq_get_mapping(virq, domain, hwirq);
+}
 inline void disable_irq_nosync(u32 virq)
 {
 	plat_disable_irq_nosync(virq);

@@ -190,6 +190,12 @@ void plat_chained_irq_exit(struct irq_chip *chip, struct irq_desc *desc);
 /* How often the line is disabled now. 0, or -22 without a descriptor, *depth untouched. Any
  * context. */
 int plat_irq_get_depth(u32 virq, u32 *depth);
+/*
+ * The domain of a mapped line and its hwirq there. 0, or -22 when the virq is not
+ * mapped. Any context. The mapping may change at once, and the domain may be any
+ * driver's: its address is good for comparing only.
+ */
+int plat_irq_get_mapping(u32 virq, const struct irq_domain **domain, u32 *hwirq);
 void plat_disable_irq_nosync(u32 virq);
 /*
  * A line whose disable depth is 0 is left alone, without the core's warning and

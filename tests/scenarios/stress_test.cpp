@@ -22,7 +22,7 @@ protected:
 	// that is the parent of a combiner of the card.
 	combiner board = make_combiner(0, 3), callbacks = make_combiner(1, 3);
 	combiner pin = make_card_combiner(1, 0, 2), behind = make_card_combiner(1, 1, 1);
-	combiner device = make_combiner(4, 2);
+	combiner device = make_combiner(4, 30); // more than look-up tables hold without growing
 	const leaf &witness = board.leaves[0];
 	const leaf &contested = board.leaves[1];
 

@@ -3,7 +3,9 @@
 // Parts of the driver that a whole board reaches only by luck or not at all:
 // limits, parents without a device, the thread's wake-ups.
 #include <atomic>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "control.h"
@@ -103,17 +105,6 @@ protected:
 		install();
 		ASSERT_EQ(testbed::load(), 0);
 		loaded_ = true;
-	}
-
-	// A combiner that no device stands for, as a firmware table would name it.
-	drv_intr_combiner *soft(u32 id)
-	{
-		const std::string name = "irq_combiner@" + std::to_string(id);
-		drv_intr_combiner *combiner =
-			drv_intr_combiner_init_soft(g_drv_intr_ctrl, id, name.c_str(), BOARD);
-
-		EXPECT_TRUE(combiner);
-		return combiner;
 	}
 
 	// Fires an open leaf and waits for its callback. Open first: what comes
@@ -227,65 +218,213 @@ TEST_F(Driver, lists_end_at_their_limit_and_at_the_first_gap)
 	EXPECT_EQ(testbed::unload_backplane(), 0);
 }
 
-TEST_F(Driver, lookups_give_the_first_in_list_order)
-{
-	for (u32 id : {0u, 1u})
-		for (u32 i : {0u, 1u})
-			node(id)["hwirq_cfg" + std::to_string(i)] = leaf_keys(i);
-	node(0)["hwirq_cfg1"]["hwirq"] = 0; // as its neighbour
-	load();
-	const auto of = [](u32 id, u32 position) {
-		auto at = drv_intr_get_combiner(id)->irq_info_list.begin();
-		for (u32 i = 0; i < position; i++)
-			++at;
-		return &*at;
-	};
+// Lines of another driver, whose controller cannot move them: many cannot.
+class ForeignLines : public Driver {
+protected:
+	void SetUp() override
+	{
+		static constexpr auto nothing = [](irq_data *) {};
+		static constexpr plat_irq_chip_ops ops = {nothing, nothing, nothing,
+							  nothing, nullptr, nullptr};
+		static constexpr plat_irq_domain_ops domain_ops = {
+			[](irq_domain *, unsigned virq, unsigned long) {
+				plat_irq_set_chip_and_handler_name(virq, &chip,
+								   plat_handle_level_irq, nullptr);
+				plat_irq_modify_status(virq, IRQ_NOREQUEST, 0);
+				return 0;
+			}};
 
-	EXPECT_EQ(drv_intr_get_irq_info_by_index_type(1, TYPE), of(0, 1));
-	EXPECT_EQ(drv_intr_get_irq_info_by_index_type(1, TYPE + 1), nullptr);
-	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 0), of(0, 0));
-	EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(*drv_intr_get_combiner(0), 1), nullptr);
-	EXPECT_EQ(plat_irq_create_mapping(drv_intr_get_combiner(0)->domain, 1), 0u);
-	const u32 virq = drv_mapping_irq(0, TYPE);
-	ASSERT_NE(virq, 0u);
-	EXPECT_EQ(drv_intr_get_irq_info_by_virq(virq), of(0, 0));
-	EXPECT_EQ(drv_intr_get_irq_info_by_virq(0), of(0, 1)); // number 0 is "not mapped"
-	drv_intr_combiner *second = soft(1);
-	EXPECT_NE(drv_intr_get_combiner(1), second);
-	drv_intr_combiner_remove(*second);
-	EXPECT_EQ(drv_intr_get_combiner(99), nullptr);
-}
+		Driver::SetUp();
+		plat_irq_chip_init(&chip, "fixed", &ops);
+		domain_ = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+	}
 
-// Many controllers cannot move their lines at all.
-TEST_F(Driver, leaf_of_a_parent_that_cannot_move_is_refused)
-{
-	static constexpr auto nothing = [](irq_data *) {};
-	static constexpr plat_irq_chip_ops ops = {nothing, nothing, nothing,
-						  nothing, nullptr, nullptr};
-	static plat_irq_chip chip;
-	static constexpr plat_irq_domain_ops domain_ops = {[](irq_domain *, unsigned virq,
-							      unsigned long) {
-		plat_irq_set_chip_and_handler_name(virq, &chip, plat_handle_level_irq, nullptr);
-		plat_irq_modify_status(virq, IRQ_NOREQUEST, 0);
-		return 0;
-	}};
+	void TearDown() override
+	{
+		{
+			const mutex_guard guard(g_drv_intr_lock);
+			drv_intr_all_combiner_free(g_drv_intr_ctrl);
+		}
+		for (const u32 virq : lines_)
+			plat_irq_dispose_mapping(virq);
+		plat_irq_domain_remove(domain_);
+		Driver::TearDown();
+	}
 
-	plat_irq_chip_init(&chip, "fixed", &ops);
-	irq_domain *domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
-	const u32 parent = plat_irq_create_mapping(domain, 1);
-	node(5)["hwirq_cfg0"] = leaf_keys(0);
-	install();
+	// Combiner `id` on line `id`: up, or null with nothing left.
+	drv_intr_combiner *up(u32 id)
+	{
+		while (lines_.size() <= id)
+			lines_.push_back(plat_irq_create_mapping(domain_, lines_.size()));
+		const std::string name = "irq_combiner@" + std::to_string(id);
+		const mutex_guard guard(g_drv_intr_lock);
+		drv_intr_combiner *combiner =
+			drv_intr_combiner_init_soft(g_drv_intr_ctrl, id, name.c_str(), BOARD);
+
+		if (combiner && drv_intr_combiner_init(*combiner, nullptr, lines_[id]) != 0) {
+			drv_intr_combiner_remove(*combiner);
+			return nullptr;
+		}
+		return combiner;
+	}
+
+	static void down(u32 id)
 	{
 		const mutex_guard guard(g_drv_intr_lock);
-		drv_intr_combiner *combiner = soft(5);
-		ASSERT_EQ(drv_intr_combiner_init(*combiner, nullptr, parent), 0);
-		ASSERT_EQ(drv_intr_set_regist(0, TYPE, count_call, nullptr), 0);
-		EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), -EINVAL);
-		EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
-		drv_intr_combiner_remove(*combiner);
+		drv_intr_combiner_remove(*drv_intr_get_combiner(id));
 	}
-	plat_irq_dispose_mapping(parent);
-	plat_irq_domain_remove(domain);
+
+	void add_leaf(u32 id, u32 index_id, u32 type, u32 hwirq)
+	{
+		cfg::entries &entries = node(id);
+		const size_t number = entries.size() - entries.count("global_cfg");
+
+		entries["global_cfg"] = {{"direct", 1}};
+		entries["hwirq_cfg" + std::to_string(number)] = {
+			{"index_id", index_id}, {"type", type}, {"hwirq", hwirq}, {"level_num", 0}};
+	}
+
+private:
+	static plat_irq_chip chip;
+	irq_domain *domain_ = nullptr;
+	std::vector<u32> lines_;
+};
+
+plat_irq_chip ForeignLines::chip;
+
+TEST_F(ForeignLines, leaf_of_a_parent_that_cannot_move_is_refused)
+{
+	node(5)["hwirq_cfg0"] = leaf_keys(0);
+	install();
+	ASSERT_TRUE(up(5));
+	ASSERT_EQ(drv_intr_set_regist(0, TYPE, count_call, nullptr), 0);
+	EXPECT_EQ(host_irq_set_affinity(drv_find_mapping_irq(0, TYPE), 2), -EINVAL);
+	EXPECT_EQ(drv_intr_set_unregist(0, TYPE), 0);
+}
+
+// The walk that the tables stand for.
+template <typename F> drv_intr_irq_info *first_leaf(F matches)
+{
+	for (drv_intr_combiner &combiner : g_drv_intr_ctrl.combiner_list)
+		for (drv_intr_irq_info &leaf : combiner.irq_info_list)
+			if (matches(leaf))
+				return &leaf;
+	return nullptr;
+}
+
+// Combiners come and go, some without the memory for it; leaves are mapped and unmapped.
+// Names, hwirqs and with them virqs come from few values, so that many are double.
+TEST_F(ForeignLines, lookups_give_the_first_in_list_order)
+{
+	constexpr u32 COMBINERS = 6, INDEX_IDS = 32, TYPES = 8, HWIRQS = 64, VIRQS = 200;
+	std::mt19937 random(20);
+	const auto below = [&](u32 limit) { return static_cast<u32>(random() % limit); };
+	u32 refused = 0;
+
+	for (u32 id = 0; id < COMBINERS; id++)
+		for (u32 i = id == 0 ? 120 : below(70); i > 0; i--)
+			add_leaf(id, below(INDEX_IDS), below(TYPES), below(HWIRQS));
+	install();
+	for (u32 step = 0; step < 300 && !HasFailure(); step++) {
+		SCOPED_TRACE(step);
+		const u32 id = below(COMBINERS);
+		if (drv_intr_get_combiner(id)) {
+			down(id);
+		} else {
+			// A record, one for each leaf's configuration and one for each
+			// leaf; then a table, or two, of some combiners.
+			const u32 records = 1 + 2 * (static_cast<u32>(node(id).size()) - 1);
+			if (below(2))
+				host_fault("plat_kzalloc", records + below(3), 0);
+			refused += !up(id);
+			host_fault_off();
+		}
+		for (u32 i = 0; i < 10; i++) {
+			(void)drv_mapping_irq(below(INDEX_IDS), below(TYPES));
+			(void)drv_intr_set_unregist(below(INDEX_IDS), below(TYPES));
+		}
+		for (u32 index_id = 0; index_id < INDEX_IDS; index_id++)
+			for (u32 type = 0; type < TYPES; type++)
+				EXPECT_EQ(drv_intr_get_irq_info_by_index_type(index_id, type),
+					  first_leaf([&](const drv_intr_irq_info &leaf) {
+						  return leaf.hwirq_cfg.index_id == index_id &&
+							 leaf.hwirq_cfg.type == type;
+					  }));
+		for (drv_intr_combiner &combiner : g_drv_intr_ctrl.combiner_list)
+			for (u32 hwirq = 0; hwirq < HWIRQS; hwirq++)
+				EXPECT_EQ(drv_intr_get_irq_info_by_hwirq(combiner, hwirq),
+					  first_leaf([&](const drv_intr_irq_info &leaf) {
+						  return leaf.combiner == &combiner &&
+							 leaf.hwirq_cfg.hwirq == hwirq;
+					  }));
+		// 0 is that of leaves without a mapping; some are the parent lines'.
+		for (u32 virq = 0; virq < VIRQS; virq++)
+			EXPECT_EQ(drv_intr_get_irq_info_by_virq(virq),
+				  first_leaf([&](const drv_intr_irq_info &leaf) {
+					  return leaf.virq == virq;
+				  }));
+	}
+	EXPECT_GT(refused, 30u);
+
+	// Another driver may have a leaf mapped: the leaf does not know of it.
+	const drv_intr_irq_info *leaf = drv_intr_get_irq_info_by_virq(0);
+	ASSERT_TRUE(leaf);
+	const u32 virq = plat_irq_create_mapping(leaf->combiner->domain, leaf->hwirq_cfg.hwirq);
+	ASSERT_NE(virq, 0u);
+	EXPECT_EQ(drv_intr_get_irq_info_by_virq(virq), nullptr);
+	plat_irq_dispose_mapping(virq);
+	EXPECT_EQ(plat_irq_create_mapping(leaf->combiner->domain, HWIRQS), 0u); // nobody's
+}
+
+// Two combiners with the same names take turns, so that one of them is always there; a
+// large one makes the tables grow, and is gone again.
+TEST_F(ForeignLines, lookups_go_on_while_combiners_come_and_go)
+{
+	constexpr u32 NAMES = 12, LARGE = 100;
+	static std::atomic<bool> stop;
+	static std::atomic<u32> rounds, wrong;
+	static constexpr auto read_all = [](void *) {
+		for (u32 name = 0; name < LARGE; name++) {
+			const srcu_reader reader;
+			const auto *leaf = drv_intr_get_irq_info_by_index_type(name, TYPE);
+			const auto *own =
+				leaf ? drv_intr_get_irq_info_by_hwirq(*leaf->combiner, name)
+				     : nullptr;
+
+			wrong += leaf ? leaf->hwirq_cfg.index_id != name : name < NAMES;
+			wrong += own && own != leaf;
+		}
+		rounds++;
+	};
+
+	stop = false;
+	rounds = wrong = 0;
+	for (u32 name = 0; name < LARGE; name++)
+		for (u32 id : {0u, 1u, 2u})
+			if (id == 2 || name < NAMES)
+				add_leaf(id, name, TYPE, name);
+	install();
+	ASSERT_TRUE(up(0));
+	std::thread reader([] {
+		while (!stop)
+			read_all(nullptr);
+	});
+	for (u32 turn = 1; turn <= 60; turn++) {
+		host_queue_hardirq_call(read_all, nullptr);
+		EXPECT_TRUE(up(turn % 2));
+		if (turn % 3 == 0) {
+			EXPECT_TRUE(up(2));
+		}
+		host_queue_hardirq_call(read_all, nullptr);
+		down(1 - turn % 2);
+		if (turn % 3 == 0)
+			down(2);
+	}
+	stop = true;
+	reader.join();
+	EXPECT_EQ(host_wait_idle(10000), 0);
+	EXPECT_GT(rounds, 120u);
+	EXPECT_EQ(wrong, 0u);
 }
 
 // A board's own string module may refuse what ours formats.
