@@ -26,6 +26,7 @@ TEST_F(Defaults, leaves_inherit_the_chip_of_their_combiner)
 	cfg::entries &node = table().nodes["irq_combiner@4"];
 	cfg::entries &slot = table().nodes["slot_isr_0x1a"];
 	node["global_cfg"]["chip_id"] = c.leaves[0].levels[0].chip;
+	node["global_cfg"]["policy"] = 0;
 	slot["hwirq_cfg0"] = without_chips(node["hwirq_cfg2"]);
 	slot["hwirq_cfg0"]["combiner_id"] = 4;
 	node["hwirq_cfg1"] = without_chips(node["hwirq_cfg1"]);
@@ -35,6 +36,8 @@ TEST_F(Defaults, leaves_inherit_the_chip_of_their_combiner)
 	ASSERT_EQ(testbed::load_backplane(), 0);
 	command("backplane", "type 0x1a");
 	ASSERT_TRUE(add_device("irq_combiner@4", "line:4"));
+	EXPECT_NE(testbed::read("monitor").find(" allow_max=1000000 suppress_ms=1000 policy=0 "),
+		  std::string::npos);
 	for (const leaf &leaf : c.leaves) {
 		ASSERT_EQ(regist(leaf), 0);
 		expect_delivery(leaf);

@@ -58,6 +58,7 @@ TEST_P(Nested, parent_leaf_is_the_inner_combiners_alone)
 	bring_up();
 	EXPECT_EQ(ask("client", "regist 0x401 3"), 14);
 	EXPECT_EQ(ask("client", "unregist 0x401 3"), 0);
+	EXPECT_FALSE(logged("requested by another driver"));
 	EXPECT_GT(ask("client", "find 0x401 3"), 0);
 	// A second combiner behind the same leaf is refused, and the first lives on.
 	EXPECT_FALSE(add_device("irq_combiner@10", "leaf:0x401:3"));
