@@ -28,7 +28,6 @@ drv_intr_irq_info *drv_intr_find_leaf_to_map(u32 index_id, u32 type)
 static bool owns_hwirq(drv_intr_irq_info &irq_info)
 {
 	const u32 hwirq = irq_info.hwirq_cfg.hwirq;
-
 	const drv_intr_irq_info *first = drv_intr_get_irq_info_by_hwirq(*irq_info.combiner, hwirq);
 
 	if (first && first != &irq_info)
