@@ -179,9 +179,8 @@ int xml_table_open(struct xml_table *table, const void *data, size_t size, char 
 	return 0;
 }
 
-/* Binary search by name in records [first, first + count). */
-static int find(const struct xml_table *table, const struct xml_part *part, u32 first, u32 count,
-		const char *name, u32 *index)
+int xml_table_find(const struct xml_table *table, const struct xml_part *part, u32 first,
+		   u32 count, const char *name, u32 *index)
 {
 	u32 middle;
 	int order;
@@ -201,28 +200,4 @@ static int find(const struct xml_table *table, const struct xml_part *part, u32 
 		}
 	}
 	return -ENOENT;
-}
-
-int xml_table_find_entry(const struct xml_table *table, const char *node, const char *entry,
-			 u32 *index)
-{
-	u32 at;
-
-	if (find(table, &table->nodes, 0, table->nodes.count, node, &at))
-		return -ENOENT;
-	return find(table, &table->entries, xml_part_word(&table->nodes, at, 1),
-		    xml_part_word(&table->nodes, at, 2), entry, index);
-}
-
-int xml_table_find_value(const struct xml_table *table, const char *node, const char *entry,
-			 const char *key, u32 *value)
-{
-	u32 at;
-
-	if (xml_table_find_entry(table, node, entry, &at) ||
-	    find(table, &table->keys, xml_part_word(&table->entries, at, 1),
-		 xml_part_word(&table->entries, at, 2), key, &at))
-		return -ENOENT;
-	*value = xml_part_word(&table->keys, at, 1);
-	return 0;
 }

@@ -121,8 +121,8 @@ static inline u32 xml_part_word(const struct xml_part *part, u32 index, u32 word
 	return at[0] | (u32)at[1] << 8 | (u32)at[2] << 16 | (u32)at[3] << 24;
 }
 
-static inline const char *xml_part_name(const struct xml_table *table,
-					const struct xml_part *part, u32 index)
+static inline const char *xml_part_name(const struct xml_table *table, const struct xml_part *part,
+					u32 index)
 {
 	return table->strings + xml_part_word(part, index, 0);
 }
@@ -136,13 +136,14 @@ static inline const char *xml_part_name(const struct xml_table *table,
 int xml_table_open(struct xml_table *table, const void *data, size_t size, char *why,
 		   size_t why_size);
 
-/* Return: 0 with *index the entry's record, or -ENOENT. */
-int xml_table_find_entry(const struct xml_table *table, const char *node, const char *entry,
-			 u32 *index);
-
-/* Return: 0 with *value stored, or -ENOENT with *value untouched. */
-int xml_table_find_value(const struct xml_table *table, const char *node, const char *entry,
-			 const char *key, u32 *value);
+/*
+ * Binary search by name in records [first, first + count) of one part, which are
+ * sorted: all nodes, or what one node or entry names.
+ *
+ * Return: 0 with *index the record, or -ENOENT with *index untouched.
+ */
+int xml_table_find(const struct xml_table *table, const struct xml_part *part, u32 first, u32 count,
+		   const char *name, u32 *index);
 
 #ifdef __cplusplus
 }

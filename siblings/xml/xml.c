@@ -6,8 +6,12 @@
  * No XML is parsed here. User space compiles it (intr-cfgc) and writes the
  * table to the control file "xml_table"; a table replaces the one of the same
  * instance. The control file "xml" lists the active tables and drops one.
- * A new table is copied, checked and only then exchanged under tables_lock, so
- * a lookup sees the old one or the new one, and a refused one changes nothing.
+ * A new table is copied, checked and only then exchanged, so a lookup sees the old
+ * one or the new one, and a refused one changes nothing.
+ *
+ * Who reads configuration asks for all keys of an entry, one after the other. The
+ * cursor keeps the place of the last answer: as long as the names are the same, a
+ * lookup compares them once, word by word, and searches the keys of that entry only.
  */
 #include "port.h"
 #include "args.h"
@@ -21,14 +25,40 @@
 struct xml_slot {
 	void *data;
 	struct xml_table table;
+	u64 *key_heads;	/* of each key of the table */
 };
 
-PORT_MUTEX(tables_lock);
-/* Under tables_lock, as is why the last write was refused. */
-static struct xml_slot slots[INSTANCE_MAX];
-static char refusal[160];
+#define NAME_WORDS (XML_TABLE_NAME_MAX / 8 + 1)
+#define GUESSES 64u
 
-/* Called with tables_lock held. NULL: no table of this instance. */
+/* A name as a lookup compares it: whole words, and of the last one the part up to the end. */
+struct known_name {
+	u64 words[NAME_WORDS];
+	u64 masks[NAME_WORDS];
+	u32 last;
+};
+
+struct place {
+	struct xml_slot *slot;	/* NULL: none */
+	bool in_entry;		/* not only in the node */
+	struct known_name node, entry;
+	u32 first_entry, entry_count;
+	u32 first_key, key_count;
+	u32 asked;	/* keys of this entry */
+	/* Where the key that was asked for in this turn was found in the entry before. */
+	u8 guesses[GUESSES];
+};
+
+/* Whoever writes slots or works on a table for long; process context. */
+PORT_MUTEX(tables_lock);
+/* Inside it: a lookup, and the exchange of a slot. */
+PORT_LOCK(lookup_lock);
+static struct xml_slot slots[INSTANCE_MAX];	/* written under both */
+static struct place cursor;			/* under lookup_lock */
+static struct known_name root;
+static char refusal[160];	/* why the last write was refused; under tables_lock */
+
+/* Called with one of the locks held, as the next. NULL: no table of this instance. */
 static struct xml_slot *find_slot(u32 inst_id)
 {
 	u32 i;
@@ -39,7 +69,7 @@ static struct xml_slot *find_slot(u32 inst_id)
 	return NULL;
 }
 
-/* Called with tables_lock held. NULL: every slot is in use. */
+/* NULL: every slot is in use. */
 static struct xml_slot *find_free_slot(void)
 {
 	u32 i;
@@ -50,45 +80,216 @@ static struct xml_slot *find_free_slot(void)
 	return NULL;
 }
 
+/* Names */
+
+/* What stands behind the end of the text is made 0. */
+static u64 clean_word(u64 word)
+{
+	u64 zeros = (word - 0x0101010101010101ull) & ~word & 0x8080808080808080ull;
+
+	return zeros ? word & (((zeros - 1) & ~zeros) >> 7) : word;
+}
+
+/* name has at most XML_TABLE_NAME_MAX characters. */
+static void know_name(struct known_name *known, const char *name)
+{
+	u32 length = (u32)strlen(name), i;
+
+	known->last = length / 8;
+	for (i = 0; i <= known->last; i++) {
+		known->words[i] = clean_word(port_text_word(name + 8 * i));
+		known->masks[i] = 0xffffffffffffffffull;
+	}
+	known->masks[known->last] >>= 56 - length % 8 * 8;
+}
+
+static inline bool is_word(const char *text, const struct known_name *known, u32 i)
+{
+	return !((port_text_word(text + 8 * i) ^ known->words[i]) & known->masks[i]);
+}
+
+/* A whole word that is equal has no end in it: the next may be read. Most names have two. */
+static inline bool is_name(const char *text, const struct known_name *known)
+{
+	u32 i;
+
+	if (!is_word(text, known, 0))
+		return false;
+	if (!known->last)
+		return true;
+	if (!is_word(text, known, 1))
+		return false;
+	for (i = 2; i <= known->last; i++)
+		if (!is_word(text, known, i))
+			return false;
+	return true;
+}
+
+/* The first eight characters as a number that sorts as the text does. */
+static inline u64 head_of(const char *text)
+{
+	return __builtin_bswap64(clean_word(port_text_word(text)));
+}
+
+/* Look-ups; called with lookup_lock held */
+
+static __attribute__((__noinline__)) bool seek_node(u32 inst_id, const char *name)
+{
+	struct xml_slot *slot = find_slot(inst_id);
+	const struct xml_table *table;
+	u32 node;
+
+	if (!slot)
+		return false;
+	table = &slot->table;
+	if (xml_table_find(table, &table->nodes, 0, table->nodes.count, name, &node))
+		return false;
+	cursor.slot = slot;
+	cursor.in_entry = false;
+	know_name(&cursor.node, name);
+	cursor.first_entry = xml_part_word(&table->nodes, node, 1);
+	cursor.entry_count = xml_part_word(&table->nodes, node, 2);
+	return true;
+}
+
+static __attribute__((__noinline__)) bool seek_entry(const char *name)
+{
+	const struct xml_table *table = &cursor.slot->table;
+	u32 entry;
+
+	if (xml_table_find(table, &table->entries, cursor.first_entry, cursor.entry_count, name,
+			   &entry))
+		return false;
+	cursor.in_entry = true;
+	know_name(&cursor.entry, name);
+	cursor.first_key = xml_part_word(&table->entries, entry, 1);
+	cursor.key_count = xml_part_word(&table->entries, entry, 2);
+	cursor.asked = 0;
+	return true;
+}
+
+/* Return: the cursor is in that entry. Where it is else does not matter. */
+static inline bool seek(u32 inst_id, const char *node, const char *entry)
+{
+	if (!cursor.slot || cursor.slot->table.instance != inst_id || !is_name(node, &cursor.node))
+		return seek_node(inst_id, node) && seek_entry(entry);
+	return (cursor.in_entry && is_name(entry, &cursor.entry)) || seek_entry(entry);
+}
+
+/* Binary search. Return: the first of the entry's keys whose head is not smaller, or their end. */
+static __attribute__((__noinline__)) u32 search_head(const u64 *heads, u32 count, u64 head)
+{
+	u32 first = 0, half;
+
+	while (count) {
+		half = count / 2;
+		if (heads[first + half] < head) {
+			first += half + 1;
+			count -= half + 1;
+		} else {
+			count = half;
+		}
+	}
+	return first;
+}
+
+static inline bool is_place(const u64 *heads, u32 count, u64 head, u32 at)
+{
+	return at <= count && (at == count || heads[at] >= head) && (!at || heads[at - 1] < head);
+}
+
+/*
+ * Return: as search_head. The keys of an entry are asked for in the same order as those
+ * of the entry before, which mostly has the same keys.
+ */
+static inline u32 find_head(const u64 *heads, u32 count, u64 head)
+{
+	u8 *guess = &cursor.guesses[cursor.asked++ % GUESSES];
+	u32 at = *guess;
+
+	if (!is_place(heads, count, head, at)) {
+		at = search_head(heads, count, head);
+		*guess = (u8)at;
+	}
+	return at;
+}
+
+/* Keys of eight characters or more may share a head. */
+static inline int find_value(const char *key, u32 *value)
+{
+	const struct xml_table *table = &cursor.slot->table;
+	const u64 *heads = cursor.slot->key_heads + cursor.first_key;
+	u64 head = head_of(key);
+	u32 at = find_head(heads, cursor.key_count, head);
+
+	for (; at < cursor.key_count && heads[at] == head; at++) {
+		if ((head & 0xff) && strcmp(xml_part_name(table, &table->keys,
+							  cursor.first_key + at) + 8, key + 8))
+			continue;
+		*value = xml_part_word(&table->keys, cursor.first_key + at, 1);
+		return 0;
+	}
+	return -ENOENT;
+}
+
+/* In one piece: this is what the set-up of a combiner consists of. */
+__attribute__((__flatten__))
 int xml_get_element_value_u32(u32 inst_id, const char *name1, const char *name2, const char *name3,
 			      const char *key, u32 *value)
 {
-	struct xml_slot *slot;
+	unsigned long flags;
 	int ret = -ENOENT;
 
 	if (!name1 || !name2 || !name3 || !key || !value)
 		return -EINVAL;
-	if (strcmp(name1, XML_TABLE_ROOT))
+	if (!is_name(name1, &root))
 		return -ENOENT;
-	port_mutex_lock(&tables_lock);
-	slot = find_slot(inst_id);
-	if (slot)
-		ret = xml_table_find_value(&slot->table, name2, name3, key, value);
-	port_mutex_unlock(&tables_lock);
+	flags = port_lock(&lookup_lock);
+	if (seek(inst_id, name2, name3))
+		ret = find_value(key, value);
+	port_unlock(&lookup_lock, flags);
 	return ret;
 }
 
 int xml_is_entry_exist(u32 inst_id, const char *name1, const char *name2, const char *name3,
 		       u32 *exists)
 {
-	struct xml_slot *slot;
-	u32 index;
+	unsigned long flags;
 
 	if (!name1 || !name2 || !name3 || !exists)
 		return -EINVAL;
 	*exists = 0;
-	if (strcmp(name1, XML_TABLE_ROOT))
+	if (!is_name(name1, &root))
 		return 0;
-	port_mutex_lock(&tables_lock);
-	slot = find_slot(inst_id);
-	if (slot && !xml_table_find_entry(&slot->table, name2, name3, &index))
+	flags = port_lock(&lookup_lock);
+	if (seek(inst_id, name2, name3))
 		*exists = 1;
-	port_mutex_unlock(&tables_lock);
+	port_unlock(&lookup_lock, flags);
 	return 0;
 }
 
-/* Exchange the table of fresh's instance. Return: the old bytes (or NULL) in *old. */
-static int activate(const struct xml_slot *fresh, void **old)
+/* Changing tables */
+
+/* Called with tables_lock held. Return: what the slot held. */
+static struct xml_slot exchange(struct xml_slot *slot, const struct xml_slot *fresh)
+{
+	unsigned long flags = port_lock(&lookup_lock);
+	struct xml_slot old = *slot;
+
+	*slot = *fresh;
+	cursor.slot = NULL;
+	port_unlock(&lookup_lock, flags);
+	return old;
+}
+
+static void free_slot(const struct xml_slot *slot)
+{
+	port_free(slot->key_heads);
+	port_free(slot->data);
+}
+
+/* Exchange the table of fresh's instance. *old: what is to be freed. */
+static int activate(const struct xml_slot *fresh, struct xml_slot *old)
 {
 	struct xml_slot *slot;
 	int ret = 0;
@@ -98,8 +299,7 @@ static int activate(const struct xml_slot *fresh, void **old)
 	if (!slot)
 		slot = find_free_slot();
 	if (slot) {
-		*old = slot->data;
-		*slot = *fresh;
+		*old = exchange(slot, fresh);
 		refusal[0] = '\0';
 	} else {
 		ret = -ENOSPC;
@@ -120,12 +320,24 @@ static int refuse(int ret, const char *why)
 	return ret;
 }
 
+static bool make_key_heads(struct xml_slot *slot)
+{
+	const struct xml_table *table = &slot->table;
+	u32 i;
+
+	slot->key_heads = port_alloc((table->keys.count + (size_t)1) * sizeof(u64));
+	if (!slot->key_heads)
+		return false;
+	for (i = 0; i < table->keys.count; i++)
+		slot->key_heads[i] = head_of(xml_part_name(table, &table->keys, i));
+	return true;
+}
+
 /* Check a private copy: what was checked can no longer change. */
 static int install(const void *data, size_t size)
 {
-	struct xml_slot fresh;
+	struct xml_slot fresh = { 0 }, old = { 0 };
 	char why[sizeof(refusal)];
-	void *old = NULL;
 
 	if (size > XML_TABLE_SIZE_MAX) {
 		snprintf(why, sizeof(why), "%zu bytes are more than the limit of %u", size,
@@ -141,14 +353,17 @@ static int install(const void *data, size_t size)
 		port_free(fresh.data);
 		return refuse(-EINVAL, why);
 	}
-	if (activate(&fresh, &old)) {
+	if (!make_key_heads(&fresh)) {
 		port_free(fresh.data);
+		return refuse(-ENOMEM, "out of memory");
+	}
+	if (activate(&fresh, &old)) {
+		free_slot(&fresh);
 		snprintf(why, sizeof(why), "%u instances are active already; drop one first",
 			 INSTANCE_MAX);
 		return refuse(-ENOSPC, why);
 	}
-	if (old)
-		port_free(old);
+	free_slot(&old);
 	snprintf(why, sizeof(why), "xml: instance 0x%x: table active, %u nodes, checksum 0x%08x",
 		 fresh.table.instance, fresh.table.nodes.count, fresh.table.checksum);
 	port_printk(2, why);
@@ -157,23 +372,21 @@ static int install(const void *data, size_t size)
 
 static int drop(u32 inst_id, char *reply, size_t reply_size)
 {
-	struct xml_slot *slot;
-	void *old = NULL;
+	const struct xml_slot none = { 0 };
+	struct xml_slot *slot, old = { 0 };
 
 	port_mutex_lock(&tables_lock);
 	slot = find_slot(inst_id);
-	if (slot) {
-		old = slot->data;
-		slot->data = NULL;
-	}
+	if (slot)
+		old = exchange(slot, &none);
 	port_mutex_unlock(&tables_lock);
-	if (!old) {
+	if (!old.data) {
 		snprintf(reply, reply_size,
 			 "xml: instance 0x%x has no table; read this file for those that have",
 			 inst_id);
 		return -ENOENT;
 	}
-	port_free(old);
+	free_slot(&old);
 	return 0;
 }
 
@@ -238,8 +451,10 @@ static struct port_ctl table_control = { .name = "xml_table", .blob = install };
 
 int xml_start(void)
 {
-	int ret = port_ctl_register(&control);
+	int ret;
 
+	know_name(&root, XML_TABLE_ROOT);
+	ret = port_ctl_register(&control);
 	if (ret)
 		return ret;
 	ret = port_ctl_register(&table_control);
@@ -250,13 +465,15 @@ int xml_start(void)
 
 void xml_stop(void)
 {
+	const struct xml_slot none = { 0 };
+	struct xml_slot old;
 	u32 i;
 
 	port_ctl_unregister(&table_control);
 	port_ctl_unregister(&control);
 	for (i = 0; i < INSTANCE_MAX; i++) {
-		port_free(slots[i].data);
-		slots[i].data = NULL;
+		old = exchange(&slots[i], &none);
+		free_slot(&old);
 	}
 	refusal[0] = '\0';
 }

@@ -129,23 +129,37 @@ TEST_F(xml_table_test, finds_nothing_that_was_not_written)
 	EXPECT_EQ(77u, value);
 }
 
+// Names that are the beginning of others, and an entry that lacks a key which the one
+// before it has; asked for in another order than they lie in.
 TEST_F(xml_table_test, finds_every_name_of_a_big_table)
 {
+	static constexpr const char *keys[] = {"l0_shift",   "hwirq",	"type", "l0_status",
+					       "l0_status2", "l0_stat", "l0_s", "l0_statu"};
+	const std::string longest(XML_TABLE_NAME_MAX, 'n'), shorter(XML_TABLE_NAME_MAX - 1, 'n'),
+		longer(XML_TABLE_NAME_MAX + 1, 'n');
 	cfg::table table;
 	u32 expected = 0;
 
 	for (u32 node = 0; node < 32; node++)
 		for (u32 entry = 0; entry < 128; entry++)
-			for (const char *key : {"hwirq", "type", "l0_status", "l0_shift"})
+			for (const char *key : keys)
 				table.nodes["irq_combiner@" + std::to_string(node)]
 					   ["hwirq_cfg" + std::to_string(entry)][key] = expected++;
+	table.nodes["irq_combiner@31"]["hwirq_cfg127"].erase("l0_statu");
+	table.nodes[longest][shorter][longest] = 1;
+	table.nodes[shorter][longest][shorter] = 2;
 	ASSERT_EQ(0, install(write(table)));
 	for (const auto &[node, entries] : table.nodes)
-		for (const auto &[entry, keys] : entries)
-			for (const auto &[key, value] : keys)
-				ASSERT_EQ(std::to_string(value),
-					  lookup(XML_TABLE_BOARD, node.c_str(), entry.c_str(),
-						 key.c_str()));
+		for (const auto &[entry, values] : entries)
+			for (const char *key :
+			     {keys[0], keys[1], keys[2], keys[3], keys[4], keys[5], keys[6],
+			      keys[7], longest.c_str(), shorter.c_str(), longer.c_str(), "z", ""})
+				ASSERT_EQ(values.count(key) ? std::to_string(values.at(key))
+							    : "none",
+					  lookup(XML_TABLE_BOARD, node.c_str(), entry.c_str(), key))
+					<< node << ' ' << entry << ' ' << key;
+	EXPECT_FALSE(exists(XML_TABLE_BOARD, longer.c_str(), shorter.c_str()));
+	EXPECT_FALSE(exists(XML_TABLE_BOARD, longest.c_str(), longest.c_str()));
 }
 
 TEST_F(xml_table_test, instances_replace_and_drop_independently)
@@ -288,15 +302,19 @@ TEST_F(xml_table_test, inconsistent_content_is_refused_and_named)
 // Everything a reader can reach in an opened table, so that the sanitizer sees it.
 void read_all(const xml_table &table)
 {
-	u32 value;
+	const auto find = [&](const xml_part &parent, const xml_part &part, u32 record) {
+		u32 found;
+
+		for (u32 i = 0; i < part.count; i++)
+			(void)xml_table_find(&table, &part, xml_part_word(&parent, record, 1),
+					     xml_part_word(&parent, record, 2),
+					     xml_part_name(&table, &part, i), &found);
+	};
 
 	for (u32 node = 0; node < table.nodes.count; node++)
-		for (u32 entry = 0; entry < table.entries.count; entry++)
-			for (u32 key = 0; key < table.keys.count; key++)
-				(void)xml_table_find_value(
-					&table, xml_part_name(&table, &table.nodes, node),
-					xml_part_name(&table, &table.entries, entry),
-					xml_part_name(&table, &table.keys, key), &value);
+		find(table.nodes, table.entries, node);
+	for (u32 entry = 0; entry < table.entries.count; entry++)
+		find(table.entries, table.keys, entry);
 }
 
 TEST(xml_table_open, random_damage_never_leads_outside)

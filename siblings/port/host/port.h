@@ -29,10 +29,21 @@ struct port_lock {
 	pthread_mutex_t mutex;
 };
 
-#define PORT_LOCK(name) static struct port_lock name = { PTHREAD_MUTEX_INITIALIZER }
+#define PORT_LOCK_INIT(name) { PTHREAD_MUTEX_INITIALIZER }
+#define PORT_LOCK(name) static struct port_lock name = PORT_LOCK_INIT(name)
 
 unsigned long port_lock(struct port_lock *lock);
 void port_unlock(struct port_lock *lock, unsigned long flags);
+
+static inline u64 port_text_word(const char *text)
+{
+	u64 word = 0;
+	u32 i;
+
+	for (i = 0; i < 8 && text[i]; i++)
+		word |= (u64)(unsigned char)text[i] << 8 * i;
+	return word;
+}
 
 struct port_mutex {
 	pthread_mutex_t mutex;

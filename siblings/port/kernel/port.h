@@ -31,6 +31,7 @@
 #include <linux/types.h>
 #include <linux/uaccess.h>
 #include <linux/version.h>
+#include <asm/word-at-a-time.h>
 #include "intr/siblings.h"
 
 /* Any context. Held sections neither sleep nor allocate, and keep interrupts off. */
@@ -38,8 +39,9 @@ struct port_lock {
 	raw_spinlock_t raw;
 };
 
-#define PORT_LOCK(name) \
-	static struct port_lock name = { .raw = __RAW_SPIN_LOCK_UNLOCKED(name.raw) }
+/* Of a lock that is, or lies in, a static object. */
+#define PORT_LOCK_INIT(name) { .raw = __RAW_SPIN_LOCK_UNLOCKED(name.raw) }
+#define PORT_LOCK(name) static struct port_lock name = PORT_LOCK_INIT(name)
 
 static inline unsigned long port_lock(struct port_lock *lock)
 {
@@ -70,6 +72,15 @@ static inline void port_mutex_lock(struct port_mutex *lock)
 static inline void port_mutex_unlock(struct port_mutex *lock)
 {
 	mutex_unlock(&lock->mutex);
+}
+
+/*
+ * Eight bytes of a text from here on, the first one lowest. What lies behind the text's
+ * end is anything; it is read, but never faults.
+ */
+static inline u64 port_text_word(const char *text)
+{
+	return load_unaligned_zeropad(text);
 }
 
 /* Zeroed; may sleep; NULL on failure. Freeing NULL does nothing. */
