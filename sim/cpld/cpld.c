@@ -35,87 +35,113 @@ void cpld_sim_mark(const char *text)
 }
 
 /*
- * Act on the registers; called with the lock held. Writing the register that
- * stands for "none" succeeds without effect: the driver writes the enable
- * field of every level.
+ * Writing the register that stands for "none" succeeds without effect: the driver
+ * writes the enable field of every level. The mask is that of the field; called with
+ * the lock held, as the next.
  */
-static int perform(struct cpld_access *access)
+static int write_field(u64 chip, u32 reg, u32 shift, u32 mask, u32 value)
 {
-	u32 bits = access->mask << (access->shift & 31);
-	u32 word;
-
-	if (access->shift > 31)
+	if (shift > 31)
 		return -EINVAL;
-	switch (access->op) {
-	case CPLD_READ:
-	case CPLD_REG_READ:
-		word = cpld_model_read(access->inst, access->chip, access->reg);
-		access->value = (word >> access->shift) & access->mask;
+	if (reg == CPLD_NO_REGISTER)
 		return 0;
-	default:
-		if (access->reg == CPLD_NO_REGISTER)
-			return 0;
-		return cpld_model_write(access->inst, access->chip, access->reg, bits,
-					access->value << access->shift);
-	}
+	return cpld_model_write(chip, reg, mask << shift, value << shift);
 }
 
-static int run_access(struct cpld_access *access)
+static int read_field(u64 chip, u32 reg, u32 shift, u32 mask, u32 *value)
 {
-	unsigned long flags = cpld_lock();
-	int ret = cpld_fail_check(access->op);
+	if (shift > 31)
+		return -EINVAL;
+	*value = cpld_model_read(chip, reg) >> shift & mask;
+	return 0;
+}
+
+static int perform(struct cpld_access *access)
+{
+	u64 chip = cpld_chip(access->inst, access->chip);
+
+	if (access->op == CPLD_READ || access->op == CPLD_REG_READ)
+		return read_field(chip, access->reg, access->shift, access->mask, &access->value);
+	return write_field(chip, access->reg, access->shift, access->mask, access->value);
+}
+
+/*
+ * An access that goes into the trace, or may have to fail: a write of value, or a read
+ * into *read. Takes over the held lock.
+ */
+static __attribute__((__noinline__)) int run_observed(enum cpld_op op, u64 chip, u32 reg, u32 shift,
+						      u32 mask, u32 value, u32 *read,
+						      unsigned long flags)
+{
+	struct cpld_access access = { .op = op, .inst = (u32)(chip >> 32), .chip = (u32)chip,
+				      .reg = reg, .shift = shift, .mask = mask, .value = value };
+	int ret = cpld_fail_check(op);
 
 	if (!ret)
-		ret = perform(access);
-	access->ret = ret;
-	cpld_trace_add(access);
+		ret = perform(&access);
+	access.ret = ret;
+	cpld_trace_add(&access);
+	cpld_unlock(flags);
+	if (!ret && read)
+		*read = access.value;
+	return ret;
+}
+
+static inline int read_access(enum cpld_op op, u64 chip, u32 reg, u32 shift, u32 mask, u32 *value)
+{
+	unsigned long flags;
+	int ret;
+
+	if (!value)
+		return -EINVAL;
+	flags = cpld_lock();
+	if (cpld_state.observed)
+		return run_observed(op, chip, reg, shift, mask, 0, value, flags);
+	ret = read_field(chip, reg, shift, mask, value);
+	port_unlock(&cpld_state.lock, flags);	/* nothing was touched */
+	return ret;
+}
+
+static inline int write_access(enum cpld_op op, u64 chip, u32 reg, u32 shift, u32 mask, u32 value)
+{
+	unsigned long flags = cpld_lock();
+	int ret;
+
+	if (cpld_state.observed)
+		return run_observed(op, chip, reg, shift, mask, value, NULL, flags);
+	ret = write_field(chip, reg, shift, mask, value);
 	cpld_unlock(flags);
 	return ret;
 }
 
+/* The four operations, each in one piece: what they cost is what an interrupt costs. */
+#define IN_ONE_PIECE __attribute__((__flatten__))
+
+IN_ONE_PIECE
 int drv_cpld_read(u32 inst_id, u32 chip_id, struct drv_intr_reg_desc desc, u32 mask, u32 *value)
 {
-	struct cpld_access access = { .op = CPLD_READ, .inst = inst_id, .chip = chip_id,
-				      .reg = desc.address, .shift = desc.bit_offset, .mask = mask };
-	int ret;
-
-	if (!value)
-		return -EINVAL;
-	ret = run_access(&access);
-	if (!ret)
-		*value = access.value;
-	return ret;
+	return read_access(CPLD_READ, cpld_chip(inst_id, chip_id), desc.address, desc.bit_offset,
+			   mask, value);
 }
 
+IN_ONE_PIECE
 int drv_cpld_write(u32 inst_id, u32 chip_id, struct drv_intr_reg_desc desc, u32 mask, u32 value)
 {
-	struct cpld_access access = { .op = CPLD_WRITE, .inst = inst_id, .chip = chip_id,
-				      .reg = desc.address, .shift = desc.bit_offset, .mask = mask,
-				      .value = value };
-
-	return run_access(&access);
+	return write_access(CPLD_WRITE, cpld_chip(inst_id, chip_id), desc.address, desc.bit_offset,
+			    mask, value);
 }
 
+IN_ONE_PIECE
 int drv_cpld_reg_read(u32 inst_id, u32 chip_id, u32 reg, u32 *value)
 {
-	struct cpld_access access = { .op = CPLD_REG_READ, .inst = inst_id, .chip = chip_id,
-				      .reg = reg, .mask = 0xffffffffu };
-	int ret;
-
-	if (!value)
-		return -EINVAL;
-	ret = run_access(&access);
-	if (!ret)
-		*value = access.value;
-	return ret;
+	return read_access(CPLD_REG_READ, cpld_chip(inst_id, chip_id), reg, 0, 0xffffffffu, value);
 }
 
+IN_ONE_PIECE
 int drv_cpld_reg_write(u32 inst_id, u32 chip_id, u32 reg, u32 value)
 {
-	struct cpld_access access = { .op = CPLD_REG_WRITE, .inst = inst_id, .chip = chip_id,
-				      .reg = reg, .mask = 0xffffffffu, .value = value };
-
-	return run_access(&access);
+	return write_access(CPLD_REG_WRITE, cpld_chip(inst_id, chip_id), reg, 0, 0xffffffffu,
+			    value);
 }
 
 int cpld_start(void)

@@ -269,7 +269,7 @@ static int command_poke(const char *at, struct reply *reply)
 		return port_refuse(reply->text, reply->size,
 				   "cpld: poke needs four numbers; write \"poke INST CHIP REG VALUE\"");
 	flags = cpld_lock();
-	ret = cpld_model_poke(inst, chip, reg, value);
+	ret = cpld_model_poke(cpld_chip(inst, chip), reg, value);
 	cpld_unlock(flags);
 	return ret;
 }
@@ -283,7 +283,7 @@ static int command_peek(const char *at, struct reply *reply)
 		return port_refuse(reply->text, reply->size,
 				   "cpld: peek needs three numbers; write \"peek INST CHIP REG\"");
 	flags = cpld_lock();
-	value = cpld_model_read(inst, chip, reg);
+	value = cpld_model_read(cpld_chip(inst, chip), reg);
 	cpld_unlock(flags);
 	snprintf(reply->text, reply->size, "0x%x", value);
 	return 0;

@@ -19,16 +19,11 @@ struct touched_lines {
 	} at[CPLD_LINES];
 };
 
-PORT_LOCK(cpld_state_lock);
+struct cpld_state cpld_state = { .lock = PORT_LOCK_INIT(cpld_state.lock) };
 /* All under the lock. */
 static struct touched_lines touched;
 static void (*line_hook)(u32 line, int level);
 static u32 hook_users;
-
-unsigned long cpld_lock(void)
-{
-	return port_lock(&cpld_state_lock);
-}
 
 void cpld_touch_line(u32 line, int level)
 {
@@ -42,6 +37,7 @@ void cpld_touch_line(u32 line, int level)
 		touched.count++;
 	touched.at[i].line = line;
 	touched.at[i].level = level;
+	cpld_state.touched = touched.count;
 }
 
 static void take_touched(struct touched_lines *lines)
@@ -49,6 +45,7 @@ static void take_touched(struct touched_lines *lines)
 	lines->count = touched.count;
 	memcpy(lines->at, touched.at, touched.count * sizeof(touched.at[0]));
 	touched.count = 0;
+	cpld_state.touched = 0;
 }
 
 static void call_hook(void (*hook)(u32 line, int level), const struct touched_lines *lines)
@@ -58,35 +55,33 @@ static void call_hook(void (*hook)(u32 line, int level), const struct touched_li
 
 	for (i = 0; i < lines->count; i++)
 		hook(lines->at[i].line, lines->at[i].level);
-	flags = port_lock(&cpld_state_lock);
+	flags = port_lock(&cpld_state.lock);
 	hook_users--;
-	port_unlock(&cpld_state_lock, flags);
+	port_unlock(&cpld_state.lock, flags);
 }
 
-void cpld_unlock(unsigned long flags)
+void cpld_unlock_touched(unsigned long flags)
 {
 	void (*hook)(u32 line, int level) = line_hook;
 	struct touched_lines lines;
 
 	take_touched(&lines);
-	if (!lines.count)
-		hook = NULL;
 	if (hook)
 		hook_users++;
-	port_unlock(&cpld_state_lock, flags);
+	port_unlock(&cpld_state.lock, flags);
 	if (hook)
 		call_hook(hook, &lines);
 }
 
 void cpld_sim_set_line_hook(void (*hook)(u32 line, int level))
 {
-	unsigned long flags = port_lock(&cpld_state_lock);
+	unsigned long flags = port_lock(&cpld_state.lock);
 
 	line_hook = hook;
 	while (hook_users) {
-		port_unlock(&cpld_state_lock, flags);
+		port_unlock(&cpld_state.lock, flags);
 		port_sleep_ms(1);
-		flags = port_lock(&cpld_state_lock);
+		flags = port_lock(&cpld_state.lock);
 	}
-	port_unlock(&cpld_state_lock, flags);
+	port_unlock(&cpld_state.lock, flags);
 }

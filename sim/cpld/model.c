@@ -19,29 +19,18 @@
 #define NAME_BUCKETS 1024u
 #define REGISTERS_FULL (CPLD_REGISTERS / 4 * 3)	/* keeps the look-up short */
 
-struct level;
-
-struct reg {
-	bool used;
-	u32 inst, chip, address;
-	u32 value;
-	u32 latched_bits, follow_bits;	/* status fields of levels, by kind */
-	u32 enable_bits;
-	struct level *status_levels;	/* levels with their status here */
-	struct level *enable_levels;
-};
-
 struct line {
 	u32 number;
 	u32 inputs;	/* active outermost levels */
 };
 
-struct level {
-	struct level *outer;		/* NULL: the line is next */
+struct cpld_level {
+	struct cpld_level *outer;		/* NULL: the line is next */
 	struct line *line;
-	struct reg *status, *enable;	/* enable NULL: always enabled */
-	struct level *next_status, *next_enable;
+	struct cpld_register *status, *enable;	/* enable NULL: always enabled */
+	struct cpld_level *next_status, *next_enable;
 	u32 shift, mask;
+	u32 bits;			/* of both: the field in its registers */
 	bool latched;
 	bool active;			/* output */
 	u32 inputs;			/* asserted sources and active inner levels */
@@ -50,13 +39,13 @@ struct level {
 struct source {
 	char name[CPLD_NAME_MAX];
 	struct source *next;
-	struct level *level;
+	struct cpld_level *level;
 	bool asserted;
 };
 
 struct model {
-	struct reg registers[CPLD_REGISTERS];
-	struct level levels[CPLD_LEVELS];
+	struct cpld_register registers[CPLD_REGISTERS];
+	struct cpld_level levels[CPLD_LEVELS];
 	struct source sources[CPLD_SOURCES];
 	struct source *names[NAME_BUCKETS];
 	struct line lines[CPLD_LINES];
@@ -73,6 +62,7 @@ static struct model *exchange_model(struct model *fresh)
 	u32 i;
 
 	model = fresh;
+	cpld_state.registers = fresh ? fresh->registers : NULL;
 	for (i = 0; old && i < old->line_count; i++)
 		cpld_touch_line(old->lines[i].number, 0);
 	cpld_unlock(flags);
@@ -96,31 +86,21 @@ void cpld_model_free(void)
 
 /* Registers */
 
-static u32 hash_register(u32 inst, u32 chip, u32 address)
+struct cpld_register *cpld_probe(u32 at, u64 chip, u32 address)
 {
-	u32 hash = ((inst * 31u + chip) * 0x9e3779b1u) ^ (address * 0x85ebca6bu);
+	struct cpld_register *reg = &model->registers[at];
 
-	return (hash ^ (hash >> 15)) % CPLD_REGISTERS;
-}
-
-/* The register's slot, or the free one where it would lie. */
-static struct reg *find_slot(u32 inst, u32 chip, u32 address)
-{
-	u32 at = hash_register(inst, chip, address);
-	struct reg *reg;
-
-	for (;; at = (at + 1) % CPLD_REGISTERS) {
+	while (reg->used && (reg->chip != chip || reg->address != address)) {
+		at = (at + 1) % CPLD_REGISTERS;
 		reg = &model->registers[at];
-		if (!reg->used ||
-		    (reg->address == address && reg->chip == chip && reg->inst == inst))
-			return reg;
 	}
+	return reg;
 }
 
 /* NULL: too many registers. */
-static struct reg *make_register(u32 inst, u32 chip, u32 address)
+static struct cpld_register *make_register(u64 chip, u32 address)
 {
-	struct reg *reg = find_slot(inst, chip, address);
+	struct cpld_register *reg = cpld_find_register(chip, address);
 
 	if (reg->used)
 		return reg;
@@ -128,7 +108,6 @@ static struct reg *make_register(u32 inst, u32 chip, u32 address)
 		return NULL;
 	model->register_count++;
 	reg->used = true;
-	reg->inst = inst;
 	reg->chip = chip;
 	reg->address = address;
 	return reg;
@@ -136,27 +115,22 @@ static struct reg *make_register(u32 inst, u32 chip, u32 address)
 
 /* Levels */
 
-static u32 field_bits(const struct level *level)
-{
-	return level->mask << level->shift;
-}
-
 /* Bring a level up to date with its registers and input, then those outside it it changes. */
-static void settle(struct level *level)
+static void settle(struct cpld_level *level)
 {
 	struct line *line = level->line;
-	struct reg *status;
+	struct cpld_register *status;
 	u32 *outlet;
 	bool active;
 
 	for (; level; level = level->outer) {
 		status = level->status;
 		if (level->inputs)
-			status->value |= field_bits(level);
+			status->value |= level->bits;
 		else if (!level->latched)
-			status->value &= ~field_bits(level);
-		active = (status->value & field_bits(level)) &&
-			 (!level->enable || (level->enable->value & field_bits(level)));
+			status->value &= ~level->bits;
+		active = (status->value & level->bits) &&
+			 (!level->enable || (level->enable->value & level->bits));
 		if (active == level->active)
 			break;
 		level->active = active;
@@ -166,43 +140,34 @@ static void settle(struct level *level)
 	cpld_touch_line(line->number, line->inputs != 0);
 }
 
-static void settle_register(struct reg *reg)
+/* The levels that have one of these bits in their status or enable field. */
+void cpld_model_settle(struct cpld_register *reg, u32 bits)
 {
-	struct level *level;
+	struct cpld_level *level;
 
 	for (level = reg->status_levels; level; level = level->next_status)
-		settle(level);
+		if (level->bits & bits)
+			settle(level);
 	for (level = reg->enable_levels; level; level = level->next_enable)
-		settle(level);
+		if (level->bits & bits)
+			settle(level);
 }
 
-u32 cpld_model_read(u32 inst, u32 chip, u32 reg)
+int cpld_model_first_write(u64 chip, u32 address, u32 bits, u32 value)
 {
-	return model ? find_slot(inst, chip, reg)->value : 0;
-}
-
-int cpld_model_write(u32 inst, u32 chip, u32 address, u32 bits, u32 value)
-{
-	struct reg *reg = model ? make_register(inst, chip, address) : NULL;
-	u32 plain, clear;
-
-	if (!reg)
+	if (!model || !make_register(chip, address))
 		return -ENOSPC;
-	plain = bits & ~(reg->latched_bits | reg->follow_bits);
-	clear = bits & value & reg->latched_bits;
-	reg->value = (reg->value & ~plain & ~clear) | (value & plain);
-	settle_register(reg);
-	return 0;
+	return cpld_model_write(chip, address, bits, value);
 }
 
-int cpld_model_poke(u32 inst, u32 chip, u32 address, u32 value)
+int cpld_model_poke(u64 chip, u32 address, u32 value)
 {
-	struct reg *reg = model ? make_register(inst, chip, address) : NULL;
+	struct cpld_register *reg = model ? make_register(chip, address) : NULL;
 
 	if (!reg)
 		return -ENOSPC;
 	reg->value = value;
-	settle_register(reg);
+	cpld_model_settle(reg, 0xffffffffu);
 	return 0;
 }
 
@@ -274,35 +239,34 @@ int cpld_model_set_source(const char *name, bool asserted)
 /* What the next inner level is connected to. */
 struct place {
 	struct line *line;
-	struct level *outer;
+	struct cpld_level *outer;
 };
 
-static struct level *find_level(const struct reg *status, const struct cpld_level_spec *spec)
+static struct cpld_level *find_level(const struct cpld_register *status, const struct cpld_level_spec *spec)
 {
-	struct level *level = status->status_levels;
+	struct cpld_level *level = status->status_levels;
 
 	while (level && (level->shift != spec->shift || level->mask != spec->mask))
 		level = level->next_status;
 	return level;
 }
 
-static bool same_wiring(const struct level *level, const struct place *place,
-			const struct cpld_level_spec *spec, const struct reg *enable)
+static bool same_wiring(const struct cpld_level *level, const struct place *place,
+			const struct cpld_level_spec *spec, const struct cpld_register *enable)
 {
 	return level->line == place->line && level->outer == place->outer &&
 	       level->enable == enable && level->latched == spec->latched;
 }
 
-static void link_level(struct level *level)
+static void link_level(struct cpld_level *level)
 {
-	u32 bits = field_bits(level);
+	u32 bits = level->bits;
 
 	level->next_status = level->status->status_levels;
 	level->status->status_levels = level;
+	level->status->status_bits |= bits;
 	if (level->latched)
 		level->status->latched_bits |= bits;
-	else
-		level->status->follow_bits |= bits;
 	if (level->enable) {
 		level->next_enable = level->enable->enable_levels;
 		level->enable->enable_levels = level;
@@ -313,30 +277,30 @@ static void link_level(struct level *level)
 /* Takes back the newest level; its neighbours' enable bits may be its own, too. */
 static void drop_newest_level(void)
 {
-	struct level *level = &model->levels[--model->level_count], *at;
+	struct cpld_level *level = &model->levels[--model->level_count], *at;
 
 	level->status->status_levels = level->next_status;
-	level->status->latched_bits &= ~field_bits(level);
-	level->status->follow_bits &= ~field_bits(level);
+	level->status->latched_bits &= ~level->bits;
+	level->status->status_bits &= ~level->bits;
 	if (level->enable) {
 		level->enable->enable_levels = level->next_enable;
 		level->enable->enable_bits = 0;
 		for (at = level->enable->enable_levels; at; at = at->next_enable)
-			level->enable->enable_bits |= field_bits(at);
+			level->enable->enable_bits |= at->bits;
 	}
 	memset(level, 0, sizeof(*level));
 }
 
-static const char *check_new_level(const struct cpld_level_spec *spec, const struct reg *status,
-				   const struct reg *enable)
+static const char *check_new_level(const struct cpld_level_spec *spec, const struct cpld_register *status,
+				   const struct cpld_register *enable)
 {
 	u32 bits = spec->mask << spec->shift;
 
-	if (bits & (status->latched_bits | status->follow_bits))
+	if (bits & status->status_bits)
 		return "a status field overlaps that of another level";
 	if ((bits & status->enable_bits) || status == enable)
 		return "a status field overlaps an enable field";
-	if (enable && (bits & (enable->latched_bits | enable->follow_bits)))
+	if (enable && (bits & enable->status_bits))
 		return "an enable field overlaps a status field";
 	if (model->level_count == CPLD_LEVELS)
 		return "there are too many levels";
@@ -346,12 +310,13 @@ static const char *check_new_level(const struct cpld_level_spec *spec, const str
 /* Return: NULL and place->outer is the level, found or made; or why not. */
 static const char *place_level(struct place *place, const struct cpld_level_spec *spec)
 {
-	struct reg *status = make_register(spec->inst, spec->chip, spec->status), *enable = NULL;
-	struct level *level;
+	u64 chip = cpld_chip(spec->inst, spec->chip);
+	struct cpld_register *status = make_register(chip, spec->status), *enable = NULL;
+	struct cpld_level *level;
 	const char *why;
 
 	if (spec->enable != CPLD_NO_REGISTER)
-		enable = make_register(spec->inst, spec->chip, spec->enable);
+		enable = make_register(chip, spec->enable);
 	if (!status || (!enable && spec->enable != CPLD_NO_REGISTER))
 		return "there are too many registers";
 	level = find_level(status, spec);
@@ -371,13 +336,14 @@ static const char *place_level(struct place *place, const struct cpld_level_spec
 	level->enable = enable;
 	level->shift = spec->shift;
 	level->mask = spec->mask;
+	level->bits = spec->mask << spec->shift;
 	level->latched = spec->latched;
 	link_level(level);
 	place->outer = level;
 	return NULL;
 }
 
-static void add_name(const char *name, struct level *level)
+static void add_name(const char *name, struct cpld_level *level)
 {
 	struct source *source = &model->sources[model->source_count++];
 	struct source **head = &model->names[hash_name(name)];
@@ -457,8 +423,8 @@ static void show_sources(struct port_out *out)
 	}
 }
 
-static void show_level(struct port_out *out, const struct level *level, const struct reg *status,
-		       const struct reg *enable)
+static void show_level(struct port_out *out, const struct cpld_level *level, const struct cpld_register *status,
+		       const struct cpld_register *enable)
 {
 	char enable_text[16] = "-";
 
@@ -466,16 +432,16 @@ static void show_level(struct port_out *out, const struct level *level, const st
 		snprintf(enable_text, sizeof(enable_text), "0x%x", enable->address);
 	port_printf(out,
 		    "level inst=0x%x chip=%u en=%s status=0x%x shift=%u mask=0x%x kind=%s input=%d set=%d enabled=%d active=%d\n",
-		    status->inst, status->chip, enable_text, status->address, level->shift,
+		    (u32)(status->chip >> 32), (u32)status->chip, enable_text, status->address, level->shift,
 		    level->mask, level->latched ? "latched" : "level", level->inputs != 0,
-		    (status->value & field_bits(level)) != 0,
-		    !enable->used || (enable->value & field_bits(level)), level->active);
+		    (status->value & level->bits) != 0,
+		    !enable->used || (enable->value & level->bits), level->active);
 }
 
 static void show_levels(struct port_out *out)
 {
-	struct reg status, enable;
-	struct level level;
+	struct cpld_register status, enable;
+	struct cpld_level level;
 	unsigned long flags;
 	u32 i, count;
 
@@ -497,7 +463,7 @@ static void show_levels(struct port_out *out)
 static void show_registers(struct port_out *out)
 {
 	unsigned long flags;
-	struct reg reg;
+	struct cpld_register reg;
 	u32 i;
 
 	for (i = 0; i < CPLD_REGISTERS; i++) {
@@ -506,7 +472,7 @@ static void show_registers(struct port_out *out)
 		cpld_unlock(flags);
 		if (reg.used)
 			port_printf(out, "register inst=0x%x chip=%u reg=0x%x value=0x%x\n",
-				    reg.inst, reg.chip, reg.address, reg.value);
+				    (u32)(reg.chip >> 32), (u32)reg.chip, reg.address, reg.value);
 	}
 }
 

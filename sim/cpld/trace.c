@@ -26,6 +26,15 @@ static u32 record_count, dropped_count;
 static bool trace_on;
 static struct fail_rule rules[CPLD_FAIL_RULES];
 
+static void update_observed(void)
+{
+	u32 i;
+
+	cpld_state.observed = trace_on;
+	for (i = 0; i < CPLD_FAIL_RULES; i++)
+		cpld_state.observed |= rules[i].count != 0;
+}
+
 int cpld_trace_start(void)
 {
 	struct record *fresh = port_alloc(TRACE_RECORDS * sizeof(*fresh));
@@ -45,7 +54,7 @@ void cpld_trace_stop(void)
 	struct record *old = records;
 
 	records = NULL;
-	trace_on = false;
+	cpld_trace_switch(false);
 	cpld_trace_clear();
 	cpld_fail_clear();
 	cpld_unlock(flags);
@@ -85,6 +94,7 @@ void cpld_trace_mark(const char *text)
 void cpld_trace_switch(bool on)
 {
 	trace_on = on;
+	update_observed();
 }
 
 void cpld_trace_clear(void)
@@ -174,11 +184,13 @@ void cpld_fail_set(enum cpld_op op, u32 nth, u32 count, s32 ret)
 	rule->count = count;
 	rule->ret = ret;
 	rule->seen = 0;
+	update_observed();
 }
 
 void cpld_fail_clear(void)
 {
 	memset(rules, 0, sizeof(rules));
+	update_observed();
 }
 
 static s32 check_rule(struct fail_rule *rule)
@@ -190,6 +202,7 @@ static s32 check_rule(struct fail_rule *rule)
 	if (rule->seen - rule->nth < rule->count)
 		return rule->ret;
 	rule->count = 0;
+	update_observed();
 	return 0;
 }
 
