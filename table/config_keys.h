@@ -34,9 +34,27 @@ inline constexpr u32 MAX_LEVELS = 5;
 
 inline constexpr u32 NO_REGISTER = 0xffffffff; // `en` of a level that is always enabled
 
+// The number in a text, decimal or 0x hexadecimal; 0 without one.
+[[nodiscard]] consteval u32 number_in(const char *text)
+{
+	const bool hex = text && text[0] == '0' && text[1] == 'x';
+	u32 number = 0;
+
+	for (const char *at = hex ? text + 2 : text; at && *at; at++)
+		number = number * (hex ? 16 : 10) +
+			 static_cast<u32>(*at >= 'a' ? *at - 'a' + 10 : *at - '0');
+	return number;
+}
+
 struct key {
+	consteval key(const char *the_name, const char *the_fallback)
+		: name(the_name), fallback(the_fallback), fallback_value(number_in(the_fallback))
+	{
+	}
+
 	const char *name;
 	const char *fallback; // when absent, decimal or 0x hexadecimal; null: it must be there
+	u32 fallback_value; // the same as a number; 0: none
 };
 
 // The word that people read and write for a value.

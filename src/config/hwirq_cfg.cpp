@@ -4,51 +4,59 @@
 #include "config/combiner_cfg.h"
 #include "core/log.h"
 
-// Longest key: "l4_chip_id".
-static constexpr size_t LEVEL_KEY_SIZE = 20;
-
 // In the order of the rows below.
-static constexpr config::key level_keys[] = {
-	config::level::chip_id, config::level::en,   config::level::status,
-	config::level::shift,	config::level::mask, config::level::wc,
+static constexpr const config::key *level_keys[] = {
+	&config::level::chip_id, &config::level::en,   &config::level::status,
+	&config::level::shift,	 &config::level::mask, &config::level::wc,
 };
 static constexpr u32 LEVEL_KEYS = array_size(level_keys);
 
-static int drv_intr_get_level_item_name(char (&names)[LEVEL_KEYS][LEVEL_KEY_SIZE], u32 level)
-{
-	for (u32 i = 0; i < LEVEL_KEYS; i++) {
-		if (sprintf_s(names[i], LEVEL_KEY_SIZE, "l%u_%s", level, level_keys[i].name) < 0)
-			return DRV_INTR_ERR_NAME_FMT;
+// The keys of all levels, "l0_chip_id" to "l4_wc".
+struct level_names {
+	consteval level_names() : text{}
+	{
+		for (u32 n = 0; n < config::MAX_LEVELS; n++) {
+			for (u32 i = 0; i < LEVEL_KEYS; i++)
+				form(text[n][i], n, level_keys[i]->name);
+		}
 	}
-	return 0;
-}
+
+	char text[config::MAX_LEVELS][LEVEL_KEYS][16];
+
+private:
+	static consteval void form(char *to, u32 level, const char *name)
+	{
+		*to++ = 'l';
+		*to++ = static_cast<char>('0' + level);
+		*to++ = '_';
+		while (*name)
+			*to++ = *name++;
+	}
+};
+static constexpr level_names names;
 
 static int drv_intr_get_xml_hwirq_reg_cfg(u32 inst_id, const drv_intr_xml_path &path, u32 chip_id,
 					  drv_intr_hwirq_cfg &leaf)
 {
 	static constexpr char desc[] = "intr get xml hwirq reg cfg";
-	char names[LEVEL_KEYS][LEVEL_KEY_SIZE];
-	drv_intr_level_cfg scratch{};
-	const drv_intr_cfg_map_item items[LEVEL_KEYS] = {
-		{0, names[0], &scratch.chip_id, nullptr, &chip_id},
-		drv_intr_cfg_item(config::level::en, &scratch.en_reg, names[1]),
-		drv_intr_cfg_item(config::level::status, &scratch.status_reg, names[2]),
-		drv_intr_cfg_item(config::level::shift, &scratch.shift, names[3]),
-		drv_intr_cfg_item(config::level::mask, &scratch.mask, names[4]),
-		drv_intr_cfg_item(config::level::wc, &scratch.status_wc, names[5]),
-	};
 
 	for (u32 n = 0; n < leaf.level_num; n++) {
-		int ret = drv_intr_get_level_item_name(names, n);
+		const auto &name = names.text[n];
+		drv_intr_level_cfg &level = leaf.level[n];
+		const drv_intr_cfg_map_item items[LEVEL_KEYS] = {
+			{0, name[0], &level.chip_id, nullptr, &chip_id},
+			drv_intr_cfg_item(config::level::en, &level.en_reg, name[1]),
+			drv_intr_cfg_item(config::level::status, &level.status_reg, name[2]),
+			drv_intr_cfg_item(config::level::shift, &level.shift, name[3]),
+			drv_intr_cfg_item(config::level::mask, &level.mask, name[4]),
+			drv_intr_cfg_item(config::level::wc, &level.status_wc, name[5]),
+		};
+		const int ret = drv_intr_get_cfg_by_map(inst_id, path, LEVEL_KEYS, items);
 
-		if (ret != 0)
-			return ret;
-		ret = drv_intr_get_cfg_by_map(inst_id, path, LEVEL_KEYS, items);
 		if (ret != 0) {
 			intr_err("[%s]get reg cfg by map fail", desc);
 			return ret;
 		}
-		leaf.level[n] = scratch;
 	}
 	return 0;
 }
@@ -105,6 +113,24 @@ static bool entry_exists(u32 inst_id, const drv_intr_xml_path &path)
 	       exists != 0;
 }
 
+// "hwirq_cfg0", "hwirq_cfg1" and so on: as a format, this would cost more than to read
+// the entry.
+static void form_entry_name(char (&name)[DRV_INTR_XML_NAME_SIZE], u32 index)
+{
+	static constexpr char head[] = "hwirq_cfg";
+	char *to = name;
+
+	static_assert(config::MAX_LEAF_ENTRIES <= 1000);
+	for (const char *at = head; *at; at++)
+		*to++ = *at;
+	if (index >= 100)
+		*to++ = static_cast<char>('0' + index / 100);
+	if (index >= 10)
+		*to++ = static_cast<char>('0' + index / 10 % 10);
+	*to++ = static_cast<char>('0' + index % 10);
+	*to = '\0';
+}
+
 int drv_intr_get_xml_hwirq_cfg(const char *cfg_name, u32 inst_id, u32 chip_id,
 			       list<drv_intr_hwirq_cfg> &hwirq_list)
 {
@@ -112,8 +138,7 @@ int drv_intr_get_xml_hwirq_cfg(const char *cfg_name, u32 inst_id, u32 chip_id,
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, entry};
 
 	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
-		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0)
-			return DRV_INTR_ERR_NAME_FMT;
+		form_entry_name(entry, i);
 		if (!entry_exists(inst_id, path))
 			return 0;
 		const int ret = drv_intr_get_xml_one_hwirq_cfg(inst_id, path, chip_id, hwirq_list);
@@ -165,10 +190,7 @@ int drv_intr_get_xml_slot_hwirq_cfg(u32 inst_id, u32 chip_id, u32 combiner_id,
 		return -EFAULT;
 	}
 	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
-		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0) {
-			intr_err("[%s]sprintf_s entry_name fail", desc);
-			return -EFAULT;
-		}
+		form_entry_name(entry, i);
 		if (!entry_exists(inst_id, path))
 			return 0;
 		if (!drv_intr_slot_hwirq_cfg_is_mactch(inst_id, combiner_id, path))

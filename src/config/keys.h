@@ -33,11 +33,13 @@ struct drv_intr_cfg_map_item {
 	const u32 *default_ref; // used without default_str: the value at the moment of reading
 };
 
-// The row of a key of the configuration table, read under its own name or another.
+// The row of a key of the configuration table, read under its own name or another. The
+// default is given as the number that the key keeps: it is not parsed at every reading.
 [[nodiscard]] constexpr drv_intr_cfg_map_item drv_intr_cfg_item(const config::key &key, u32 *dest,
 								const char *name = nullptr)
 {
-	return {!key.fallback, name ? name : key.name, dest, key.fallback, nullptr};
+	return {!key.fallback, name ? name : key.name, dest, nullptr,
+		key.fallback ? &key.fallback_value : nullptr};
 }
 
 // Reads the rows in order. 0, or -EINVAL at the first required key that is

@@ -36,7 +36,7 @@ struct key_rule : config::key {
 
 	bool is_required() const { return !fallback; }
 	// 0, which means nothing, for a required key.
-	u32 default_value() const { return fallback ? parse_number(fallback).value() : 0; }
+	u32 default_value() const { return fallback_value; }
 };
 
 inline constexpr u32 any = 0xffffffff;
