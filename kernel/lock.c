@@ -92,9 +92,15 @@ noinline void plat_synchronize_srcu(void)
 	synchronize_srcu(&combiner_list_srcu);
 }
 
+/*
+ * Somebody waits, and a wait is short this way: the CPUs that run kernel code are asked
+ * at once, by an interrupt of a few hundred instructions, instead of at their next tick
+ * or two. Where that disturbs too much (a real-time kernel, rcupdate.rcu_normal) the
+ * kernel makes an ordinary wait of it by itself.
+ */
 noinline void plat_synchronize_rcu(void)
 {
-	synchronize_rcu();
+	synchronize_rcu_expedited();
 }
 
 noinline int plat_in_task(void)

@@ -29,10 +29,11 @@ using leaf_iterator = list<drv_intr_irq_info>::iterator;
 // The virq is read for the dispatch itself, with interrupts off from there on: a
 // release clears it and waits for such regions, so that a virq that another leaf got
 // meanwhile is never used. So does whoever takes the chained handler off a leaf: marks
-// it, waits, and then leaves it without one.
+// it, waits, and then leaves it without one; and a tear-down marks the combiner and waits
+// once, to release all leaves after that.
 static inline void handle_leaf(drv_intr_irq_info &irq_info)
 {
-	if (read_once(irq_info.detached) == 0)
+	if (read_once(irq_info.detached) == 0 && read_once(irq_info.combiner->detached) == 0)
 		(void)generic_handle_irq(read_once(irq_info.virq));
 }
 

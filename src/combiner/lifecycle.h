@@ -34,16 +34,29 @@ extern const drv_intr_leaf_users g_drv_intr_leaf_users;
 [[nodiscard]] int drv_intr_combiner_init(drv_intr_combiner &combiner, platform_device *device,
 					 u32 virq);
 
-// Tears down a combiner that is unlinked from combiner_list, always to the
-// end, and frees it. Waits for its readers and for running handlers; releases
-// leaves that clients still hold and frees combiners nested behind its leaves.
+// Takes a combiner, and those nested behind its leaves, off combiner_list. Where
+// several are to be freed, all are unlinked first: they are then waited for together.
+void drv_intr_combiner_unlink(drv_intr_combiner &combiner);
+
+// Waits for the readers and the running handlers of all combiners that are unlinked,
+// and detaches their parent lines.
+void drv_intr_close_unlinked(drv_intr_ctrl &ctrl);
+
+// Tears down a combiner that is unlinked, always to the end, and frees it. Closes it
+// unless that was done; releases leaves that clients still hold and frees combiners
+// nested behind its leaves.
 void drv_intr_combiner_free(drv_intr_combiner &combiner);
 
-// Unlinks and frees.
+// Unlinks, unless that was done, and frees.
 void drv_intr_combiner_remove(drv_intr_combiner &combiner);
+
+// The first combiner of that id in combiner_list, or else among the unlinked ones.
+[[nodiscard]] drv_intr_combiner *drv_intr_get_combiner_to_free(u32 combiner_id);
 
 // The combiners with the ids of the set bits, in ascending order; ids without one are skipped.
 void drv_intr_free_combiner_by_bitmap(u32 bitmap);
 void drv_intr_all_combiner_free(drv_intr_ctrl &ctrl);
+// Unlinks and closes them all, to be freed one by one.
+void drv_intr_all_combiner_close(drv_intr_ctrl &ctrl);
 
 #endif

@@ -208,40 +208,45 @@ static void drv_intr_stop_thread(drv_intr_combiner &combiner)
 // them. The kernel's own waits do not see a chained handler, which is never
 // marked as running. What the kernel leaves instead of it never ends an
 // interrupt, so that from here on neither we nor a client may enable the line.
-static void detach_handler(drv_intr_combiner &combiner)
+// A line that never had the chained handler keeps the flow handler that it has.
+void drv_intr_silence_parent(drv_intr_combiner &combiner)
 {
 	const u32 virq = combiner.virq;
 
-	disable_irq_nosync(virq);
+	if (virq == 0)
+		return;
+	drv_intr_quiesce_parent(combiner);
+	if (combiner.chained != 0)
+		disable_irq_nosync(virq);
 	(void)drv_intr_monitor_unset_param(virq, virq); // tear-down goes on
-	// Not before the leaf is disabled: a scan that skips an active leaf comes
+	if (combiner.chained == 0)
+		return;
+	// Not before the line is disabled: a scan that skips an active leaf comes
 	// back to it at once, and the task that disables it might never run.
 	// A replay that was due goes with the line; quiesced, it gets no other.
 	if (combiner.parent_leaf) {
 		write_once(combiner.parent_leaf->detached, 1u);
 		write_once(combiner.parent_leaf->replay_due, 0u);
 	}
-	synchronize_rcu();
-	irq_set_handler(virq, nullptr, 1, nullptr);
-	// Against a monitor that failed to forget the line and enables it later.
-	disable_irq_nosync(virq);
+	write_once(combiner.detached, 1u);
 }
 
-// A line that never had the chained handler keeps the flow handler that it has.
-static void detach_parent(drv_intr_combiner &combiner)
+void drv_intr_detach_parent(drv_intr_combiner &combiner)
 {
-	drv_intr_quiesce_parent(combiner);
-	if (combiner.chained != 0)
-		detach_handler(combiner);
-	else
-		(void)drv_intr_monitor_unset_param(combiner.virq, combiner.virq); // as above
-	irq_set_handler_data(combiner.virq, nullptr);
+	const u32 virq = combiner.virq;
+
+	if (virq == 0)
+		return;
+	if (combiner.chained != 0) {
+		irq_set_handler(virq, nullptr, 1, nullptr);
+		// Against a monitor that failed to forget the line and enables it later.
+		disable_irq_nosync(virq);
+	}
+	irq_set_handler_data(virq, nullptr);
 }
 
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner)
 {
-	if (combiner.virq != 0)
-		detach_parent(combiner);
 	drv_intr_stop_thread(combiner);
 	if (combiner.disabled_virq != 0)
 		enable_irq(combiner.disabled_virq);

@@ -28,9 +28,15 @@ void drv_intr_disable_parent(drv_intr_combiner &combiner, u32 virq);
 // dispatch. The last step of the set-up, since a source may be up already.
 void drv_intr_start_parent(drv_intr_combiner &combiner);
 
-// Disables the parent line for good, waits until no invocation of its chained
-// handler is running, detaches that, and stops the thread. A line that was not taken
-// into use so far gets back what was changed of it.
+// Disables the parent line for good; the chained handler may still be running.
+void drv_intr_silence_parent(drv_intr_combiner &combiner);
+
+// The other half, after a wait (synchronize_rcu) that began later and that several
+// combiners may share: takes the chained handler off the line.
+void drv_intr_detach_parent(drv_intr_combiner &combiner);
+
+// Stops the thread of a combiner that is detached. A line that was not taken into use
+// so far gets back what was changed of it.
 void drv_intr_combiner_close_virq(drv_intr_combiner &combiner);
 
 #endif

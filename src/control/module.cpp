@@ -14,11 +14,17 @@
 static constexpr u32 LOG_REGISTER_VALUE = 0x20000;
 
 // For good: a process that still has the control device open brings no card up again.
+// Closed all at once, before their devices lose them one by one.
 static void free_all_combiners(drv_intr_ctrl &ctrl)
 {
-	const mutex_guard guard(g_drv_intr_lock);
+	{
+		const mutex_guard guard(g_drv_intr_lock);
 
-	ctrl.stopping = 1;
+		ctrl.stopping = 1;
+		drv_intr_all_combiner_close(ctrl);
+	}
+	drv_intr_unregister_drivers();
+	const mutex_guard guard(g_drv_intr_lock);
 	drv_intr_all_combiner_free(ctrl);
 }
 
@@ -59,7 +65,6 @@ int drv_intr_module_init(void)
 	ret = drv_intr_init_combiner(ctrl);
 	if (ret != 0) {
 		intr_err("[%s]init combiner fail, ret=%d", desc, ret);
-		drv_intr_unregister_drivers();
 		free_all_combiners(ctrl);
 		drv_intr_deregister_device();
 		return ret;
@@ -78,7 +83,6 @@ void drv_intr_module_exit(void)
 	intr_info("[%s]enter", desc);
 	drv_intr_uninit_netlink_ker();
 	drv_intr_del_proc();
-	drv_intr_unregister_drivers();
 	free_all_combiners(*drv_intr_get_ctrl());
 	drv_intr_deregister_device();
 	intr_info("[%s]success", desc);

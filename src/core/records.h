@@ -140,6 +140,12 @@ struct drv_intr_irq_info {
 // an allocation is rounded to a power of two, it takes 512 bytes, configuration included.
 static_assert(sizeof(mutex) > 32 || sizeof(drv_intr_irq_info) <= 512);
 
+enum class drv_intr_teardown : u32 {
+	NONE, // in combiner_list
+	UNLINKED, // readers and handlers may still be there
+	CLOSED, // waited for: no reader, no invocation of the chained handler
+};
+
 struct drv_intr_combiner {
 	list_node node;
 	u32 combiner_id;
@@ -189,6 +195,13 @@ struct drv_intr_combiner {
 	// installation of the chained handler, else 0; whether that is installed.
 	u32 disabled_virq;
 	u32 chained;
+	// How far tear-down has come, and the next combiner that has left combiner_list
+	// and is not freed yet. Both under g_drv_intr_lock.
+	drv_intr_teardown teardown;
+	drv_intr_combiner *next_unlinked;
+	// Not 0 once the parent line is disabled for good: a scan, which reads it with
+	// interrupts off, dispatches no leaf any more.
+	u32 detached;
 };
 
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
@@ -210,6 +223,8 @@ struct drv_intr_ctrl {
 	sock *nl_sock; // null: no notification is sent. Used inside an srcu_reader
 	drv_intr_global_cfg global_cfg;
 	list<drv_intr_combiner> combiner_list; // written under g_drv_intr_lock
+	// The first of those that have left it and are not freed yet. Under g_drv_intr_lock.
+	drv_intr_combiner *unlinked;
 
 	// Not 0: no combiner may be made any more. Under g_drv_intr_lock.
 	u32 stopping;

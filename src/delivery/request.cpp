@@ -250,7 +250,8 @@ int drv_intr_request_irq(drv_intr_irq_info &irq_info)
 
 // Lock-free users of the virq: enable and disable hold enable_lock while they
 // use it; a scan reads and dispatches it with interrupts off. Once both are
-// through, the kernel may give the virq to another line.
+// through, the kernel may give the virq to another line. The tear-down of the
+// combiner has waited for all its leaves before it releases the first.
 static void retire_virq(drv_intr_irq_info &irq_info)
 {
 	{
@@ -261,8 +262,7 @@ static void retire_virq(drv_intr_irq_info &irq_info)
 		disable_irq_nosync(irq_info.virq);
 		write_once(irq_info.virq, 0u);
 	}
-	const drv_intr_combiner &combiner = *irq_info.combiner;
-	if (combiner.quiesced == 0 || combiner.parent_leaf) // else no scan is left to wait for
+	if (read_once(irq_info.combiner->detached) == 0)
 		synchronize_rcu();
 }
 

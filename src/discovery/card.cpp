@@ -134,14 +134,27 @@ int drv_intr_init_card_combiner(drv_intr_ctrl &ctrl, u32 inst_id)
 	return 0;
 }
 
+// To be freed. A device of the board may carry such a number, too.
+static drv_intr_combiner *card_combiner(u32 card_no, u32 index)
+{
+	drv_intr_combiner *combiner =
+		drv_intr_get_combiner_to_free(card_combiner_id(card_no, index));
+
+	return combiner && combiner->inst_id != DRV_INTR_BOARD_INST_ID ? combiner : nullptr;
+}
+
 void drv_intr_free_card_combiner(u32 card_no, u32 bitmap)
 {
 	for (u32 index = 0; index < CARD_COMBINERS; index++) {
-		drv_intr_combiner *combiner =
-			drv_intr_get_combiner(card_combiner_id(card_no, index));
+		drv_intr_combiner *combiner = card_combiner(card_no, index);
 
-		// A device of the board may carry such a number, too.
-		if (!combiner || combiner->inst_id == DRV_INTR_BOARD_INST_ID)
+		if (combiner && (bitmap & (1u << index)))
+			drv_intr_combiner_unlink(*combiner);
+	}
+	for (u32 index = 0; index < CARD_COMBINERS; index++) {
+		drv_intr_combiner *combiner = card_combiner(card_no, index);
+
+		if (!combiner)
 			continue;
 		if (bitmap & (1u << index))
 			drv_intr_combiner_remove(*combiner);

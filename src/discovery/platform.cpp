@@ -83,7 +83,7 @@ static void drv_intr_dts_dev_remove(platform_device *device)
 		return;
 	// A device that was accepted without a combiner has none to lose: that of
 	// another device with the same id stays.
-	drv_intr_combiner *combiner = drv_intr_get_combiner(combiner_id);
+	drv_intr_combiner *combiner = drv_intr_get_combiner_to_free(combiner_id);
 	if (!combiner || combiner->owner != device) {
 		intr_info("[%s]combiner ptr is NULL", desc);
 		return;

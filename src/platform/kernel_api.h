@@ -113,7 +113,8 @@ void plat_raw_spin_unlock_irqrestore(struct plat_raw_spinlock *lock, unsigned lo
  * The one sleepable read-side section of the driver: readers of combiner_list.
  * The read side may be entered in any context, hard interrupt included, and
  * nests; synchronize waits for every section that was open, in process context
- * and never from inside one.
+ * and never from inside one. plat_synchronize_rcu waits for every region with
+ * interrupts off that was open, and hurries.
  */
 int plat_srcu_read_lock(void);
 void plat_srcu_read_unlock(int token);

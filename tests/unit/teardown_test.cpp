@@ -174,6 +174,53 @@ TEST_F(Teardown, a_scan_about_to_dispatch_the_parent_leaf_meets_no_bad_handler)
 	EXPECT_TRUE(eventually([] { return read_control("client_events").size() == 1; }));
 }
 
+// A leaf handler that sleeps in the outer combiner's thread holds up the scan, but no wait
+// for readers: the rest of the scan must leave alone what is released meanwhile. The
+// other leaf has no enable register, so that it stays active.
+TEST_F(Teardown, a_scan_that_goes_on_after_the_wait_dispatches_no_leaf)
+{
+	describe(4, 1);
+	describe(9, 0);
+	cfg::keys &second = table_.nodes["irq_combiner@9"]["hwirq_cfg1"];
+	second = table_.nodes["irq_combiner@9"]["hwirq_cfg0"];
+	second["index_id"] = 0x901;
+	second["hwirq"] = second["l0_shift"] = 1;
+	second["l0_en"] = config::NO_REGISTER;
+	load();
+	must("cpld", "source a 0xffffffff 4 4:0x40:0x60:0:1:level 9:0x40:0x60:0:1:latched");
+	must("cpld", "source b 0xffffffff 4 4:0x40:0x60:0:1:level 9:-:0x60:1:1:latched");
+	add(4, "line:4");
+	add(9, "leaf:0x400:3");
+	ASSERT_EQ(must("client", "regist 0x900 3 tag=first hold=1"), "ret=0");
+	ASSERT_EQ(must("client", "regist 0x901 3 tag=second"), "ret=0");
+	must("cpld", "pulse a");
+	ASSERT_TRUE(eventually([] { return read_control("client_events").size() == 1; }));
+	must("cpld", "pulse b");
+	const unsigned long sleeps = host_calls("plat_msleep");
+	std::thread removal([] { remove(9); });
+	EXPECT_TRUE(eventually([&] { return host_calls("plat_msleep") > sleeps; }));
+	must("client", "let_go");
+	removal.join();
+	EXPECT_EQ(host_wait_idle(10000), 0);
+	EXPECT_EQ(read_control("client_events").size(), 1u);
+}
+
+// However many go: a wait takes as long for one as for all.
+TEST_F(Teardown, combiners_that_go_together_are_waited_for_together)
+{
+	for (const u32 id : {4u, 5u, 6u})
+		describe(id, id == 5);
+	load();
+	for (const u32 id : {4u, 5u, 6u}) {
+		add(id, "line:" + std::to_string(id));
+		EXPECT_EQ(must("client", "regist " + std::to_string(id * 0x100) + " 3"), "ret=0");
+	}
+	const unsigned long waits = host_calls("plat_synchronize_rcu");
+	EXPECT_EQ(testbed::unload(), 0);
+	EXPECT_EQ(host_calls("plat_synchronize_rcu"), waits + 1);
+	ASSERT_EQ(testbed::load(), 0);
+}
+
 // Bring-up, seen from the parent line: it is up, and must stay masked until the
 // handler that is installed finds every leaf disabled.
 TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
