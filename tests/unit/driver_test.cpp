@@ -20,6 +20,7 @@
 #define strstr kernel_strstr
 #include "combiner/domain.h"
 #include "combiner/lifecycle.h"
+#include "combiner/scan_plan.h"
 #include "config/combiner_cfg.h"
 #include "control/text_out.h"
 #include "core/atomic.h"
@@ -136,6 +137,21 @@ template <typename T> size_t length(list<T> &items)
 	for (auto at = items.begin(); at != items.end(); ++at)
 		count++;
 	return count;
+}
+
+// As where somebody enables the parent line while its handler runs on another CPU.
+TEST_F(Driver, a_second_scan_leaves_the_plan_to_the_first)
+{
+	load_two_leaves(0);
+	drv_intr_combiner &combiner = *drv_intr_get_combiner(0);
+	ASSERT_TRUE(combiner.scan_plan);
+	ASSERT_FALSE(test_and_set_bit(DRV_INTR_PLAN_IN_USE, combiner.flags));
+	const u32 at = combiner.scan_plan->at = UNTOUCHED;
+	EXPECT_TRUE(deliver(0) && deliver(1));
+	EXPECT_EQ(combiner.scan_plan->at, at);
+	EXPECT_TRUE(test_and_clear_bit(DRV_INTR_PLAN_IN_USE, combiner.flags));
+	EXPECT_TRUE(deliver(0) && deliver(1));
+	EXPECT_NE(combiner.scan_plan->at, at);
 }
 
 TEST_F(Driver, cpu_register_gets_its_field_and_keeps_the_rest)
