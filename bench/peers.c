@@ -29,6 +29,7 @@ static struct irq_domain *domain;
 static u32 virqs[BENCH_LEAVES];
 static u32 requested;
 static u8 enabled[GROUPS];
+static struct bench_field fields[BENCH_LEAVES][BENCH_LEVELS];
 
 static struct sock *netlink;
 static struct eventfd_ctx *eventfd;
@@ -106,14 +107,12 @@ static bool walk_field(u32 reg, u32 shift)
 
 static bool walk_is_active(u32 leaf)
 {
-	u32 level;
+	const struct bench_field *field = fields[leaf], *end = field + set.levels;
 
-	for (level = 0; level < set.levels; level++) {
-		struct bench_field field = bench_level(BENCH_PEER_LINE, leaf, set.levels, level);
-
-		if (!walk_field(field.en, field.shift) || !walk_field(field.status, field.shift))
+	for (; field < end; field++)
+		if (!walk_field(field->en, field->shift) ||
+		    !walk_field(field->status, field->shift))
 			return false;
-	}
 	return true;
 }
 
@@ -131,9 +130,9 @@ static void walk_handler(struct irq_desc *desc)
 
 static void walk_enable(u32 leaf, u32 on)
 {
-	struct bench_field field = bench_level(BENCH_PEER_LINE, leaf, set.levels, set.levels - 1);
+	const struct bench_field *own = &fields[leaf][set.levels - 1];
 
-	drv_cpld_write(0, 0, (struct drv_intr_reg_desc){ field.en, field.shift }, 1, on);
+	drv_cpld_write(0, 0, (struct drv_intr_reg_desc){ own->en, own->shift }, 1, on);
 }
 
 /* The reads flush posted writes. */
@@ -142,11 +141,11 @@ static void walk_clear(u32 leaf)
 	u32 level, value;
 
 	for (level = set.levels; level-- > 0;) {
-		struct bench_field field = bench_level(BENCH_PEER_LINE, leaf, set.levels, level);
+		const struct bench_field *field = &fields[leaf][level];
 
-		drv_cpld_reg_read(0, 0, field.status, &value);
-		drv_cpld_reg_write(0, 0, field.status, 1u << field.shift);
-		drv_cpld_reg_read(0, 0, field.status, &value);
+		drv_cpld_reg_read(0, 0, field->status, &value);
+		drv_cpld_reg_write(0, 0, field->status, 1u << field->shift);
+		drv_cpld_reg_read(0, 0, field->status, &value);
 	}
 }
 
@@ -341,17 +340,16 @@ static int request_leaves(void)
 	return ret;
 }
 
-static void enable_outer_levels(void)
+/* The outer levels stay enabled. */
+static void set_levels(u32 leaf)
 {
-	u32 leaf, level;
+	u32 level;
 
-	for (leaf = 0; leaf < set.leaves; leaf++)
-		for (level = 0; level + 1 < set.levels; level++) {
-			struct bench_field field =
-				bench_level(BENCH_PEER_LINE, leaf, set.levels, level);
-
-			regs.word[field.en] |= 1u << field.shift;
-		}
+	for (level = 0; level < set.levels; level++) {
+		fields[leaf][level] = bench_level(BENCH_PEER_LINE, leaf, set.levels, level);
+		if (level + 1 < set.levels)
+			regs.word[fields[leaf][level].en] |= 1u << fields[leaf][level].shift;
+	}
 }
 
 static int method_up(struct device *dev)
@@ -412,6 +410,7 @@ void peer_stop(void)
 
 int peer_start(const struct bench_para *para, struct device *dev)
 {
+	u32 leaf;
 	int ret;
 
 	if (is_up || !para->leaves || para->leaves > BENCH_LEAVES || para->method == BENCH_INTR ||
@@ -420,7 +419,8 @@ int peer_start(const struct bench_para *para, struct device *dev)
 	set = *para;
 	memset(enabled, 0, sizeof(enabled));
 	memset(&regs.word[BASE], 0, BENCH_LINE_REGS * sizeof(regs.word[0]));
-	enable_outer_levels();
+	for (leaf = 0; leaf < set.leaves; leaf++)
+		set_levels(leaf);
 	ret = method_up(dev);
 	if (ret)
 		return ret;

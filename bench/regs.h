@@ -13,9 +13,9 @@ struct device;
 struct file;
 
 struct regs {
+	u32 word[BENCH_REGS];
 	u64 reads;
 	u64 writes;
-	u32 word[BENCH_REGS];
 };
 extern struct regs regs;
 
@@ -25,10 +25,16 @@ static inline u32 regs_read(u32 reg)
 	return READ_ONCE(regs.word[reg]);
 }
 
+/* Of these bits of a gathering level's status, those of which an input is up. */
+u32 regs_inputs(u32 reg, u32 bits);
+
 static inline void regs_write(u32 reg, u32 value)
 {
 	regs.writes++;
-	WRITE_ONCE(regs.word[reg], reg & 1 ? regs.word[reg] & ~value : value);
+	if (reg & 1)
+		value = (regs.word[reg] & ~value) |
+			(reg % BENCH_LINE_REGS < BENCH_GROUPS_AT ? 0 : regs_inputs(reg, value));
+	WRITE_ONCE(regs.word[reg], value);
 }
 
 void regs_restart_slots(void);
