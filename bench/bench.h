@@ -92,6 +92,7 @@ enum bench_wake {
 enum bench_active { BENCH_FIRST, BENCH_MIDDLE, BENCH_LAST, BENCH_ALL };
 
 #define BENCH_NETLINK 29
+#define BENCH_RUN_MAX 2000u
 
 struct bench_para {
 	unsigned int method;
@@ -115,7 +116,8 @@ enum bench_command {
 	BENCH_PEER_DOWN,
 	BENCH_REGISTER,		/* a callback for `count` leaves from leaf `leaves` on, of `line` */
 	BENCH_UNREGISTER,
-	BENCH_RUN,		/* `count` interrupts: reads, writes, ticks[0] of all together */
+	/* `count` interrupts: reads and writes of all; ticks[0] of ticks[1] of them; raised ticks[2] times */
+	BENCH_RUN,
 	BENCH_GATE,		/* ticks of `count` find, disable, enable of leaf `leaves` */
 	BENCH_ARM,		/* raises once the caller sleeps */
 	BENCH_RAISED,		/* ticks[0]: the time of that */

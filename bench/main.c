@@ -7,7 +7,7 @@
 #include <linux/module.h>
 #include <linux/mutex.h>
 #include <linux/uaccess.h>
-#include <linux/wait.h>
+#include <linux/sched.h>
 
 #include "regs.h"
 
@@ -28,7 +28,6 @@ static struct task_struct *raiser, *sleeper;
 static struct bench_para armed;
 static u64 raised;
 static int raise_failed;
-static DECLARE_WAIT_QUEUE_HEAD(arming);
 
 /* Lets the process run until it sleeps, then does in its place what a source would do. */
 static void raise_for(struct task_struct *process)
@@ -43,23 +42,36 @@ static void raise_for(struct task_struct *process)
 	peer_send();
 }
 
+/*
+ * As a CPU that was idle, it is away once it has raised: nothing in between lets others
+ * run first, after whom it would have to come back only to sleep.
+ */
 static int raiser_thread(void *unused)
 {
-	while (!kthread_should_stop()) {
-		wait_event_interruptible(arming, READ_ONCE(sleeper) || kthread_should_stop());
-		if (sleeper) {
-			raise_for(sleeper);
-			WRITE_ONCE(sleeper, NULL);
+	struct task_struct *process;
+
+	for (;;) {
+		set_current_state(TASK_INTERRUPTIBLE);
+		if (kthread_should_stop())
+			break;
+		process = sleeper;
+		if (process) {
+			__set_current_state(TASK_RUNNING);
+			sleeper = NULL;
+			raise_for(process);
+			continue;
 		}
+		schedule();
 	}
+	__set_current_state(TASK_RUNNING);
 	return 0;
 }
 
 static int arm(const struct bench_para *para)
 {
 	armed = *para;
-	WRITE_ONCE(sleeper, current);
-	wake_up(&arming);
+	sleeper = current;
+	wake_up_process(raiser);
 	return 0;
 }
 
