@@ -18,7 +18,7 @@ module_param_named(write, write_cost, uint, 0444);
 
 static int __init access_init(void)
 {
-	struct drv_intr_reg_desc field = { .bit_offset = 0 };
+	struct drv_intr_reg_desc field = {.bit_offset = 0};
 	unsigned long flags;
 	int failed = 0;
 	u64 start, read, written;
@@ -43,9 +43,7 @@ static int __init access_init(void)
 	return failed;
 }
 
-static void __exit access_exit(void)
-{
-}
+static void __exit access_exit(void) {}
 
 module_init(access_init);
 module_exit(access_exit);

@@ -7,7 +7,7 @@
 
 #include "regs.h"
 
-static const struct task_struct *only;	/* null: everybody's */
+static const struct task_struct *only; /* null: everybody's */
 static u64 count;
 static s64 bytes;
 

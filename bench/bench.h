@@ -64,7 +64,7 @@ static inline struct bench_field bench_level(unsigned int line, unsigned int lea
 	} else {
 		at += BENCH_SHARED_AT + 2 * (below - 2);
 	}
-	return (struct bench_field){ at, at + 1, bit };
+	return (struct bench_field){at, at + 1, bit};
 }
 
 /* The leaf's name for the driver's users: its number, and this and its line. */
@@ -72,21 +72,21 @@ static inline struct bench_field bench_level(unsigned int line, unsigned int lea
 
 /* Who demultiplexes the line. */
 enum bench_method {
-	BENCH_RUNNER,		/* nobody: a chained handler that reports its leaf at once */
-	BENCH_INTR,		/* the driver, on a line of the board or a pin */
-	BENCH_FLAT,		/* a chained handler, group registers, the enable mask in memory */
-	BENCH_WALK,		/* a chained handler that tests leaf by leaf, all in registers */
-	BENCH_REGMAP,		/* the kernel's register-map controller, bulk read */
-	BENCH_REGMAP_MAIN,	/* the same with a main status register */
+	BENCH_RUNNER, /* nobody: a chained handler that reports its leaf at once */
+	BENCH_INTR, /* the driver, on a line of the board or a pin */
+	BENCH_FLAT, /* a chained handler, group registers, the enable mask in memory */
+	BENCH_WALK, /* a chained handler that tests leaf by leaf, all in registers */
+	BENCH_REGMAP, /* the kernel's register-map controller, bulk read */
+	BENCH_REGMAP_MAIN, /* the same with a main status register */
 };
 
 /* What the handler of a peer's last leaf does. */
 enum bench_wake {
-	BENCH_WAKE_RUNNER,	/* of every leaf: reports to BENCH_RUN */
-	BENCH_WAKE_NETLINK,	/* from a thread, after a disable */
-	BENCH_WAKE_EVENTFD,	/* the file is in `fd`; after a disable, as the next */
-	BENCH_WAKE_READ,	/* of /dev/bench, as UIO does it */
-	BENCH_WAKE_BARE,	/* a netlink message straight from the thread that raises */
+	BENCH_WAKE_RUNNER, /* of every leaf: reports to BENCH_RUN */
+	BENCH_WAKE_NETLINK, /* from a thread, after a disable */
+	BENCH_WAKE_EVENTFD, /* the file is in `fd`; after a disable, as the next */
+	BENCH_WAKE_READ, /* of /dev/bench, as UIO does it */
+	BENCH_WAKE_BARE, /* a netlink message straight from the thread that raises */
 };
 
 enum bench_active { BENCH_FIRST, BENCH_MIDDLE, BENCH_LAST, BENCH_ALL };
@@ -111,19 +111,20 @@ struct bench_para {
 };
 
 enum bench_command {
-	BENCH_DEVICES = 0xb0,	/* `count` devices for the driver's combiners, before its load */
-	BENCH_PEER,		/* sets a peer up: method, leaves, levels, wake, fd, port in count */
+	BENCH_DEVICES = 0xb0, /* `count` devices for the driver's combiners, before its load */
+	BENCH_PEER, /* sets a peer up: method, leaves, levels, wake, fd, port in count */
 	BENCH_PEER_DOWN,
-	BENCH_REGISTER,		/* a callback for `count` leaves from leaf `leaves` on, of `line` */
+	BENCH_REGISTER, /* a callback for `count` leaves from leaf `leaves` on, of `line` */
 	BENCH_UNREGISTER,
-	/* `count` interrupts: reads and writes of all; ticks[0] of ticks[1] of them; raised ticks[2] times */
+	/* `count` interrupts: reads and writes of all; ticks[0] of ticks[1] of them; raised
+	   ticks[2] times */
 	BENCH_RUN,
-	BENCH_GATE,		/* ticks of `count` find, disable, enable of leaf `leaves` */
-	BENCH_ARM,		/* raises once the caller sleeps */
-	BENCH_RAISED,		/* ticks[0]: the time of that */
-	BENCH_ENABLE,		/* a peer's last leaf again */
-	BENCH_ALLOC_START,	/* active not 0: of all contexts, not only of the caller */
-	BENCH_ALLOC_STOP,	/* allocations; bytes, less what was freed */
+	BENCH_GATE, /* ticks of `count` find, disable, enable of leaf `leaves` */
+	BENCH_ARM, /* raises once the caller sleeps */
+	BENCH_RAISED, /* ticks[0]: the time of that */
+	BENCH_ENABLE, /* a peer's last leaf again */
+	BENCH_ALLOC_START, /* active not 0: of all contexts, not only of the caller */
+	BENCH_ALLOC_STOP, /* allocations; bytes, less what was freed */
 };
 
 #endif

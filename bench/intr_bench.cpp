@@ -29,6 +29,8 @@
 
 #include "bench/bench.h"
 #include "table/cfg_table.h"
+#include "table/config_keys.h"
+#include "table/numbering.h"
 #include "uapi/intr.h"
 
 namespace {
@@ -40,7 +42,7 @@ constexpr u32 WARM_UP = 10;
 constexpr u32 WATCHED = 20; // while allocations are counted
 constexpr u32 LOOK_UPS = 200;
 constexpr u32 ANY_RATE = 0xffffffff;
-constexpr u32 CARD = 0x05000000;
+constexpr u32 CARD = 5;
 constexpr char BOARD_MODULES[] = "/modules/";
 
 bool gate_only;
@@ -128,6 +130,7 @@ struct board {
 	u32 sync = 1;
 	u32 direct = 0;
 	u32 first_line = 0; // of a card: that of its first pin
+	u32 carries_card = 0; // 1: its last leaf is the parent of the card's first combiner
 };
 
 cfg::keys leaf_keys(const board &board, u32 line, u32 leaf)
@@ -153,17 +156,18 @@ cfg::keys leaf_keys(const board &board, u32 line, u32 leaf)
 	return keys;
 }
 
-// A combiner's node has room for 128 leaves; the others are those of its slot.
+// A card has one combiner behind a leaf of the board and the others behind pins. A combiner's
+// node has room for 128 leaves; the others are those of its slot.
 cfg::table make_table(const board &board)
 {
 	const bool card = board.first_line != 0;
 	cfg::table table;
 	char slot[32];
 
-	table.instance = card ? CARD : XML_TABLE_BOARD;
+	table.instance = card ? card_instance(CARD) : XML_TABLE_BOARD;
 	table.nodes["global_cfg"]["common"] =
-		card ? cfg::keys{{"combiner_bitmap", (1u << board.combiners) - 1}} :
-		       cfg::keys{{"cfg_type_bitmap", 2}};
+		card ? cfg::keys{{"combiner_bitmap", (1u << board.combiners) - 1}}
+		     : cfg::keys{{"cfg_type_bitmap", 2}};
 	for (u32 id = 0; id < board.combiners; id++) {
 		const u32 line = board.first_line + id;
 		cfg::entries &own = table.nodes["irq_combiner@" + std::to_string(id)];
@@ -173,17 +177,22 @@ cfg::table make_table(const board &board)
 				     {"async", board.async},
 				     {"direct", board.direct}};
 		if (card) {
-			own["global_cfg"]["int_type"] = 1;
+			own["global_cfg"]["int_type"] = id == 0 ? DRV_INTR_COMBINER : DRV_INTR_GPIO;
 			own["global_cfg"]["gpio"] = BENCH_GPIO_BASE + line - BENCH_FIRST_PIN;
 		}
 		snprintf(slot, sizeof(slot), "slot_isr_0x%x", id);
 		for (u32 leaf = 0; leaf < board.leaves; leaf++) {
 			cfg::keys keys = leaf_keys(board, line, leaf);
 
+			if (board.carries_card && leaf == board.leaves - 1) {
+				keys["index_id"] = CARD;
+				keys["type"] = CARD_LEAF_TYPE;
+			}
 			if (leaf >= 128)
 				keys["combiner_id"] = line;
-			(leaf < 128 ? own : table.nodes[slot])["hwirq_cfg" +
-							       std::to_string(leaf % 128)] = keys;
+			(leaf < 128 ? own
+				    : table.nodes[slot])["hwirq_cfg" + std::to_string(leaf % 128)] =
+				keys;
 		}
 	}
 	return table;
@@ -318,10 +327,11 @@ void run(const std::string &name, u32 line, u32 leaves, u32 levels, u32 active =
 		para.count = BUSY_INTERRUPTS;
 	command(BENCH_RUN, para, ("running " + name).c_str());
 	const double count = para.count, raised = static_cast<double>(para.ticks[2]);
-	std::string fields = field("reads", static_cast<double>(para.reads) / count) +
-			     field("writes", static_cast<double>(para.writes) / count) +
-			     instructions("instructions", static_cast<double>(para.ticks[0]) /
-								  static_cast<double>(para.ticks[1]));
+	std::string fields =
+		field("reads", static_cast<double>(para.reads) / count) +
+		field("writes", static_cast<double>(para.writes) / count) +
+		instructions("instructions", static_cast<double>(para.ticks[0]) /
+						     static_cast<double>(para.ticks[1]));
 	if (raised != count)
 		fields += field("interrupts", raised / count);
 	para.count = WATCHED;
@@ -329,7 +339,8 @@ void run(const std::string &name, u32 line, u32 leaves, u32 levels, u32 active =
 	command(BENCH_ALLOC_START, watch, "watching memory");
 	command(BENCH_RUN, para, ("running " + name).c_str());
 	command(BENCH_ALLOC_STOP, watch, "watching memory");
-	record(name, fields + field("allocations", static_cast<double>(watch.allocations / WATCHED)));
+	record(name,
+	       fields + field("allocations", static_cast<double>(watch.allocations / WATCHED)));
 }
 
 std::string case_name(const char *who, u32 leaves, u32 active = BENCH_LAST)
@@ -463,10 +474,10 @@ void measure_memory(const std::string &system, const board &many, u32 fewer)
 	const driver up(many, true);
 	record("memory/" + system,
 	       field("bytes", static_cast<long long>((up.cost.bytes - bytes) / leaves + 0.5)) +
-		       field("allocations", (static_cast<double>(up.cost.allocations) -
-					     allocations) / leaves) +
-		       field("slab_bytes", static_cast<double>(up.slab_kb * 1024 / (many.combiners *
-										   many.leaves))));
+		       field("allocations",
+			     (static_cast<double>(up.cost.allocations) - allocations) / leaves) +
+		       field("slab_bytes", static_cast<double>(up.slab_kb * 1024 /
+							       (many.combiners * many.leaves))));
 }
 
 void card_command(u32 number)
@@ -474,24 +485,34 @@ void card_command(u32 number)
 	const int device = open(DRV_INTR_DEVICE, O_RDWR | O_CLOEXEC);
 	drv_intr_ioctl_para para{};
 
-	para.inst_id = CARD;
+	para.inst_id = card_instance(CARD);
 	if (device < 0 || ioctl(device, number, &para) != 0)
 		fail("the card");
 	close(device);
 }
 
-void measure_card(const std::string &name)
+void measure_release()
+{
+	driver up({.leaves = 8});
+
+	up.regist(0);
+	const u64 start = bench_clock();
+	up.regist(0, 0, 1, false);
+	record("release/1x8", field("ms", milliseconds(bench_clock() - start)));
+}
+
+void measure_card()
 {
 	const board card{.combiners = 4, .leaves = 64, .first_line = BENCH_FIRST_PIN};
 
 	install(card);
-	driver up({.leaves = 8});
+	driver up({.leaves = 8, .carries_card = 1});
 	card_command(DRV_INTR_IOC_INIT_CARD);
 	for (u32 id = 0; id < card.combiners; id++)
 		up.regist(BENCH_FIRST_PIN + id, 0, card.leaves);
 	const u64 start = bench_clock();
 	card_command(DRV_INTR_IOC_DEINIT_CARD);
-	record(name + "/4x64", field("ms", milliseconds(bench_clock() - start)));
+	record("card/4x64", field("ms", milliseconds(bench_clock() - start)));
 }
 
 // To a process.
@@ -559,10 +580,10 @@ void deliver(const std::string &name, u32 line, u32 leaves, const std::function<
 	received.clear();
 	answered.clear();
 	deliver_some(gate_only ? GATE_INTERRUPTS : INTERRUPTS);
-	record("deliver/" + name, instructions("received", average(received)) +
-					  instructions("answered", average(answered)) +
-					  field("allocations", static_cast<double>(watch.allocations /
-										   WATCHED)));
+	record("deliver/" + name,
+	       instructions("received", average(received)) +
+		       instructions("answered", average(answered)) +
+		       field("allocations", static_cast<double>(watch.allocations / WATCHED)));
 }
 
 void deliver_by_peer(const std::string &name, bench_method method, u32 leaves, bench_wake wake)
@@ -579,7 +600,8 @@ void deliver_by_peer(const std::string &name, bench_method method, u32 leaves, b
 
 		if (own_port != static_cast<u32>(getpid()))
 			fail("the port of the netlink socket");
-		deliver(name, BENCH_PEER_LINE, leaves,
+		deliver(
+			name, BENCH_PEER_LINE, leaves,
 			[&] {
 				if (reads_netlink)
 					receive(messages, sizeof(drv_intr_nl_msg));
@@ -614,7 +636,8 @@ void deliver_by_driver(u32 leaves)
 	if (ioctl(device, DRV_INTR_IOC_SET_PID, &para) != 0)
 		fail("subscribing");
 	para.enable = 1;
-	deliver("intr/" + std::to_string(leaves), 0, leaves,
+	deliver(
+		"intr/" + std::to_string(leaves), 0, leaves,
 		[&] { receive(messages, sizeof(drv_intr_nl_msg)); },
 		[&] {
 			if (ioctl(device, DRV_INTR_IOC_SET_INT_EN, &para) != 0)
@@ -655,9 +678,10 @@ void make_simulated_sources()
 
 	for (u32 group = 0; group < 16; group++)
 		for (u32 bit = 0; bit < 4; bit++) {
-			const int size = snprintf(text, sizeof(text),
-						  "source g%u.%u 0xffffffff 0 1:%u:%u:%u:1:latched\n", group,
-						  bit, 2 * group, 2 * group + 1, bit);
+			const int size =
+				snprintf(text, sizeof(text),
+					 "source g%u.%u 0xffffffff 0 1:%u:%u:%u:1:latched\n", group,
+					 bit, 2 * group, 2 * group + 1, bit);
 			write_file("/proc/diag/cpld", text, static_cast<size_t>(size));
 		}
 }
@@ -693,33 +717,18 @@ void measure_without_monitor()
 	unload_bench("bench_monitor");
 }
 
-// The last cases: tear-down waits for readers only where others may be reading.
-void measure_two_cpus()
-{
-	static const std::string online = "/sys/devices/system/cpu/cpu1/online";
-	u64 unload;
-
-	write_file(online, "1", 1);
-	load_bench("intr_monitor");
-	{
-		driver up({.combiners = 32, .leaves = 256});
-		up.unload_ticks = &unload;
-	}
-	record("unload-2-cpus/32x256", field("ms", milliseconds(unload)));
-	measure_card("card-2-cpus");
-	unload_bench("intr_monitor");
-}
-
 void measure_with_monitor()
 {
 	load_bench("intr_monitor");
 	if (!gate_only)
 		measure_driver("intr-monitor", {}, {8, 64, 256});
 	measure_load("32x256", {.combiners = 32, .leaves = 256});
-	measure_memory(gate_only ? "1x128" : "32x256", {.combiners = gate_only ? 1u : 32u,
-						       .leaves = gate_only ? 128u : 256u}, 8);
-	if (!gate_only)
-		measure_card("card");
+	measure_memory(gate_only ? "1x128" : "32x256",
+		       {.combiners = gate_only ? 1u : 32u, .leaves = gate_only ? 128u : 256u}, 8);
+	if (!gate_only) {
+		measure_release();
+		measure_card();
+	}
 	unload_bench("intr_monitor");
 }
 
@@ -739,8 +748,6 @@ int main(int argc, char **argv)
 	measure_without_monitor();
 	measure_with_monitor();
 	measure_simulator();
-	if (!gate_only)
-		measure_two_cpus();
 	record("end", "");
 	return 0;
 }

@@ -39,9 +39,7 @@ static void line_unmask(struct irq_data *data)
 	run_line_masked(data->hwirq, false);
 }
 
-static void line_eoi(struct irq_data *data)
-{
-}
+static void line_eoi(struct irq_data *data) {}
 
 static int line_set_type(struct irq_data *data, unsigned int type)
 {
@@ -78,7 +76,7 @@ static int line_map(struct irq_domain *of, unsigned int virq, irq_hw_number_t li
 	return 0;
 }
 
-static const struct irq_domain_ops domain_ops = { .map = line_map };
+static const struct irq_domain_ops domain_ops = {.map = line_map};
 
 static void remove_device(u32 id)
 {

@@ -101,7 +101,7 @@ static int regist(const struct bench_para *para, bool on)
 static int gate(struct bench_para *para)
 {
 	u32 leaf = para->leaves, type = BENCH_TYPE + para->line, round;
-	u64 ticks[3] = { 0 }, start, found, disabled;
+	u64 ticks[3] = {0}, start, found, disabled;
 	unsigned long flags;
 	int failed = 0;
 

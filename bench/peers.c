@@ -23,7 +23,7 @@
 #define BASE (BENCH_PEER_LINE * BENCH_LINE_REGS)
 #define GROUPS (BENCH_LEAVES / 8)
 
-static struct bench_para set;	/* what is up; method BENCH_RUNNER: an empty handler */
+static struct bench_para set; /* what is up; method BENCH_RUNNER: an empty handler */
 static bool is_up;
 static struct irq_domain *domain;
 static u32 virqs[BENCH_LEAVES];
@@ -43,8 +43,7 @@ static void flat_handle_group(u32 group)
 	unsigned long pending = regs_read(BASE + 2 * group + 1) & enabled[group];
 	u32 bit;
 
-	for_each_set_bit(bit, &pending, 8)
-		generic_handle_domain_irq(domain, group * 8 + bit);
+	for_each_set_bit(bit, &pending, 8) generic_handle_domain_irq(domain, group * 8 + bit);
 }
 
 static void flat_handler(struct irq_desc *desc)
@@ -56,8 +55,7 @@ static void flat_handler(struct irq_desc *desc)
 	for (word = 0; word * 64 < set.leaves; word++) {
 		unsigned long groups = regs_read(BASE + BENCH_GROUPS_AT + 2 * word + 1);
 
-		for_each_set_bit(bit, &groups, 8)
-			flat_handle_group(word * 8 + bit);
+		for_each_set_bit(bit, &groups, 8) flat_handle_group(word * 8 + bit);
 	}
 	chained_irq_exit(chip, desc);
 }
@@ -101,7 +99,7 @@ static bool walk_field(u32 reg, u32 shift)
 {
 	u32 value;
 
-	return drv_cpld_read(0, 0, (struct drv_intr_reg_desc){ reg, shift }, 1, &value) == 0 &&
+	return drv_cpld_read(0, 0, (struct drv_intr_reg_desc){reg, shift}, 1, &value) == 0 &&
 	       value != 0;
 }
 
@@ -132,7 +130,7 @@ static void walk_enable(u32 leaf, u32 on)
 {
 	const struct bench_field *own = &fields[leaf][set.levels - 1];
 
-	drv_cpld_write(0, 0, (struct drv_intr_reg_desc){ own->en, own->shift }, 1, on);
+	drv_cpld_write(0, 0, (struct drv_intr_reg_desc){own->en, own->shift}, 1, on);
 }
 
 /* The reads flush posted writes. */
@@ -204,8 +202,8 @@ static int map_write(void *context, const void *data, size_t size)
 	return 0;
 }
 
-static const struct regmap_bus map_bus = { .read = map_read, .write = map_write };
-static const struct regmap_config map_config = { .name = "bench", .reg_bits = 8, .val_bits = 8 };
+static const struct regmap_bus map_bus = {.read = map_read, .write = map_write};
+static const struct regmap_config map_config = {.name = "bench", .reg_bits = 8, .val_bits = 8};
 static struct regmap_irq_chip map_chip;
 
 static int regmap_up(struct device *dev)
@@ -217,8 +215,8 @@ static int regmap_up(struct device *dev)
 	if (IS_ERR(map))
 		return PTR_ERR(map);
 	for (leaf = 0; leaf < set.leaves; leaf++)
-		map_leaves[leaf] = (struct regmap_irq){ .reg_offset = leaf / 8,
-							.mask = 1u << leaf % 8 };
+		map_leaves[leaf] =
+			(struct regmap_irq){.reg_offset = leaf / 8, .mask = 1u << leaf % 8};
 	map_chip = (struct regmap_irq_chip){
 		.name = "bench",
 		.mask_base = REGMAP_ENABLE,
@@ -262,7 +260,7 @@ void peer_send(void)
 		return;
 	head = nlmsg_put(message, 0, 0, 0, sizeof(struct drv_intr_nl_leaf), 0);
 	*(struct drv_intr_nl_leaf *)nlmsg_data(head) =
-		(struct drv_intr_nl_leaf){ set.leaves - 1, BENCH_TYPE };
+		(struct drv_intr_nl_leaf){set.leaves - 1, BENCH_TYPE};
 	nlmsg_unicast(netlink, message, set.count);
 }
 
@@ -309,7 +307,7 @@ static int leaf_map(struct irq_domain *of, unsigned int virq, irq_hw_number_t le
 	return 0;
 }
 
-static const struct irq_domain_ops leaf_ops = { .map = leaf_map };
+static const struct irq_domain_ops leaf_ops = {.map = leaf_map};
 
 static int chained_up(irq_flow_handler_t handler)
 {
@@ -326,8 +324,8 @@ static int chained_up(irq_flow_handler_t handler)
 
 static int request_leaves(void)
 {
-	bool threaded = set.wake == BENCH_WAKE_NETLINK ||
-			set.method == BENCH_REGMAP || set.method == BENCH_REGMAP_MAIN;
+	bool threaded = set.wake == BENCH_WAKE_NETLINK || set.method == BENCH_REGMAP ||
+			set.method == BENCH_REGMAP_MAIN;
 	int ret = 0;
 
 	for (requested = 0; requested < set.leaves; requested++) {
@@ -383,7 +381,7 @@ static void method_down(void)
 
 static int wake_up_set(void)
 {
-	struct netlink_kernel_cfg none = { .groups = 0 };
+	struct netlink_kernel_cfg none = {.groups = 0};
 
 	netlink = netlink_kernel_create(&init_net, BENCH_NETLINK, &none);
 	if (!netlink)

@@ -24,12 +24,12 @@
 #define TIME_LIMIT (60 * HZ)
 
 static bool masked[BENCH_LINES];
-static u32 pending;		/* leaves that were asserted and not served */
+static u32 pending; /* leaves that were asserted and not served */
 static u32 pending_line;
-static u32 served, raised;	/* of the whole run */
+static u32 served, raised; /* of the whole run */
 static bool late;
 static DECLARE_COMPLETION(all_served);
-static u32 took[BENCH_RUN_MAX];	/* ticks of each round */
+static u32 took[BENCH_RUN_MAX]; /* ticks of each round */
 
 static void on_late(struct timer_list *timer)
 {
@@ -98,7 +98,7 @@ static void assert_leaf(const struct bench_para *para, u32 leaf)
 
 static void assert_leaves(const struct bench_para *para)
 {
-	const u32 one[] = { 0, para->leaves / 2, para->leaves - 1 };
+	const u32 one[] = {0, para->leaves / 2, para->leaves - 1};
 	u32 leaf;
 
 	pending_line = para->line;
@@ -191,7 +191,7 @@ int run_raise(const struct bench_para *para, u64 *when)
 	pending = 0;
 	withdraw(para->line);
 	assert_leaves(para);
-	pending = 0;	/* nobody reports: it interrupts once */
+	pending = 0; /* nobody reports: it interrupts once */
 	if (masked[para->line])
 		return -EBUSY;
 	*when = bench_clock();
