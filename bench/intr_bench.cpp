@@ -122,6 +122,13 @@ unsigned long number_in(const std::string &path, const std::string &key = "")
 	return value;
 }
 
+// What the kernel has for itself, whoever asked for it.
+double kernel_bytes()
+{
+	return 1024.0 * static_cast<double>(number_in("/proc/meminfo", "Slab:") +
+					    number_in("/proc/meminfo", "VmallocUsed:"));
+}
+
 struct board {
 	u32 combiners = 1;
 	u32 leaves = 64; // each
@@ -218,10 +225,9 @@ u64 process_ns()
 	return static_cast<u64>(time.tv_sec) * 1000000000 + static_cast<u64>(time.tv_nsec);
 }
 
-struct module_cost {
-	u64 load_ns, load_ticks;
-	u64 allocations;
-	double bytes;
+struct load_cost {
+	u64 ns, ticks;
+	double allocations, bytes, kernel_bytes;
 };
 
 // The driver with a configuration, from here to the end of the scope.
@@ -234,18 +240,18 @@ public:
 		install(board);
 		para.count = board.combiners;
 		command(BENCH_DEVICES, para, "making the devices");
-		const unsigned long before = number_in("/proc/meminfo", "Slab:");
+		const double before = kernel_bytes();
 		if (watch_memory)
 			command(BENCH_ALLOC_START, para, "watching memory");
 		const u64 start = bench_clock(), start_ns = process_ns();
 		load_module("intr");
-		cost.load_ns = process_ns() - start_ns;
-		cost.load_ticks = bench_clock() - start;
+		cost.ns = process_ns() - start_ns;
+		cost.ticks = bench_clock() - start;
 		if (watch_memory)
 			command(BENCH_ALLOC_STOP, para, "watching memory");
-		cost.allocations = para.allocations;
+		cost.allocations = static_cast<double>(para.allocations);
 		cost.bytes = static_cast<double>(para.bytes);
-		slab_kb = number_in("/proc/meminfo", "Slab:") - before;
+		cost.kernel_bytes = kernel_bytes() - before;
 		load_module("bench_link");
 	}
 
@@ -272,8 +278,7 @@ public:
 		command(on ? BENCH_REGISTER : BENCH_UNREGISTER, para, "registering the leaves");
 	}
 
-	module_cost cost{};
-	unsigned long slab_kb = 0;
+	load_cost cost{};
 	u64 *unload_ticks = nullptr;
 
 private:
@@ -445,7 +450,7 @@ double milliseconds(u64 ticks)
 
 void measure_load(const std::string &system, const board &board)
 {
-	module_cost load;
+	load_cost load;
 	u64 unload;
 
 	{
@@ -454,30 +459,27 @@ void measure_load(const std::string &system, const board &board)
 		up.unload_ticks = &unload;
 	}
 	// One nanosecond is one instruction.
-	record("load/" + system, field("instructions", static_cast<double>(load.load_ns)) +
-					 field("ms", milliseconds(load.load_ticks)));
+	record("load/" + system, field("instructions", static_cast<double>(load.ns)) +
+					 field("ms", milliseconds(load.ticks)));
 	record("unload/" + system, field("ms", milliseconds(unload)));
 }
 
 // By the leaf: what a system has beyond one with fewer leaves.
 void measure_memory(const std::string &system, const board &many, u32 fewer)
 {
-	board few = many;
-	few.leaves = fewer;
 	const double leaves = many.combiners * (many.leaves - fewer);
-	double bytes, allocations;
-	{
-		const driver up(few, true);
-		bytes = up.cost.bytes;
-		allocations = static_cast<double>(up.cost.allocations);
-	}
+	board few = many;
+	load_cost base;
+
+	few.leaves = fewer;
+	base = driver(few, true).cost;
 	const driver up(many, true);
+	const double bytes = up.cost.bytes - base.bytes;
+	const double kernel = up.cost.kernel_bytes - base.kernel_bytes;
 	record("memory/" + system,
-	       field("bytes", static_cast<long long>((up.cost.bytes - bytes) / leaves + 0.5)) +
-		       field("allocations",
-			     (static_cast<double>(up.cost.allocations) - allocations) / leaves) +
-		       field("slab_bytes", static_cast<double>(up.slab_kb * 1024 /
-							       (many.combiners * many.leaves))));
+	       field("bytes", static_cast<long long>(bytes / leaves + 0.5)) +
+		       field("allocations", (up.cost.allocations - base.allocations) / leaves) +
+		       field("kernel_bytes", static_cast<long long>(kernel / leaves + 0.5)));
 }
 
 void card_command(u32 number)

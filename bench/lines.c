@@ -15,7 +15,6 @@
 #include <linux/string.h>
 
 #include "regs.h"
-#include "run.h"
 
 #define DRIVER_NAME "irq_combiner"
 

@@ -47,6 +47,8 @@ u32 line_virq(u32 line);
 void line_reset(u32 line);
 int devices_set(u32 count);
 
+/* With the line's descriptor lock held. */
+void run_line_masked(u32 line, bool masked);
 /*
  * A run is over when each leaf that was asserted has had its handler. Until then its
  * line interrupts again whenever it is up and unmasked.

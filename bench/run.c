@@ -18,7 +18,6 @@
 #include <linux/timer.h>
 
 #include "regs.h"
-#include "run.h"
 
 #define WARM_UP 10u
 #define TIME_LIMIT (60 * HZ)
