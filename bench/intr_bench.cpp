@@ -708,7 +708,8 @@ void unload_bench(const char *monitor)
 void measure_without_monitor()
 {
 	load_bench("bench_monitor");
-	measure_access("array");
+	if (!gate_only)
+		measure_access("array");
 	measure_parents();
 	measure_levels();
 	if (!gate_only)
