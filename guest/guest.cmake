@@ -4,7 +4,8 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${machine}-gcc)
 set(CMAKE_CXX_COMPILER ${machine}-g++)
-set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+# Segments that a kernel with pages of up to 64 KiB can map.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,-z,max-page-size=65536")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -10,7 +10,7 @@
 struct irq_domain {
 	std::string name;
 	fwnode_handle *fwnode;
-	unsigned long hwirq_limit;
+	unsigned long hwirq_limit = ~0ul;
 	int (*map)(irq_domain *domain, unsigned int virq, unsigned long hwirq);
 	void *host_data;
 	std::map<unsigned long, u32> mappings; // under domains_mutex
@@ -157,22 +157,19 @@ void domains_reset()
 
 using namespace model;
 
-struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
-					 unsigned long hwirq_max, int direct_max,
-					 const struct plat_irq_domain_ops *ops, void *host_data)
+struct irq_domain *plat_irq_domain_create_tree(struct fwnode_handle *fwnode,
+					       const struct plat_irq_domain_ops *ops,
+					       void *host_data)
 {
 	long injected;
 
-	if (fails(service::__irq_domain_add, injected))
+	if (fails(service::irq_domain_create_tree, injected))
 		return nullptr;
-	if (size || direct_max)
-		bug("__irq_domain_add: only tree domains are known here");
 
-	const sleeping_guard guard(domains_mutex, "__irq_domain_add");
+	const sleeping_guard guard(domains_mutex, "irq_domain_create_tree");
 	auto *domain = new irq_domain{
 		.name = fwnode ? fwnode->name : "unknown-" + std::to_string(++unnamed_count),
 		.fwnode = fwnode,
-		.hwirq_limit = hwirq_max,
 		.map = ops->map,
 		.host_data = host_data,
 		.mappings = {},

@@ -4,16 +4,16 @@
 
 #include "platform/kernel_api.h"
 
-/* The kernel keeps the address for the domain's life. The driver gives all its domains one table. */
+/* The kernel keeps the address for the domain's life. The driver gives all its domains one table.
+ */
 static struct irq_domain_ops domain_ops;
 
-noinline struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
-						  unsigned long hwirq_max, int direct_max,
-						  const struct plat_irq_domain_ops *ops,
-						  void *host_data)
+noinline struct irq_domain *plat_irq_domain_create_tree(struct fwnode_handle *fwnode,
+							const struct plat_irq_domain_ops *ops,
+							void *host_data)
 {
 	domain_ops.map = ops->map;
-	return __irq_domain_add(fwnode, size, hwirq_max, direct_max, &domain_ops, host_data);
+	return irq_domain_create_tree(fwnode, &domain_ops, host_data);
 }
 
 noinline void *plat_irq_domain_host_data(struct irq_domain *domain)

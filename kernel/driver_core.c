@@ -8,6 +8,7 @@
 #include <linux/property.h>
 #include <linux/string.h>
 
+#include "kernel/compat.h"
 #include "platform/kernel_api.h"
 
 /* Kept by the kernel while the driver is registered; an empty entry ends each table. */
@@ -51,17 +52,18 @@ noinline int plat_platform_driver_register(struct plat_platform_driver *driver)
 	struct driver_storage *storage = storage_of(driver);
 
 	*storage = (struct driver_storage){
-		.driver = {
-			.probe = driver->probe,
-			.remove = driver->remove,
-			.driver.name = free_name(driver),
-		},
+		.driver =
+			{
+				.probe = driver->probe,
+				.PLATFORM_DRIVER_REMOVE = driver->remove,
+				.driver.name = free_name(driver),
+			},
 	};
 	if (driver->of_compatible)
 		set_of_match(storage, driver->of_compatible);
 	if (driver->acpi_id)
 		set_acpi_match(storage, driver->acpi_id);
-	return __platform_driver_register(&storage->driver, THIS_MODULE);
+	return platform_driver_register(&storage->driver);
 }
 
 noinline void plat_platform_driver_unregister(struct plat_platform_driver *driver)

@@ -11,6 +11,22 @@ build=$project/build
 cache=$build/cache
 script_name=${0##*/}
 
+# Debian's arm64 kernels that the modules are built and tested for, as our options
+# name them: series, and flavour. The first is meant where none is named.
+kernel_names=(6.1 6.1-rt 6.12 6.12-rt 6.12-16k)
+
+newest_kernel=6.12
+default_kernel=$cache/kernels/${kernel_names[0]}
+
+is_kernel_name()
+{
+	local name
+	for name in "${kernel_names[@]}"; do
+		[ "$name" != "$1" ] || return 0
+	done
+	return 1
+}
+
 # Scripts that call each other count from one start.
 export INTR_STARTED=${INTR_STARTED:-$EPOCHSECONDS}
 

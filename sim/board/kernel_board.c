@@ -44,7 +44,7 @@ static u32 map_tree_line(struct device_node *gic, u32 line)
 	struct of_phandle_args args = {
 		.np = gic,
 		.args_count = 3,
-		.args = { SPI_CELL, FIRST_SPI + line, LEVEL_HIGH_CELL },
+		.args = {SPI_CELL, FIRST_SPI + line, LEVEL_HIGH_CELL},
 	};
 
 	return irq_create_of_mapping(&args);
@@ -130,18 +130,26 @@ static struct board_device *find_device(const char *name)
 {
 	struct board_device *entry;
 
-	list_for_each_entry(entry, &devices, node)
-		if (strcmp(dev_name(&entry->device->dev), name) == 0)
-			return entry;
+	list_for_each_entry(entry, &devices, node) if (strcmp(dev_name(&entry->device->dev),
+							      name) == 0) return entry;
 	return NULL;
 }
 
 /* The driver is named outright: the device's own name is the combiner's. */
+static int name_driver(struct platform_device *device)
+{
+#ifdef OVERRIDE_IN_DEVICE
+	return device_set_driver_override(&device->dev, DRIVER_NAME);
+#else
+	return driver_set_override(&device->dev, &device->driver_override, DRIVER_NAME,
+				   strlen(DRIVER_NAME));
+#endif
+}
+
 static int fill_device(struct platform_device *device, u32 virq)
 {
 	struct resource irq = DEFINE_RES_IRQ(virq);
-	int ret = driver_set_override(&device->dev, &device->driver_override, DRIVER_NAME,
-				      strlen(DRIVER_NAME));
+	int ret = name_driver(device);
 
 	if (ret || !virq)
 		return ret;
@@ -229,15 +237,15 @@ static void remove_all_devices(void)
 	struct board_device *entry, *next;
 
 	port_mutex_lock(&devices_lock);
-	list_for_each_entry_safe(entry, next, &devices, node)
-		remove_device(entry);
+	list_for_each_entry_safe(entry, next, &devices, node) remove_device(entry);
 	port_mutex_unlock(&devices_lock);
 }
 
-/* Faults. A probe goes with the driver's code, so it is made when the driver comes, before its start. */
+/* Faults. A probe goes with the driver's code, so it is made when the driver comes, before its
+ * start. */
 
 static struct fault {
-	char symbol[80];	/* with the module's name in front; empty: none wanted */
+	char symbol[80]; /* with the module's name in front; empty: none wanted */
 	u32 nth;
 	long ret;
 	atomic_t calls;
@@ -354,7 +362,7 @@ static int on_module(struct notifier_block *block, unsigned long state, void *da
 	return NOTIFY_DONE;
 }
 
-static struct notifier_block module_watch = { .notifier_call = on_module };
+static struct notifier_block module_watch = {.notifier_call = on_module};
 
 int port_line_masked(u32 line)
 {

@@ -269,7 +269,7 @@ int drv_intr_domain_alloc(platform_device *device, drv_intr_combiner &combiner)
 		combiner.fwnode = fwnode;
 	}
 	write_once(combiner.domain,
-		   irq_domain_add(fwnode, 0, ~0ul, 0, &drv_intr_domain_ops, &combiner));
+		   irq_domain_create_tree(fwnode, &drv_intr_domain_ops, &combiner));
 	if (!combiner.domain) {
 		intr_err("[%s]alloc domain fail", desc);
 		if (combiner.fwnode) {

@@ -176,7 +176,7 @@ static int drv_intr_dev_probe(platform_device *device)
 	return 0;
 }
 
-static int drv_intr_dev_remove(platform_device *device)
+static void drv_intr_dev_remove(platform_device *device)
 {
 	static constexpr char desc[] = "intr dev remove";
 	const u32 cfg_type_bitmap = drv_intr_get_ctrl()->global_cfg.cfg_type_bitmap;
@@ -189,7 +189,6 @@ static int drv_intr_dev_remove(platform_device *device)
 	else if (cfg_type_bitmap & DRV_INTR_CFG_ACPI)
 		drv_intr_acpi_dev_remove(device);
 	intr_info("[%s]success", desc);
-	return 0;
 }
 }
 

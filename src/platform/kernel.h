@@ -305,11 +305,10 @@ inline void irq_chip_init(plat_irq_chip *chip, const char *name, const irq_chip_
 }
 
 using irq_domain_ops = plat_irq_domain_ops;
-[[nodiscard]] inline irq_domain *irq_domain_add(fwnode_handle *fwnode, u32 size,
-						unsigned long hwirq_max, int direct_max,
-						const irq_domain_ops *ops, void *host_data)
+[[nodiscard]] inline irq_domain *irq_domain_create_tree(fwnode_handle *fwnode,
+							const irq_domain_ops *ops, void *host_data)
 {
-	return plat___irq_domain_add(fwnode, size, hwirq_max, direct_max, ops, host_data);
+	return plat_irq_domain_create_tree(fwnode, ops, host_data);
 }
 [[nodiscard]] inline void *irq_domain_host_data(irq_domain *domain)
 {

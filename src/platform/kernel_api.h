@@ -259,9 +259,10 @@ void plat_irq_chip_init(struct plat_irq_chip *chip, const char *name,
 struct plat_irq_domain_ops {
 	int (*map)(struct irq_domain *domain, unsigned int virq, unsigned long hwirq);
 };
-struct irq_domain *plat___irq_domain_add(struct fwnode_handle *fwnode, u32 size,
-					 unsigned long hwirq_max, int direct_max,
-					 const struct plat_irq_domain_ops *ops, void *host_data);
+/* A domain of any hwirqs, or null. Process context. */
+struct irq_domain *plat_irq_domain_create_tree(struct fwnode_handle *fwnode,
+					       const struct plat_irq_domain_ops *ops,
+					       void *host_data);
 void *plat_irq_domain_host_data(struct irq_domain *domain);
 void plat_irq_domain_remove(struct irq_domain *domain);
 /*
@@ -289,7 +290,7 @@ struct plat_platform_driver {
 	const char *of_compatible; /* null: no device-tree matching */
 	const char *acpi_id; /* null: no ACPI matching */
 	int (*probe)(struct platform_device *device);
-	int (*remove)(struct platform_device *device);
+	void (*remove)(struct platform_device *device);
 	unsigned long storage[128];
 };
 int plat_platform_driver_register(struct plat_platform_driver *driver);

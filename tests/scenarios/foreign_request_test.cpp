@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(
 		early_failure{"thread", "board", "fault plat_kthread_create_on_node 1 -12", 0},
 		early_failure{"thread_of_a_direct_one", "board",
 			      "fault plat_kthread_create_on_node 1 -12", 1},
-		early_failure{"domain", "board", "fault plat___irq_domain_add 1 0", 0},
+		early_failure{"domain", "board", "fault plat_irq_domain_create_tree 1 0", 0},
 		early_failure{"register_write", "cpld", "fail write 1 1 -5", 0}),
 	[](const auto &info) { return info.param.name; });
 

@@ -143,7 +143,7 @@ INSTANTIATE_TEST_SUITE_P(
 			     "1 [intr combiner init virq]set irq handler data fail, ret=-22"},
 		failing_step{"thread", "board", "fault plat_kthread_create_on_node 1 -12",
 			     "1 [intr create thread]create combiner thread fail"},
-		failing_step{"domain", "board", "fault plat___irq_domain_add 1 0",
+		failing_step{"domain", "board", "fault plat_irq_domain_create_tree 1 0",
 			     "1 [intr domain alloc]alloc domain fail"},
 		failing_step{"register_write", "cpld", "fail write 1 1 -5",
 			     "1 [intr combiner init hw]disable combiner leaf int fail, ret=-14"}),

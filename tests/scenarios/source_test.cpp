@@ -461,7 +461,7 @@ INSTANTIATE_TEST_SUITE_P(
 				  REFUSED},
 			acpi_step{"record", 0x5, "board", "fault plat_kzalloc 8 0",
 				  "1 [intr acpi dev probe]combiner init soft fail", REFUSED},
-			acpi_step{"domain", 0x5, "board", "fault plat___irq_domain_add 2 0",
+			acpi_step{"domain", 0x5, "board", "fault plat_irq_domain_create_tree 2 0",
 				  "1 [intr acpi dev probe]combiner init fail", -12},
 			acpi_step{"monitor_refuses", 0x5, "monitor", "refuse set 2 -5",
 				  "1 [intr acpi dev probe]combiner init fail", REFUSED}),

@@ -252,7 +252,7 @@ protected:
 
 		Driver::SetUp();
 		plat_irq_chip_init(&chip, "fixed", &ops);
-		domain_ = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+		domain_ = plat_irq_domain_create_tree(nullptr, &domain_ops, nullptr);
 	}
 
 	void TearDown() override

@@ -149,7 +149,7 @@ protected:
 		chained = requested = false;
 		parent = host_line_virq(line);
 		plat_irq_chip_init(&chip, "chip", &ops);
-		domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+		domain = plat_irq_domain_create_tree(nullptr, &domain_ops, nullptr);
 	}
 
 	void TearDown() override
@@ -480,7 +480,7 @@ const misuse harmful[] = {
 		 void *object = plat_kzalloc(24);
 		 host_check_leftovers();
 		 plat_kfree(object);
-		 domain = plat___irq_domain_add(nullptr, 0, ~0ul, 0, &domain_ops, nullptr);
+		 domain = plat_irq_domain_create_tree(nullptr, &domain_ops, nullptr);
 		 map_leaf();
 		 ASSERT_EQ(request(), 0);
 		 install();

@@ -227,7 +227,7 @@ TEST_F(Teardown, an_asserted_line_stays_masked_until_set_up_is_through)
 {
 	describe(4, 0);
 	load();
-	held_place domain("plat___irq_domain_add");
+	held_place domain("plat_irq_domain_create_tree");
 	std::thread set_up([&] { add(4, "line:4"); });
 	EXPECT_TRUE(domain.reached());
 	host_line_set_pending(4, 1);
@@ -370,7 +370,7 @@ protected:
 
 TEST_F(Meeting, changes_of_combiners_wait_for_each_other)
 {
-	expect_waits("plat___irq_domain_add", add_outer, another_card);
+	expect_waits("plat_irq_domain_create_tree", add_outer, another_card);
 	expect_waits(
 		"plat_irq_domain_remove", [] { remove(4); }, another_card);
 	expect_waits("plat_gpiod_to_irq", command(DRV_INTR_IOC_INIT_CARD, card_instance(1)),
