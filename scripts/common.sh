@@ -114,6 +114,17 @@ install_missing()
 		die "apt-get could not install ${missing[*]}; see $build/logs/install.log"
 }
 
+# make_modules KERNEL OBJECTS [VARIABLE=VALUE...]: the modules of a build directory, for a
+# kernel's prepared build directory. Modules without BTF: making it stumbles over C++.
+make_modules()
+{
+	local kernel=$1 objects=$2
+	shift 2
+	make -j"$(nproc)" -C "$kernel" M="$objects" ARCH=arm64 CROSS_COMPILE=aarch64-linux-gnu- \
+		DEB_HOST_GNU_TYPE=aarch64-linux-gnu DEB_HOST_ARCH=arm64 \
+		DEB_BUILD_ARCH="$(dpkg --print-architecture)" CONFIG_DEBUG_INFO_BTF_MODULES= "$@" modules
+}
+
 # cmake_build DIRECTORY SOURCE "TARGET..." OPTION...: configures, and builds these
 # targets, or all without any. A directory that was configured for another place of
 # the project is made anew.
