@@ -213,8 +213,18 @@ static int gpio_get(struct gpio_chip *chip, unsigned int line)
 	return cpld_sim_line_level(BOARD_GPIO_LINE + line);
 }
 
+/* Whoever asks for a pin that nobody has gets it as after boot: without a trigger. */
+static void forget_trigger(u32 virq)
+{
+	if (irq_has_action(virq))
+		return;
+	irq_modify_status(virq, IRQ_TYPE_SENSE_MASK | IRQ_LEVEL, 0);
+	irqd_set_trigger_type(irq_get_irq_data(virq), IRQ_TYPE_NONE);
+}
+
 static int gpio_to_virq(struct gpio_chip *chip, unsigned int line)
 {
+	forget_trigger(virqs[line]);
 	return (int)virqs[line];
 }
 
