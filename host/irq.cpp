@@ -373,12 +373,6 @@ char *host_interrupts_text(void)
 	return strdup(text.c_str());
 }
 
-u32 plat_irq_desc_get_irq(struct irq_desc *desc)
-{
-	count_call(service::irq_desc_get_irq);
-	return desc->data.irq;
-}
-
 void *plat_irq_desc_get_handler_data(struct irq_desc *desc)
 {
 	count_call(service::irq_desc_get_handler_data);

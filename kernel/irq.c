@@ -19,11 +19,6 @@ static_assert(__alignof__(struct irq_chip) <= __alignof__(struct plat_irq_chip))
 static struct lock_class_key desc_lock_keys[PLAT_NEST_LEVELS];
 static struct lock_class_key request_mutex_keys[PLAT_NEST_LEVELS];
 
-noinline u32 plat_irq_desc_get_irq(struct irq_desc *desc)
-{
-	return irq_desc_get_irq(desc);
-}
-
 noinline void *plat_irq_desc_get_handler_data(struct irq_desc *desc)
 {
 	return irq_desc_get_handler_data(desc);

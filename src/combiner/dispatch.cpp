@@ -88,9 +88,9 @@ static void scan_leaves(drv_intr_combiner &combiner, u32 trace_virq, const char 
 {
 	leaf_iterator rest = combiner.irq_info_list.begin();
 
-	if (combiner.scan_plan && !test_and_set_bit(DRV_INTR_PLAN_IN_USE, combiner.flags)) {
+	if (combiner.scan_plan && exchange(combiner.scan_plan->in_use, 1u) == 0) {
 		rest = scan_by_plan(combiner, trace_virq, desc);
-		(void)test_and_clear_bit(DRV_INTR_PLAN_IN_USE, combiner.flags);
+		store_release(combiner.scan_plan->in_use, 0u);
 	}
 	walk_leaves(combiner, rest, trace_virq, desc);
 }
@@ -135,7 +135,7 @@ void drv_combiner_irq_handler(irq_desc *desc)
 	// it can be running any more.
 	auto *combiner = static_cast<drv_intr_combiner *>(irq_desc_get_handler_data(desc));
 
-	drv_combiner_handler(irq_desc_get_irq(desc), desc, *combiner);
+	drv_combiner_handler(combiner->virq, desc, *combiner);
 }
 
 // Touches no register but those of the leaves that are due.

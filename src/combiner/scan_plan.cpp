@@ -39,9 +39,11 @@ struct plan_pair {
 	u64 epoch;
 	u32 enabled;
 	u32 status;
+	plan_register *enable_reg; // null: always enabled
+	plan_register *status_reg;
 };
 
-// Their numbers. Apart: only a look at the registers needs them.
+// Their numbers, while the plan is compiled.
 struct plan_source {
 	u16 enable; // NONE: always enabled
 	u16 status;
@@ -252,12 +254,12 @@ template <typename T> static T *take(char *&at, u32 count)
 	return items;
 }
 
-static drv_intr_scan_plan *alloc_plan(u32 steps, u32 pairs, u32 registers)
+static drv_intr_scan_plan *alloc_plan(u32 steps, u32 pairs, u32 registers, u32 sources)
 {
 	auto *at = static_cast<char *>(
 		kzalloc_size(sizeof(drv_intr_scan_plan) + registers * sizeof(plan_register) +
 			     steps * (sizeof(plan_place) + sizeof(plan_step)) +
-			     pairs * (sizeof(plan_pair) + sizeof(plan_source))));
+			     pairs * sizeof(plan_pair) + sources * sizeof(plan_source)));
 
 	if (!at)
 		return nullptr;
@@ -266,7 +268,7 @@ static drv_intr_scan_plan *alloc_plan(u32 steps, u32 pairs, u32 registers)
 	plan->pairs = take<plan_pair>(at, pairs);
 	plan->places = take<plan_place>(at, steps);
 	plan->steps = take<plan_step>(at, steps);
-	plan->sources = take<plan_source>(at, pairs);
+	plan->sources = take<plan_source>(at, sources);
 	return plan;
 }
 
@@ -279,13 +281,18 @@ template <typename T> static void copy(T *to, const T *from, u32 count)
 static drv_intr_scan_plan *copy_to_size(const drv_intr_scan_plan &from)
 {
 	const u32 steps = from.end + 1;
-	drv_intr_scan_plan *plan = alloc_plan(steps, from.pair_count, from.register_count);
+	drv_intr_scan_plan *plan = alloc_plan(steps, from.pair_count, from.register_count, 0);
 
 	if (!plan)
 		return nullptr;
 	copy(plan->registers, from.registers, from.register_count);
-	copy(plan->pairs, from.pairs, from.pair_count);
-	copy(plan->sources, from.sources, from.pair_count);
+	for (u32 i = NEVER_ACTIVE + 1; i < from.pair_count; i++) {
+		const plan_source source = from.sources[i];
+
+		if (source.enable != NONE)
+			plan->pairs[i].enable_reg = &plan->registers[source.enable];
+		plan->pairs[i].status_reg = &plan->registers[source.status];
+	}
 	copy(plan->places, from.places, steps);
 	copy(plan->steps, from.steps, steps);
 	plan->end = from.end;
@@ -295,7 +302,7 @@ static drv_intr_scan_plan *copy_to_size(const drv_intr_scan_plan &from)
 int drv_intr_compile_scan_plan(drv_intr_combiner &combiner)
 {
 	const u32 steps = count_steps(combiner.irq_info_list);
-	drv_intr_scan_plan *scratch = alloc_plan(steps, steps, steps * 2); // room for any case
+	drv_intr_scan_plan *scratch = alloc_plan(steps, 0, steps * 2, steps); // room for any case
 
 	if (!scratch)
 		return -ENOMEM;
@@ -330,23 +337,23 @@ enum class verdict : u8 { ACTIVE, QUIET, FAILED };
 // occurrence that never was.
 static inline verdict look_at(drv_intr_scan_plan &plan, const plan_step &step)
 {
-	const plan_source source = plan.sources[step.pair];
 	plan_pair &pair = plan.pairs[step.pair];
-	plan_register &status = plan.registers[source.status];
+	plan_register &status = *pair.status_reg;
+	u32 enabled = ~0u;
 
-	pair.enabled = ~0u;
-	if (source.enable != NONE) {
-		plan_register &enable = plan.registers[source.enable];
+	if (pair.enable_reg) {
+		plan_register &enable = *pair.enable_reg;
 
 		if (enable.epoch != plan.epoch) {
 			status.epoch = 0;
 			if (!read_register(plan, enable)) [[unlikely]]
 				return verdict::FAILED;
 		}
-		pair.enabled = enable.value;
-		if ((pair.enabled & step.bits) == 0)
+		enabled = enable.value;
+		if ((enabled & step.bits) == 0)
 			return verdict::QUIET;
 	}
+	pair.enabled = enabled;
 	if (status.epoch != plan.epoch && !read_register(plan, status)) [[unlikely]]
 		return verdict::FAILED;
 	pair.status = status.value;
@@ -375,7 +382,9 @@ static inline u32 next_wanted(const drv_intr_scan_plan &plan, u32 at, u32 trace_
 // Tests a level, mostly with reads, for the first wanted leaf from `at` on that is
 // behind it. Returns the step to go on from: `at` when the level is active, which is
 // known then. When a read failed that one leaf is quiet, and everything forgotten.
-static u32 test_level(drv_intr_scan_plan &plan, u32 level, u32 at, u32 trace_virq)
+// Inline: on the usual way it is called at one place.
+[[gnu::always_inline]] static inline u32 test_level(drv_intr_scan_plan &plan, u32 level, u32 at,
+						    u32 trace_virq)
 {
 	const plan_step &step = plan.steps[level];
 	const u32 leaf = next_wanted(plan, at, trace_virq);
@@ -396,7 +405,7 @@ static u32 test_level(drv_intr_scan_plan &plan, u32 level, u32 at, u32 trace_vir
 
 // Tests the levels outside the step `at`, of which nothing is known. Returns the step
 // to go on from, all of whose outer levels are active: another one where one is quiet.
-static u32 enter(drv_intr_scan_plan &plan, u32 at, u32 trace_virq)
+[[gnu::noinline]] static u32 enter(drv_intr_scan_plan &plan, u32 at, u32 trace_virq)
 {
 	while (plan.places[at].outer != NONE) {
 		const u64 epoch = plan.epoch;

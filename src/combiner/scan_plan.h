@@ -28,8 +28,9 @@ struct drv_intr_scan_plan {
 	plan_step *steps; // the last one is the end
 	plan_place *places; // of the steps
 	plan_pair *pairs;
-	plan_source *sources; // of the pairs
+	plan_source *sources; // of the pairs, while the plan is compiled
 	plan_register *registers;
+	u32 in_use; // not 0: a scan runs by the plan, which remembers for one at a time
 	u32 at; // the step that the scan has got to
 	u32 end;
 	u32 inst_id;

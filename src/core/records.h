@@ -131,6 +131,9 @@ struct drv_intr_irq_info {
 	// Not 0 from before its chained handler is uninstalled until its line is as
 	// mapped again: a scan, which reads it with interrupts off, leaves it out.
 	u32 detached;
+	// What the chip read of a status register last, for the trace. Under the
+	// descriptor lock.
+	u32 cleared_status;
 	// The combiner whose parent line this leaf is, or null. Written under `lock`
 	// and `enable_lock`. No client may request, enable or disable such a leaf.
 	drv_intr_combiner *cascaded;
@@ -207,8 +210,6 @@ struct drv_intr_combiner {
 inline constexpr unsigned DRV_INTR_SCAN_PENDING = 0;
 // A leaf is due a replay; without a disable of the parent line.
 inline constexpr unsigned DRV_INTR_REPLAY_PENDING = 1;
-// A scan runs by the plan, which remembers for one at a time.
-inline constexpr unsigned DRV_INTR_PLAN_IN_USE = 2;
 
 // Bring-up is through: its records do not change any more. Pairs with its last step.
 [[nodiscard]] inline bool drv_intr_is_ready(const drv_intr_combiner &combiner)

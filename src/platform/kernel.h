@@ -162,10 +162,6 @@ inline void cond_resched()
 }
 
 using irq_flow_handler = plat_flow_handler;
-[[nodiscard]] inline u32 irq_desc_get_irq(irq_desc *desc)
-{
-	return plat_irq_desc_get_irq(desc);
-}
 [[nodiscard]] inline void *irq_desc_get_handler_data(irq_desc *desc)
 {
 	return plat_irq_desc_get_handler_data(desc);

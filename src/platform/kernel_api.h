@@ -146,7 +146,6 @@ void plat_cond_resched(void);
 /* Interrupt descriptors and data. */
 typedef void (*plat_flow_handler)(struct irq_desc *desc);
 
-u32 plat_irq_desc_get_irq(struct irq_desc *desc);
 void *plat_irq_desc_get_handler_data(struct irq_desc *desc);
 struct irq_data *plat_irq_desc_get_irq_data(struct irq_desc *desc);
 struct irq_data *plat_irq_get_irq_data(u32 virq); /* null without a descriptor */

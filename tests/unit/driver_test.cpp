@@ -145,11 +145,11 @@ TEST_F(Driver, a_second_scan_leaves_the_plan_to_the_first)
 	load_two_leaves(0);
 	drv_intr_combiner &combiner = *drv_intr_get_combiner(0);
 	ASSERT_TRUE(combiner.scan_plan);
-	ASSERT_FALSE(test_and_set_bit(DRV_INTR_PLAN_IN_USE, combiner.flags));
+	ASSERT_EQ(exchange(combiner.scan_plan->in_use, 1u), 0u);
 	const u32 at = combiner.scan_plan->at = UNTOUCHED;
 	EXPECT_TRUE(deliver(0) && deliver(1));
 	EXPECT_EQ(combiner.scan_plan->at, at);
-	EXPECT_TRUE(test_and_clear_bit(DRV_INTR_PLAN_IN_USE, combiner.flags));
+	EXPECT_EQ(exchange(combiner.scan_plan->in_use, 0u), 1u);
 	EXPECT_TRUE(deliver(0) && deliver(1));
 	EXPECT_NE(combiner.scan_plan->at, at);
 }
