@@ -387,7 +387,8 @@ static irqreturn_t on_request(int virq, void *request)
 
 int port_irq_request(u32 virq, struct board_request *request)
 {
-	return request_irq(virq, on_request, IRQF_SHARED, "board", request);
+	/* As the intr driver has it, or a kernel that threads handlers lets only one of them share. */
+	return request_irq(virq, on_request, IRQF_SHARED | IRQF_NO_THREAD, "board", request);
 }
 
 void port_irq_free(u32 virq, struct board_request *request)
