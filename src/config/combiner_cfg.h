@@ -10,6 +10,9 @@
 
 #include "config/keys.h"
 
+// A key or entry name could not be formatted.
+inline constexpr int DRV_INTR_ERR_NAME_FMT = 0x813E0001 - 0x100000000LL;
+
 // Reads the whole configuration in its fixed order. 0, or -EINVAL with a line naming the step.
 [[nodiscard]] int drv_intr_combiner_init_cfg(drv_intr_combiner &combiner);
 
@@ -20,7 +23,7 @@
 void drv_intr_free_cpu_cfg_list(list<drv_intr_cpu_cfg> &cpu_list);
 
 // The combiner's own leaves: entries hwirq_cfg0, hwirq_cfg1, ... up to the
-// first absent one. 0 or the first bad leaf's code.
+// first absent one. 0, DRV_INTR_ERR_NAME_FMT, or the first bad leaf's code.
 [[nodiscard]] int drv_intr_get_xml_hwirq_cfg(const char *cfg_name, u32 inst_id, u32 chip_id,
 					     list<drv_intr_hwirq_cfg> &hwirq_list);
 // The leaves under the backplane slot's node that name this combiner. A board

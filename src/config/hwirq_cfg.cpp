@@ -4,6 +4,9 @@
 #include "config/combiner_cfg.h"
 #include "core/log.h"
 
+// Longest key: "l4_chip_id".
+static constexpr size_t LEVEL_KEY_SIZE = 20;
+
 // In the order of the rows below.
 static constexpr const config::key *level_keys[] = {
 	&config::level::chip_id, &config::level::en,   &config::level::status,
@@ -11,32 +14,24 @@ static constexpr const config::key *level_keys[] = {
 };
 static constexpr u32 LEVEL_KEYS = array_size(level_keys);
 
-// The keys of all levels, "l0_chip_id" to "l4_wc".
+// The keys of the outermost levels, "l0_chip_id" and so on, as far as a leaf of the list
+// that is read has needed them: to format them costs more than to read the level.
 struct level_names {
-	consteval level_names() : text{}
-	{
-		for (u32 n = 0; n < config::MAX_LEVELS; n++) {
-			for (u32 i = 0; i < LEVEL_KEYS; i++)
-				form(text[n][i], n, level_keys[i]->name);
-		}
-	}
-
-	char text[config::MAX_LEVELS][LEVEL_KEYS][16];
-
-private:
-	static consteval void form(char *to, u32 level, const char *name)
-	{
-		*to++ = 'l';
-		*to++ = static_cast<char>('0' + level);
-		*to++ = '_';
-		while (*name)
-			*to++ = *name++;
-	}
+	u32 levels = 0;
+	char text[config::MAX_LEVELS][LEVEL_KEYS][LEVEL_KEY_SIZE];
 };
-static constexpr level_names names;
+
+static int drv_intr_get_level_item_name(char (&names)[LEVEL_KEYS][LEVEL_KEY_SIZE], u32 level)
+{
+	for (u32 i = 0; i < LEVEL_KEYS; i++) {
+		if (sprintf_s(names[i], LEVEL_KEY_SIZE, "l%u_%s", level, level_keys[i]->name) < 0)
+			return DRV_INTR_ERR_NAME_FMT;
+	}
+	return 0;
+}
 
 static int drv_intr_get_xml_hwirq_reg_cfg(u32 inst_id, const drv_intr_xml_path &path, u32 chip_id,
-					  drv_intr_hwirq_cfg &leaf)
+					  drv_intr_hwirq_cfg &leaf, level_names &names)
 {
 	static constexpr char desc[] = "intr get xml hwirq reg cfg";
 
@@ -51,8 +46,15 @@ static int drv_intr_get_xml_hwirq_reg_cfg(u32 inst_id, const drv_intr_xml_path &
 			drv_intr_cfg_item(config::level::mask, &level.mask, name[4]),
 			drv_intr_cfg_item(config::level::wc, &level.status_wc, name[5]),
 		};
-		const int ret = drv_intr_get_cfg_by_map(inst_id, path, LEVEL_KEYS, items);
 
+		if (n == names.levels) {
+			const int ret = drv_intr_get_level_item_name(names.text[n], n);
+
+			if (ret != 0)
+				return ret;
+			names.levels++;
+		}
+		const int ret = drv_intr_get_cfg_by_map(inst_id, path, LEVEL_KEYS, items);
 		if (ret != 0) {
 			intr_err("[%s]get reg cfg by map fail", desc);
 			return ret;
@@ -79,7 +81,7 @@ static int read_leaf_keys(u32 inst_id, const drv_intr_xml_path &path, drv_intr_h
 }
 
 static int drv_intr_get_xml_one_hwirq_cfg(u32 inst_id, const drv_intr_xml_path &path, u32 chip_id,
-					  list<drv_intr_hwirq_cfg> &hwirq_list)
+					  level_names &names, list<drv_intr_hwirq_cfg> &hwirq_list)
 {
 	static constexpr char desc[] = "intr get xml one hwirq cfg";
 	drv_intr_hwirq_cfg scratch{};
@@ -93,7 +95,7 @@ static int drv_intr_get_xml_one_hwirq_cfg(u32 inst_id, const drv_intr_xml_path &
 			 scratch.index_id, scratch.type, scratch.level_num);
 		return -EINVAL;
 	}
-	if (drv_intr_get_xml_hwirq_reg_cfg(inst_id, path, chip_id, scratch) != 0) {
+	if (drv_intr_get_xml_hwirq_reg_cfg(inst_id, path, chip_id, scratch, names) != 0) {
 		intr_err("[%s]get reg cfg fail", desc);
 		return -EINVAL;
 	}
@@ -113,35 +115,20 @@ static bool entry_exists(u32 inst_id, const drv_intr_xml_path &path)
 	       exists != 0;
 }
 
-// "hwirq_cfg0", "hwirq_cfg1" and so on: as a format, this would cost more than to read
-// the entry.
-static void form_entry_name(char (&name)[DRV_INTR_XML_NAME_SIZE], u32 index)
-{
-	static constexpr char head[] = "hwirq_cfg";
-	char *to = name;
-
-	static_assert(config::MAX_LEAF_ENTRIES <= 1000);
-	for (const char *at = head; *at; at++)
-		*to++ = *at;
-	if (index >= 100)
-		*to++ = static_cast<char>('0' + index / 100);
-	if (index >= 10)
-		*to++ = static_cast<char>('0' + index / 10 % 10);
-	*to++ = static_cast<char>('0' + index % 10);
-	*to = '\0';
-}
-
 int drv_intr_get_xml_hwirq_cfg(const char *cfg_name, u32 inst_id, u32 chip_id,
 			       list<drv_intr_hwirq_cfg> &hwirq_list)
 {
 	char entry[DRV_INTR_XML_NAME_SIZE];
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, cfg_name, entry};
+	level_names names;
 
 	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
-		form_entry_name(entry, i);
+		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0)
+			return DRV_INTR_ERR_NAME_FMT;
 		if (!entry_exists(inst_id, path))
 			return 0;
-		const int ret = drv_intr_get_xml_one_hwirq_cfg(inst_id, path, chip_id, hwirq_list);
+		const int ret =
+			drv_intr_get_xml_one_hwirq_cfg(inst_id, path, chip_id, names, hwirq_list);
 		if (ret != 0)
 			return ret;
 	}
@@ -179,6 +166,7 @@ int drv_intr_get_xml_slot_hwirq_cfg(u32 inst_id, u32 chip_id, u32 combiner_id,
 	char node[DRV_INTR_XML_NAME_SIZE];
 	char entry[DRV_INTR_XML_NAME_SIZE];
 	const drv_intr_xml_path path = {DRV_INTR_XML_ROOT, node, entry};
+	level_names names;
 	u32 backplane_type = 0;
 
 	if (drv_intr_get_backplane_type(&backplane_type) != 0) {
@@ -190,12 +178,16 @@ int drv_intr_get_xml_slot_hwirq_cfg(u32 inst_id, u32 chip_id, u32 combiner_id,
 		return -EFAULT;
 	}
 	for (u32 i = 0; i < config::MAX_LEAF_ENTRIES; i++) {
-		form_entry_name(entry, i);
+		if (sprintf_s(entry, sizeof(entry), "hwirq_cfg%u", i) < 0) {
+			intr_err("[%s]sprintf_s entry_name fail", desc);
+			return -EFAULT;
+		}
 		if (!entry_exists(inst_id, path))
 			return 0;
 		if (!drv_intr_slot_hwirq_cfg_is_mactch(inst_id, combiner_id, path))
 			continue;
-		const int ret = drv_intr_get_xml_one_hwirq_cfg(inst_id, path, chip_id, hwirq_list);
+		const int ret =
+			drv_intr_get_xml_one_hwirq_cfg(inst_id, path, chip_id, names, hwirq_list);
 		if (ret != 0)
 			return ret;
 	}
