@@ -413,13 +413,13 @@ u32 plat_irqd_get_trigger_type(const struct irq_data *data)
 	return static_cast<u32>(data->desc->settings & irq_type_mask);
 }
 
-struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data)
+struct irq_chip *plat_irq_desc_get_chip(struct irq_desc *desc)
 {
 	long ret;
 
-	if (fails(service::irq_data_get_irq_chip, ret))
+	if (fails(service::irq_desc_get_chip, ret))
 		return nullptr;
-	return data->chip.load(std::memory_order_acquire);
+	return desc->data.chip.load(std::memory_order_acquire);
 }
 
 void *plat_irq_data_get_irq_chip_data(struct irq_data *data)

@@ -49,9 +49,9 @@ noinline u32 plat_irqd_get_trigger_type(const struct irq_data *data)
 	return irqd_get_trigger_type((struct irq_data *)data);
 }
 
-noinline struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data)
+noinline struct irq_chip *plat_irq_desc_get_chip(struct irq_desc *desc)
 {
-	return irq_data_get_irq_chip(data);
+	return irq_desc_get_chip(desc);
 }
 
 noinline void *plat_irq_data_get_irq_chip_data(struct irq_data *data)

@@ -107,10 +107,9 @@ static void defer_scan(drv_intr_combiner &combiner, u32 virq, const char *desc)
 static void drv_combiner_handler(u32 virq, irq_desc *desc, drv_intr_combiner &combiner)
 {
 	static constexpr char text[] = "combiner handler";
-	irq_data *data = irq_desc_get_irq_data(desc);
-	irq_chip *chip = irq_data_get_irq_chip(data);
+	irq_chip *chip = irq_desc_get_chip(desc);
 	const bool traced = drv_intr_trace_enabled(virq);
-	const u32 hwirq = traced ? irqd_to_hwirq(data) : 0;
+	const u32 hwirq = traced ? irqd_to_hwirq(irq_desc_get_irq_data(desc)) : 0;
 
 	intr_trace_if(traced, "[%s]enter, virq=%u, hwirq=%u", text, virq, hwirq);
 	if (!chip) {

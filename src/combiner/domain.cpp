@@ -41,7 +41,7 @@ template <bool TRACED> static inline void drv_intr_irq_clear(drv_intr_irq_info &
 	static constexpr char desc[] = "intr irq clear";
 
 	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
-	drv_intr_clear_levels<TRACED>(irq_info, virq, irq_info.cleared_status);
+	drv_intr_clear_levels<TRACED>(irq_info, virq);
 	intr_trace_if(TRACED, "[%s]success, virq=%u", desc, virq);
 }
 

@@ -71,12 +71,11 @@ int drv_intr_enable_not_leaf_int(drv_intr_combiner &combiner)
 void drv_intr_clear_irqinfo(drv_intr_irq_info &irq_info)
 {
 	const u32 virq = read_once(irq_info.virq);
-	u32 status;
 
 	if (drv_intr_trace_enabled(virq))
-		drv_intr_clear_levels<true>(irq_info, virq, status);
+		drv_intr_clear_levels<true>(irq_info, virq);
 	else
-		drv_intr_clear_levels<false>(irq_info, virq, status);
+		drv_intr_clear_levels<false>(irq_info, virq);
 }
 
 void drv_combiner_clr_int(drv_intr_combiner &combiner)

@@ -53,16 +53,15 @@ drv_intr_clear_level(u32 inst_id, const drv_intr_level_cfg &level, u32 virq, u32
 	return 0;
 }
 
-// Clears the leaf's latched status on every write-to-clear level, leaf level first. What
-// is read on the way comes into `status`: on the stack it would be guarded against overruns.
+// Clears the leaf's latched status on every write-to-clear level, leaf level first.
 template <bool TRACED>
-static inline void drv_intr_clear_levels(drv_intr_irq_info &irq_info, u32 virq, u32 &status)
+static inline void drv_intr_clear_levels(drv_intr_irq_info &irq_info, u32 virq)
 {
 	static constexpr char desc[] = "intr clear irqinfo";
 	const drv_intr_hwirq_cfg &cfg = irq_info.hwirq_cfg;
 	const u32 inst_id = irq_info.combiner->inst_id;
+	u32 status = 0;
 
-	status = 0;
 	intr_trace_if(TRACED, "[%s]enter, virq=%u", desc, virq);
 	for (const drv_intr_level_cfg *level = cfg.level + cfg.level_num; level-- != cfg.level;) {
 		intr_trace_if(TRACED,

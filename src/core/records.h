@@ -131,9 +131,6 @@ struct drv_intr_irq_info {
 	// Not 0 from before its chained handler is uninstalled until its line is as
 	// mapped again: a scan, which reads it with interrupts off, leaves it out.
 	u32 detached;
-	// What the chip read of a status register last, for the trace. Under the
-	// descriptor lock.
-	u32 cleared_status;
 	// The combiner whose parent line this leaf is, or null. Written under `lock`
 	// and `enable_lock`. No client may request, enable or disable such a leaf.
 	drv_intr_combiner *cascaded;

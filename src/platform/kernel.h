@@ -186,9 +186,9 @@ using irq_flow_handler = plat_flow_handler;
 {
 	return plat_irqd_get_trigger_type(data);
 }
-[[nodiscard]] inline irq_chip *irq_data_get_irq_chip(irq_data *data)
+[[nodiscard]] inline irq_chip *irq_desc_get_chip(irq_desc *desc)
 {
-	return plat_irq_data_get_irq_chip(data);
+	return plat_irq_desc_get_chip(desc);
 }
 [[nodiscard]] inline void *irq_data_get_irq_chip_data(irq_data *data)
 {

@@ -152,7 +152,7 @@ struct irq_data *plat_irq_get_irq_data(u32 virq); /* null without a descriptor *
 u32 plat_irq_data_irq(const struct irq_data *data);
 unsigned long plat_irqd_to_hwirq(const struct irq_data *data);
 u32 plat_irqd_get_trigger_type(const struct irq_data *data); /* 0: the kernel does not know it */
-struct irq_chip *plat_irq_data_get_irq_chip(struct irq_data *data); /* may be null */
+struct irq_chip *plat_irq_desc_get_chip(struct irq_desc *desc); /* may be null */
 void *plat_irq_data_get_irq_chip_data(struct irq_data *data);
 
 /*

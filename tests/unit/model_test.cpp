@@ -81,7 +81,7 @@ constexpr plat_irq_domain_ops domain_ops = {map};
 
 void on_parent(irq_desc *desc)
 {
-	irq_chip *above = plat_irq_data_get_irq_chip(plat_irq_desc_get_irq_data(desc));
+	irq_chip *above = plat_irq_desc_get_chip(desc);
 
 	plat_chained_irq_enter(above, desc);
 	seen.add("parent in " + context_name());
@@ -203,8 +203,7 @@ TEST_F(Model, two_lines_are_handled_at_the_same_time)
 		other,
 		[](irq_desc *desc) {
 			ran = true;
-			plat_chained_irq_exit(
-				plat_irq_data_get_irq_chip(plat_irq_desc_get_irq_data(desc)), desc);
+			plat_chained_irq_exit(plat_irq_desc_get_chip(desc), desc);
 		},
 		1, nullptr);
 	host_line_set_pending(line + 1, 1);
