@@ -14,6 +14,7 @@
 #include <linux/platform_device.h>
 #include <linux/string.h>
 
+#include "kernel/name_driver.h"
 #include "regs.h"
 
 #define DRIVER_NAME "irq_combiner"
@@ -95,8 +96,7 @@ static int add_device(u32 id)
 	device = platform_device_alloc(name, PLATFORM_DEVID_NONE);
 	if (!device)
 		return -ENOMEM;
-	ret = driver_set_override(&device->dev, &device->driver_override, DRIVER_NAME,
-				  strlen(DRIVER_NAME));
+	ret = name_driver(device, DRIVER_NAME);
 	if (!ret)
 		ret = platform_device_add_resources(device, &irq, 1);
 	if (!ret)

@@ -114,6 +114,15 @@ install_missing()
 		die "apt-get could not install ${missing[*]}; see $build/logs/install.log"
 }
 
+# write_if_changed FILE: from standard input; what is made of the file is not made anew.
+write_if_changed()
+{
+	local file=$1 text
+	text=$(cat)
+	mkdir -p "$(dirname "$file")"
+	[ "$(cat "$file" 2>/dev/null)" = "$text" ] || printf '%s\n' "$text" >"$file"
+}
+
 # make_modules KERNEL OBJECTS [VARIABLE=VALUE...]: the modules of a build directory, for a
 # kernel's prepared build directory. Modules without BTF: making it stumbles over C++.
 make_modules()

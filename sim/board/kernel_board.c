@@ -21,6 +21,7 @@
 #include <linux/platform_device.h>
 #include <linux/string.h>
 
+#include "kernel/name_driver.h"
 #include "kernel_gpio.h"
 #include "port_board.h"
 
@@ -136,20 +137,10 @@ static struct board_device *find_device(const char *name)
 }
 
 /* The driver is named outright: the device's own name is the combiner's. */
-static int name_driver(struct platform_device *device)
-{
-#ifdef OVERRIDE_IN_DEVICE
-	return device_set_driver_override(&device->dev, DRIVER_NAME);
-#else
-	return driver_set_override(&device->dev, &device->driver_override, DRIVER_NAME,
-				   strlen(DRIVER_NAME));
-#endif
-}
-
 static int fill_device(struct platform_device *device, u32 virq)
 {
 	struct resource irq = DEFINE_RES_IRQ(virq);
-	int ret = name_driver(device);
+	int ret = name_driver(device, DRIVER_NAME);
 
 	if (ret || !virq)
 		return ret;

@@ -33,7 +33,7 @@ template <bool TRACED>
 
 // One write-to-clear level. The whole register is written with this leaf's bits
 // only: a 0 leaves other leaves' pending bits as they are.
-template <bool TRACED> [[nodiscard]] inline int
+template <bool TRACED> [[nodiscard]] static inline int
 drv_intr_clear_level(u32 inst_id, const drv_intr_level_cfg &level, u32 virq, u32 &status)
 {
 	static constexpr char desc[] = "intr clear irqinfo";
