@@ -464,6 +464,20 @@ void measure_load(const std::string &system, const board &board)
 	record("unload/" + system, field("ms", milliseconds(unload)));
 }
 
+// Of several loads the smallest: what the rest of the kernel allocates meanwhile only adds.
+load_cost least_load(const board &board)
+{
+	load_cost least = driver(board, true).cost;
+
+	for (u32 again = 0; again < 4; again++) {
+		const load_cost cost = driver(board, true).cost;
+
+		if (cost.bytes < least.bytes)
+			least = cost;
+	}
+	return least;
+}
+
 // By the leaf: what a system has beyond one with fewer leaves.
 void measure_memory(const std::string &system, const board &many, u32 fewer)
 {
@@ -472,13 +486,13 @@ void measure_memory(const std::string &system, const board &many, u32 fewer)
 	load_cost base;
 
 	few.leaves = fewer;
-	base = driver(few, true).cost;
-	const driver up(many, true);
-	const double bytes = up.cost.bytes - base.bytes;
-	const double kernel = up.cost.kernel_bytes - base.kernel_bytes;
+	base = least_load(few);
+	const load_cost full = least_load(many);
+	const double bytes = full.bytes - base.bytes;
+	const double kernel = full.kernel_bytes - base.kernel_bytes;
 	record("memory/" + system,
 	       field("bytes", static_cast<long long>(bytes / leaves + 0.5)) +
-		       field("allocations", (up.cost.allocations - base.allocations) / leaves) +
+		       field("allocations", (full.allocations - base.allocations) / leaves) +
 		       field("kernel_bytes", static_cast<long long>(kernel / leaves + 0.5)));
 }
 
